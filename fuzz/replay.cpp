@@ -1,4 +1,5 @@
-// Replays every file of the folders given through a fuzz target, so that a finding can be reproduced without libFuzzer.
+// Replays every file of the folders given through a fuzz target, so that a finding can be reproduced without
+// libFuzzer.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>

@@ -1,7 +1,6 @@
-// The main of every test program: many ports of the driver are fixed, so each program runs in a network namespace
-// of its own, and where the machine forbids that, holds a lock that all test programs share.
+// The main of every test program: many ports of the driver are fixed, so each program runs in a network
+// namespace of its own, and where the machine forbids that, holds a lock that all test programs share.
 #include <gtest/gtest.h>
-
 #include <net/if.h>
 #include <sched.h>
 #include <sys/file.h>

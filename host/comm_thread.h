@@ -1,0 +1,41 @@
+// The communication thread of a component.
+#pragma once
+
+#include "host/gxstring.h"
+#include "host/gxthread.h"
+
+#include <atomic>
+
+class CGeneralCommThread {
+ public:
+  CGeneralCommThread();
+  virtual ~CGeneralCommThread();  // a derived class has stopped the thread before its own parts go
+
+  virtual int Run() = 0;  // the thread's body; returns soon after StopFlag() is set
+
+  // Starts the thread under that name; when it runs already it is stopped and joined first. Any thread but its
+  // own.
+  int StartThread(const CGXString& name);
+  // Sets the stop flag, cancels the thread's waits and joins it. Never call it while holding the main-thread
+  // lock's only way forward: the thread may be waiting for that lock, which cancelling ends.
+  void StopThread();
+
+  bool ThreadRunning() const;
+  bool StopFlag() const { return m_bStop; }
+  void StopFlag(bool stop) { m_bStop = stop; }
+
+ private:
+  static unsigned ThreadEntry(void* self);
+  CGXCritical m_StartLock;
+  std::atomic<bool> m_bStop{false};
+  CGXThread m_Thread;
+};
+
+// A communication thread that talks over the network; the sizes are those of its receive and transmit buffers
+// in bytes.
+class CNetworkCommThread : public CGeneralCommThread {
+ public:
+  CNetworkCommThread(int receiveBuffer, int transmitBuffer);
+  ~CNetworkCommThread() override;
+  int Run() override;  // nothing to do unless overridden
+};

@@ -1,0 +1,9 @@
+// Internal checks and the process-wide trace line.
+#pragma once
+
+// Reports a failed internal check and returns; `file` is the name of the source file, without folder or ending.
+void AssertWrap(const char* file, int line);
+int AssertCount();  // how many were reported since the process started
+
+// A trace line that belongs to no component.
+void TraceWrap(const char* text);

@@ -1,0 +1,31 @@
+// The host's configuration record stream: what a component writes into, and reads back from, the site file.
+#pragma once
+
+#include "host/gxitems.h"
+#include "host/gxstring.h"
+
+// The version of records that this host writes; readers find the version of older records in Version().
+inline constexpr int GX_FILE_VERSION = 813;
+
+class CGXFile {
+ public:
+  CGXFile() = default;  // an empty record of the current version, to write
+  CGXFile(CGXItems items, int version) : m_Items(std::move(items)), m_iVersion(version) {}  // a record to read
+
+  int Version() const { return m_iVersion; }
+  const CGXItems& Items() const { return m_Items; }
+
+  // 1 on success; 0 at the end of the record, when the next item is of the other kind, or when writing is over.
+  int ReadInt(int* value);
+  int ReadString(CGXString* text);
+  int WriteInt(int value);
+  int WriteString(const CGXString& text);
+
+  // Writing fails from the n-th item on, as on a full disk (-1: never).
+  void FailWritesFrom(int item) { m_iFailFrom = item; }
+
+ private:
+  CGXItems m_Items;
+  int m_iVersion = GX_FILE_VERSION;
+  int m_iFailFrom = -1;
+};

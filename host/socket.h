@@ -1,0 +1,56 @@
+// Socket and address helpers. IPv4 addresses as numbers are in network order unless a line says otherwise.
+#pragma once
+
+#include "host/gxstring.h"
+
+#include <netinet/in.h>
+
+// True when the socket is readable (or at its end) within the time. False at once on a cancelled thread.
+bool WaitSocketReadState(int socket, unsigned milliseconds);
+bool WaitSocketWriteState(int socket, unsigned milliseconds);
+
+// Connects a TCP socket, as connect() does, but waits at most `milliseconds` and ends at once on a cancelled
+// thread. 0 on success, -1 on failure. The socket is blocking afterwards.
+int ConnectSocket(int socket, const sockaddr_in* address, unsigned milliseconds);
+
+// send() that never raises SIGPIPE and never blocks beyond `milliseconds`; the bytes taken, or -1.
+int SendSocket(int socket, const void* data, int length, unsigned milliseconds);
+
+void CloseSocket(int socket);  // -1 is ignored
+int SetReuseAddress(int socket);
+int SetNonBlocking(int socket);
+int NORVA_GetLastError();  // the calling thread's last socket error number
+
+// Sleeps, or ends at once on a cancelled thread.
+void Sleep(unsigned milliseconds);
+
+void SetIP(unsigned address, sockaddr_in* out);  // 0 = any; family is set, port kept
+void SetIP(unsigned char a, unsigned char b, unsigned char c, unsigned char d, sockaddr* out);
+void GetIP(const sockaddr* address, unsigned char* a, unsigned char* b, unsigned char* c, unsigned char* d);
+
+// A numeric address, optionally followed by a colon and a port (0 when absent); false for any other text.
+bool ParseIP(const char* text, unsigned* address, unsigned short* port);
+
+// "host" or "host:port" to an address; a name is looked up. Non-zero when it resolved.
+int ResolveAddress(CGXString hostAndPort, sockaddr_in* out, unsigned short defaultPort);
+
+CGXString GXFormatAddress(unsigned address);            // "192.168.1.2"
+CGXString GXFormatAddress(const sockaddr_in* address);  // the address without the port
+
+// The interface that the controller uses towards cameras: by name, or empty for that of the default route. "lo"
+// keeps everything on this machine. False when there is no such interface with an IPv4 address (the choice is
+// then unchanged).
+bool SetNetworkInterface(const CGXString& name);
+CGXString NetworkInterface();
+
+unsigned GetPrimaryIP();  // the controller's address on that interface; 0 when unknown
+// Netmask, address and hardware address (6 bytes, may be null) of that interface; false when unknown.
+bool GetNetInfo(int interfaceNo, unsigned* netmask, unsigned* address, unsigned char* mac, int reserved);
+
+// A UDP socket that sends multicast on that interface (IP_MULTICAST_IF); -1 on failure.
+int CreateMulticastSocket();
+
+// One datagram along a relayed path; the bytes sent, or -1. `scratch` is unused and may be null.
+struct GXT_RTP_PATH_DESCRIPTOR;
+int STUN_SendPacket(int socket, const unsigned char* data, int length, unsigned char* scratch,
+                    const GXT_RTP_PATH_DESCRIPTOR* pathA, const GXT_RTP_PATH_DESCRIPTOR* pathB);
