@@ -1,0 +1,36 @@
+#!/usr/bin/env python3
+"""Fails when an include goes against the layers: plugin -> camera -> {media, audio, alarm} -> {onvif, rtsp} -> util ->
+host; controller meets only host; sim meets nothing of ours."""
+import pathlib
+import re
+import sys
+
+BELOW = {
+    "host": set(),
+    "util": {"host"},
+    "onvif": {"util", "host"},
+    "rtsp": {"util", "host"},
+    "media": {"onvif", "rtsp", "util", "host"},
+    "audio": {"onvif", "rtsp", "util", "host"},
+    "alarm": {"onvif", "rtsp", "util", "host"},
+    "camera": {"media", "audio", "alarm", "onvif", "rtsp", "util", "host"},
+    "plugin": {"camera", "onvif", "util", "host"},
+    "controller": {"host"},
+    "sim": set(),
+}
+INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"/]+)/')
+
+root = pathlib.Path(__file__).resolve().parent.parent
+files = bad = 0
+for room, below in BELOW.items():
+    for path in sorted((root / room).rglob("*")):
+        if path.suffix not in (".h", ".cpp"):
+            continue
+        files += 1
+        for number, line in enumerate(path.read_text().splitlines(), 1):
+            match = INCLUDE.match(line)
+            if match and match[1] != room and match[1] not in below:
+                print(f"{path.relative_to(root)}:{number}: {room} must not include {match[1]}/")
+                bad += 1
+print(f"checked the includes of {files} files: {bad} against the layers")
+sys.exit(1 if bad or files == 0 else 0)
