@@ -1,0 +1,33 @@
+#pragma once
+// Who may: WS-Security UsernameToken digests, HTTP Basic and HTTP Digest.
+#include "sim/soap.h"
+
+#include <chrono>
+#include <deque>
+#include <mutex>
+#include <string>
+
+enum class AuthResult { missing, wrong, ok };
+
+// One login of a UsernameToken at a camera's clock. Remembers nonces, so a token is good once.
+class CTokenChecker {
+ public:
+  // `clock` is the camera's; a Created more than `tolerance` away from it is refused.
+  AuthResult Check(const pugi::xml_node& header, const std::string& user, const std::string& password,
+                   std::chrono::system_clock::time_point clock, std::chrono::seconds tolerance);
+
+ private:
+  bool FirstUse(const std::string& key);
+
+  std::mutex m_lock;
+  std::deque<std::string> m_used;
+};
+
+// Checks an Authorization header value (Basic, or Digest as RFC 2617 has it, with qop=auth or without).
+AuthResult CheckHttpAuth(const std::string& authorization, const std::string& method, const std::string& user,
+                         const std::string& password, const std::string& nonce);
+// The challenges of a 401: WWW-Authenticate header lines.
+std::string HttpChallenges(const std::string& nonce);
+
+std::string Base64Encode(const std::string& bytes);
+bool Base64Decode(const std::string& text, std::string* bytes);

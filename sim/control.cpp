@@ -1,0 +1,123 @@
+#include "sim/control.h"
+
+#include <httplib.h>
+
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr char kJsonType[] = "application/json";
+
+void Reply(httplib::Response& out, const Json& json) {
+  out.set_content(json.dump(1) + "\n", kJsonType);
+}
+
+void Refuse(httplib::Response& out, const std::string& error) {
+  out.status = 400;
+  Reply(out, {{"error", error}});
+}
+
+Json StateOf(CCamera& camera) {
+  const std::lock_guard guard(camera.Model().lock);
+  return camera.Model().ToJson();
+}
+
+// All switches or none: a wrong name among right ones changes nothing.
+bool SetQuirks(CCamera& camera, const Json& json, std::string* error) {
+  const std::lock_guard guard(camera.Model().lock);
+  CQuirks quirks = camera.Model().quirks;
+  for (const auto& [name, value] : json.items())
+    if (!SetQuirk(quirks, name, value.is_string() ? value.get<std::string>() : value.dump(), error))
+      return false;
+  camera.Model().quirks = quirks;
+  return true;
+}
+
+bool SetPower(CCamera& camera, const Json& json, std::string* error) {
+  if (json.value("on", false)) return camera.PowerOn(error);
+  camera.PowerOff();
+  return true;
+}
+
+bool SetAddress(CCamera& camera, const Json& json, std::string* error) {
+  const std::string address = json.value("address", "");
+  if (!address.empty()) return camera.Move(address, error);
+  *error = "address is missing";
+  return false;
+}
+
+}  // namespace
+
+struct CControl::CServer {
+  httplib::Server http;
+  std::thread thread;
+};
+
+CControl::CControl(std::vector<CCamera*> cameras, std::function<void()> quit)
+    : m_cameras(std::move(cameras)), m_quit(std::move(quit)), m_server(std::make_unique<CServer>()) {
+  httplib::Server& http = m_server->http;
+  const auto find = [this](const httplib::Request& in) -> CCamera* {
+    const size_t number = std::strtoul(in.matches[1].str().c_str(), nullptr, 10);
+    return number >= 1 && number <= m_cameras.size() ? m_cameras[number - 1] : nullptr;
+  };
+  http.Get("/cameras", [this](const httplib::Request&, httplib::Response& out) {
+    Json all = Json::array();
+    for (CCamera* camera : m_cameras) all.push_back(StateOf(*camera));
+    Reply(out, all);
+  });
+  http.Get(R"(/cameras/(\d+))", [find](const httplib::Request& in, httplib::Response& out) {
+    CCamera* camera = find(in);
+    if (camera == nullptr) return Refuse(out, "no such camera");
+    Reply(out, StateOf(*camera));
+  });
+  const auto change = [&](const char* path, bool (*apply)(CCamera&, const Json&, std::string*)) {
+    http.Post(path, [find, apply](const httplib::Request& in, httplib::Response& out) {
+      CCamera* camera = find(in);
+      if (camera == nullptr) return Refuse(out, "no such camera");
+      const Json json = Json::parse(in.body, nullptr, false);
+      if (!json.is_object()) return Refuse(out, "the body is no JSON object");
+      std::string error;
+      if (!apply(*camera, json, &error)) return Refuse(out, error);
+      Reply(out, StateOf(*camera));
+    });
+  };
+  change(R"(/cameras/(\d+)/quirks)", SetQuirks);
+  change(R"(/cameras/(\d+)/power)", SetPower);
+  change(R"(/cameras/(\d+)/address)", SetAddress);
+  http.Post("/quit", [this](const httplib::Request&, httplib::Response& out) {
+    Reply(out, {{"quit", true}});
+    m_quit();
+  });
+}
+
+CControl::~CControl() {
+  Stop();
+}
+
+bool CControl::Start(const std::string& where, std::string* error) {
+  const size_t colon = where.rfind(':');
+  const std::string address = where.substr(0, colon);
+  const int port = colon == std::string::npos ? 0 : std::atoi(where.c_str() + colon + 1);
+  m_server->http.set_keep_alive_max_count(1);
+  m_server->http.set_socket_options([](socket_t fd) {
+    const int on =
+        1;  // without SO_REUSEPORT, the library's default, which would hide that the port is occupied
+    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  });
+  if (port <= 0 || !m_server->http.bind_to_port(address.c_str(), port)) {
+    *error = "the control address " + where + " cannot be used: in use, or not an ADDRESS:PORT of this machine";
+    return false;
+  }
+  m_server->thread = std::thread([this] { m_server->http.listen_after_bind(); });
+  while (!m_server->http.is_running()) std::this_thread::yield();  // stop() is ignored before
+  return true;
+}
+
+void CControl::Stop() {
+  m_server->http.stop();
+  if (m_server->thread.joinable()) m_server->thread.join();
+}

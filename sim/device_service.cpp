@@ -1,0 +1,174 @@
+// The ONVIF device service.
+#include "sim/services.h"
+
+#include <ctime>
+
+namespace {
+
+constexpr char kServicePath[] = "/onvif/device_service";
+constexpr char kMediaPath[] = "/onvif/media_service";
+constexpr char kPtzPath[] = "/onvif/ptz_service";
+constexpr char kEventPath[] = "/onvif/event_service";
+
+void AddDateTime(pugi::xml_node parent, const char* name, std::time_t at) {
+  std::tm tm{};
+  gmtime_r(&at, &tm);
+  pugi::xml_node node = Add(parent, name);
+  pugi::xml_node time = Add(node, "tt:Time");
+  Add(time, "tt:Hour", tm.tm_hour);
+  Add(time, "tt:Minute", tm.tm_min);
+  Add(time, "tt:Second", tm.tm_sec);
+  pugi::xml_node date = Add(node, "tt:Date");
+  Add(date, "tt:Year", tm.tm_year + 1900);
+  Add(date, "tt:Month", tm.tm_mon + 1);
+  Add(date, "tt:Day", tm.tm_mday);
+}
+
+COutcome GetSystemDateAndTime(CCall& call) {
+  const std::time_t now = std::chrono::system_clock::to_time_t(call.model.Clock());
+  pugi::xml_node node = Add(call.out, "tds:SystemDateAndTime");
+  Add(node, "tt:DateTimeType", "Manual");
+  Add(node, "tt:DaylightSavings", "false");
+  Add(Add(node, "tt:TimeZone"), "tt:TZ", "CET-1CEST,M3.5.0,M10.5.0/3");
+  AddDateTime(node, "tt:UTCDateTime", now);
+  AddDateTime(node, "tt:LocalDateTime", now + 3600);
+  return {};
+}
+
+COutcome GetDeviceInformation(CCall& call) {
+  const CIdentity& id = call.model.identity;
+  Add(call.out, "tds:Manufacturer", id.manufacturer);
+  Add(call.out, "tds:Model", id.model);
+  Add(call.out, "tds:FirmwareVersion", id.firmware);
+  Add(call.out, "tds:SerialNumber", id.serial);
+  Add(call.out, "tds:HardwareId", id.hardwareId);
+  return {};
+}
+
+bool HasPtz(const CCameraModel& model) {
+  return model.identity.kind == "ptz";
+}
+
+void AddService(CCall& call, const char* uri, const char* path) {
+  pugi::xml_node node = Add(call.out, "tds:Service");
+  Add(node, "tds:Namespace", uri);
+  Add(node, "tds:XAddr", call.model.HttpBase() + path);
+  if (Text(call.in, "IncludeCapability") == "true") Add(node, "tds:Capabilities");
+  pugi::xml_node version = Add(node, "tds:Version");
+  Add(version, "tt:Major", 2);
+  Add(version, "tt:Minor", 60);
+}
+
+COutcome GetServices(CCall& call) {
+  if (call.model.quirks.noGetServices) return NotSupported("Optional Action Not Implemented");
+  AddService(call, ns::kDevice, kServicePath);
+  AddService(call, ns::kMedia, kMediaPath);
+  AddService(call, ns::kEvents, kEventPath);
+  if (HasPtz(call.model)) AddService(call, ns::kPtz, kPtzPath);
+  return {};
+}
+
+COutcome GetServiceCapabilities(CCall& call) {
+  pugi::xml_node node = Add(call.out, "tds:Capabilities");
+  Attr(Attr(Add(node, "tds:Network"), "IPFilter", "false"), "IPVersion6", "false");
+  Attr(Attr(Add(node, "tds:Security"), "UsernameToken", "true"), "HttpDigest", "true");
+  Attr(Attr(Add(node, "tds:System"), "DiscoveryResolve", "false"), "DiscoveryBye", "false");
+  return {};
+}
+
+void AddDeviceCapabilities(CCall& call, pugi::xml_node parent) {
+  pugi::xml_node device = Add(parent, "tt:Device");
+  Add(device, "tt:XAddr", call.model.HttpBase() + kServicePath);
+  pugi::xml_node network = Add(device, "tt:Network");
+  for (const char* name : {"tt:IPFilter", "tt:ZeroConfiguration", "tt:IPVersion6", "tt:DynDNS"})
+    Add(network, name, "false");
+  pugi::xml_node system = Add(device, "tt:System");
+  Add(system, "tt:DiscoveryResolve", "false");
+  Add(system, "tt:DiscoveryBye", "false");
+  Add(system, "tt:RemoteDiscovery", "false");
+}
+
+void AddEventCapabilities(CCall& call, pugi::xml_node parent) {
+  pugi::xml_node events = Add(parent, "tt:Events");
+  Add(events, "tt:XAddr", call.model.HttpBase() + kEventPath);
+  Add(events, "tt:WSSubscriptionPolicySupport", "false");
+  Add(events, "tt:WSPullPointSupport", "false");
+  Add(events, "tt:WSPausableSubscriptionManagerInterfaceSupport", "false");
+}
+
+void AddMediaCapabilities(CCall& call, pugi::xml_node parent) {
+  pugi::xml_node media = Add(parent, "tt:Media");
+  Add(media, "tt:XAddr", call.model.HttpBase() + kMediaPath);
+  pugi::xml_node streaming = Add(media, "tt:StreamingCapabilities");
+  Add(streaming, "tt:RTPMulticast", "false");
+  Add(streaming, "tt:RTP_TCP", "true");
+  Add(streaming, "tt:RTP_RTSP_TCP", "true");
+}
+
+COutcome GetCapabilities(CCall& call) {
+  if (call.model.quirks.noGetCapabilities) return NotSupported("Optional Action Not Implemented");
+  const std::string category = Text(call.in, "Category");
+  const auto wanted = [&](const char* name) {
+    return category.empty() || category == "All" || category == name;
+  };
+  if (category == "PTZ" && !HasPtz(call.model))
+    return CFault{500, "Receiver", "ter:ActionNotSupported", "ter:NoSuchService", "No PTZ service"};
+  pugi::xml_node node = Add(call.out, "tds:Capabilities");
+  if (wanted("Device")) AddDeviceCapabilities(call, node);
+  if (wanted("Events")) AddEventCapabilities(call, node);
+  if (wanted("Media")) AddMediaCapabilities(call, node);
+  if (wanted("PTZ") && HasPtz(call.model))
+    Add(Add(node, "tt:PTZ"), "tt:XAddr", call.model.HttpBase() + kPtzPath);
+  return {};
+}
+
+COutcome GetScopes(CCall& call) {
+  for (const std::string& scope : ScopesOf(call.model.identity)) {
+    pugi::xml_node node = Add(call.out, "tds:Scopes");
+    Add(node, "tt:ScopeDef", "Fixed");
+    Add(node, "tt:ScopeItem", scope);
+  }
+  return {};
+}
+
+COutcome GetHostname(CCall& call) {
+  pugi::xml_node node = Add(call.out, "tds:HostnameInformation");
+  Add(node, "tt:FromDHCP", "false");
+  Add(node, "tt:Name", call.model.identity.kind + "-camera");
+  return {};
+}
+
+COutcome GetNetworkInterfaces(CCall& call) {
+  pugi::xml_node node = Attr(Add(call.out, "tds:NetworkInterfaces"), "token", "eth0");
+  Add(node, "tt:Enabled", "true");
+  pugi::xml_node info = Add(node, "tt:Info");
+  Add(info, "tt:Name", "eth0");
+  Add(info, "tt:HwAddress", "02:00:5e:00:53:" + call.model.identity.uuid.substr(34));
+  Add(info, "tt:MTU", 1500);
+  pugi::xml_node ipv4 = Add(node, "tt:IPv4");
+  Add(ipv4, "tt:Enabled", "true");
+  pugi::xml_node config = Add(ipv4, "tt:Config");
+  pugi::xml_node manual = Add(config, "tt:Manual");
+  Add(manual, "tt:Address", call.model.address);
+  Add(manual, "tt:PrefixLength", 8);
+  Add(config, "tt:DHCP", "false");
+  return {};
+}
+
+constexpr COperation kOperations[] = {
+    {"GetSystemDateAndTime", true, GetSystemDateAndTime},
+    {"GetDeviceInformation", true, GetDeviceInformation},
+    {"GetServices", true, GetServices},
+    {"GetServiceCapabilities", true, GetServiceCapabilities},
+    {"GetCapabilities", true, GetCapabilities},
+    {"GetHostname", true, GetHostname},
+    {"GetScopes", false, GetScopes},
+    {"GetNetworkInterfaces", false, GetNetworkInterfaces},
+};
+
+}  // namespace
+
+const CService& DeviceService() {
+  static const CService g_service{ns::kDevice, "tds", kOperations};
+  return g_service;
+}
