@@ -15,16 +15,18 @@ class CGXFile {
   int Version() const { return m_iVersion; }
   const CGXItems& Items() const { return m_Items; }
 
-  // 1 on success; 0 at the end of the record, when the next item is of the other kind, or when writing is over.
+  // 1 on success; 0 at the end of the record, when the next item is of the other kind (it stays, and so does
+  // the caller's value), or when writing is over.
   int ReadInt(int* value);
   int ReadString(CGXString* text);
   int WriteInt(int value);
   int WriteString(const CGXString& text);
 
-  // Writing fails from the n-th item on, as on a full disk (-1: never).
+  // Writing fails once the record holds `item` items, as on a full disk (-1: never).
   void FailWritesFrom(int item) { m_iFailFrom = item; }
 
  private:
+  bool MayWrite() const;
   CGXItems m_Items;
   int m_iVersion = GX_FILE_VERSION;
   int m_iFailFrom = -1;

@@ -26,7 +26,7 @@ class CGXString {
   void Format(const char* format, ...) __attribute__((format(printf, 2, 3)));
   void FormatV(const char* format, va_list arguments) __attribute__((format(printf, 2, 0)));
 
-  // Below, at or above 0 like strcmp and strcasecmp (letter case of ASCII only).
+  // Below, at or above 0 like strcmp and strcasecmp (letter case of ASCII only). Null compares as empty.
   int Compare(const char* other) const;
   int CompareNoCase(const char* other) const;
 
@@ -57,7 +57,7 @@ class CGXString {
     return *this;
   }
   CGXString& operator+=(const char* other) {
-    m_Text += other;
+    if (other != nullptr) m_Text += other;
     return *this;
   }
   CGXString& operator+=(char other) {
@@ -69,9 +69,12 @@ class CGXString {
   friend CGXString operator+(CGXString left, const char* right) { return left += right; }
   friend CGXString operator+(const char* left, const CGXString& right) { return CGXString(left) += right; }
   friend bool operator==(const CGXString& left, const CGXString& right) { return left.m_Text == right.m_Text; }
-  friend bool operator==(const CGXString& left, const char* right) { return left.m_Text == right; }
+  friend bool operator==(const CGXString& left, const char* right) { return left.Compare(right) == 0; }
   friend bool operator<(const CGXString& left, const CGXString& right) { return left.m_Text < right.m_Text; }
 
  private:
   std::string m_Text;
 };
+
+// Appends one character as UTF-8 (RFC 3629); what is no character becomes U+FFFD.
+void AppendUTF8(std::string* text, char32_t character);

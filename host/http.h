@@ -19,7 +19,7 @@ class CHTTPHeader {
     m_Content = content;
     m_bHasContent = true;
   }
-  void SetBasicAuthorization(CGXString user, CGXString password);  // RFC 7617
+  void SetBasicAuthorization(CGXString user, CGXString password);  // RFC 7617; both empty: none
 
   // The whole request: request line, a line for each field, Content-Length when there is content, empty line,
   // content.

@@ -13,11 +13,12 @@ bool WaitSocketWriteState(int socket, unsigned milliseconds);
 // thread. 0 on success, -1 on failure. The socket is blocking afterwards.
 int ConnectSocket(int socket, const sockaddr_in* address, unsigned milliseconds);
 
-// send() that never raises SIGPIPE and never blocks beyond `milliseconds`; the bytes taken, or -1.
+// send() that never raises SIGPIPE and never blocks beyond `milliseconds` (0, or a cancelled thread: one
+// attempt). The bytes taken in time, or -1 when the connection is broken.
 int SendSocket(int socket, const void* data, int length, unsigned milliseconds);
 
-void CloseSocket(int socket);  // -1 is ignored
-int SetReuseAddress(int socket);
+void CloseSocket(int socket);     // -1 is ignored
+int SetReuseAddress(int socket);  // 0 on success, -1 on failure, as with the next
 int SetNonBlocking(int socket);
 int NORVA_GetLastError();  // the calling thread's last socket error number
 
@@ -31,8 +32,12 @@ void GetIP(const sockaddr* address, unsigned char* a, unsigned char* b, unsigned
 // A numeric address, optionally followed by a colon and a port (0 when absent); false for any other text.
 bool ParseIP(const char* text, unsigned* address, unsigned short* port);
 
-// "host" or "host:port" to an address; a name is looked up. Non-zero when it resolved.
-int ResolveAddress(CGXString hostAndPort, sockaddr_in* out, unsigned short defaultPort);
+inline constexpr unsigned RESOLVE_TIMEOUT_MS = 5000;
+
+// "host" or "host:port" to an address; a name is looked up for at most `milliseconds`, or until the thread is
+// cancelled. Non-zero when it resolved; port 0 counts as absent.
+int ResolveAddress(CGXString hostAndPort, sockaddr_in* out, unsigned short defaultPort,
+                   unsigned milliseconds = RESOLVE_TIMEOUT_MS);
 
 CGXString GXFormatAddress(unsigned address);            // "192.168.1.2"
 CGXString GXFormatAddress(const sockaddr_in* address);  // the address without the port
@@ -44,13 +49,16 @@ bool SetNetworkInterface(const CGXString& name);
 CGXString NetworkInterface();
 
 unsigned GetPrimaryIP();  // the controller's address on that interface; 0 when unknown
-// Netmask, address and hardware address (6 bytes, may be null) of that interface; false when unknown.
+// Netmask, address and hardware address (6 bytes) of that interface, which is number 0; each output may be
+// null. False when unknown.
 bool GetNetInfo(int interfaceNo, unsigned* netmask, unsigned* address, unsigned char* mac, int reserved);
 
 // A UDP socket that sends multicast on that interface (IP_MULTICAST_IF); -1 on failure.
 int CreateMulticastSocket();
 
-// One datagram along a relayed path; the bytes sent, or -1. `scratch` is unused and may be null.
+// One datagram along a relayed path; the bytes sent, or -1. A path begins with the peer's address (4 bytes) and
+// port (2 bytes), both in network order; all 0 means none, and an absent path A leaves path B. `scratch` is
+// unused and may be null.
 struct GXT_RTP_PATH_DESCRIPTOR;
 int STUN_SendPacket(int socket, const unsigned char* data, int length, unsigned char* scratch,
                     const GXT_RTP_PATH_DESCRIPTOR* pathA, const GXT_RTP_PATH_DESCRIPTOR* pathB);
