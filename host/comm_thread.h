@@ -13,11 +13,12 @@ class CGeneralCommThread {
 
   virtual int Run() = 0;  // the thread's body; returns soon after StopFlag() is set
 
-  // Starts the thread under that name; when it runs already it is stopped and joined first. Any thread but its
-  // own.
+  // Starts the thread under that name; when it runs already it is stopped and joined first. 0 when there is no
+  // thread to be had, or when called on the thread itself.
   int StartThread(const CGXString& name);
-  // Sets the stop flag, cancels the thread's waits and joins it. Never call it while holding the main-thread
-  // lock's only way forward: the thread may be waiting for that lock, which cancelling ends.
+  void RequestStop();  // sets the stop flag and cancels the thread's waits; does not wait for its end
+  // RequestStop, then joins it (on the thread itself: only the former). Waiting for the main-thread lock ends
+  // with the cancelling, so the caller may hold that lock. StartThread works again afterwards.
   void StopThread();
 
   bool ThreadRunning() const;

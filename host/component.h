@@ -7,7 +7,7 @@
 #include "host/gxthread.h"
 
 #include <atomic>
-#include <string>
+#include <functional>
 #include <vector>
 
 // Component categories and flags that the host knows.
@@ -93,7 +93,8 @@ class CSystemComponent {
   CGXString Name() const;
   void Name(const CGXString& name);
 
-  // Sinks, in the order added. The component does not own them. Any thread; Sink() may be null past the end.
+  // Sinks, in the order added. The component does not own them. Any thread; Sink() is null past the end, and
+  // what it gives may be used under the main-thread lock, without which no sink is taken away.
   int NSinks() const;
   CComponentSink* Sink(int index) const;
   bool FindSink(const CComponentSink* sink) const;
@@ -104,8 +105,8 @@ class CSystemComponent {
 
   virtual bool IsSameConfig(CDeviceConfig* record);  // whether the record describes this very device
   virtual void LoadFrom(CDeviceConfig* record);      // takes over a finder's record
-  virtual void SinkAdded(CComponentSink* sink);      // main thread
-  virtual void SinkRemoved(CComponentSink* sink);    // main thread
+  virtual void SinkAdded(CComponentSink* sink);      // under the main-thread lock
+  virtual void SinkRemoved(CComponentSink* sink);    // under the main-thread lock
   virtual int ConnectionType();                      // 8: reached by a URL that the user enters; 0: found
   virtual CGXString GetConfigURL();
   virtual void SetConfigURL(CGXString url);
@@ -118,9 +119,11 @@ class CSystemComponent {
   virtual CIntercomClient* GetIcomClient(ICOM_CLIENT_CTX ctx);
 
  protected:
-  void RegisterEventServer();  // for records of hosts that kept no event registration
-  void AddSinkEntry(CComponentSink* sink);
-  bool RemoveSinkEntry(const CComponentSink* sink);
+  void RegisterEventServer();                        // for records of hosts that kept no event registration
+  bool AddSinkEntry(CComponentSink* sink);           // false: null, or there already
+  bool RemoveSinkEntry(const CComponentSink* sink);  // waits for a ForEachSink in flight; false: unknown
+  // Calls `call` for every sink, under the sink lock; it may remove sinks from within.
+  void ForEachSink(const std::function<void(CComponentSink*)>& call) const;
 
  private:
   const int m_iType;
@@ -128,5 +131,6 @@ class CSystemComponent {
   std::atomic<bool> m_bLeaving{false};
   mutable CGXCritical m_ComponentLock;
   CGXString m_Name GUARDED_BY(m_ComponentLock);
-  std::vector<CComponentSink*> m_Sinks GUARDED_BY(m_ComponentLock);
+  mutable CGXCritical m_SinkLock;
+  std::vector<CComponentSink*> m_Sinks GUARDED_BY(m_SinkLock);
 };

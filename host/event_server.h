@@ -1,6 +1,7 @@
 // Events that components raise, and commands that the host sends to components.
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 
@@ -17,12 +18,14 @@ inline constexpr int COMMAND_CANCEL_CALL = 1181;  // and takes it back
 
 class CEventServer {
  public:
+  static constexpr size_t MOST_EVENTS = 4096;  // that wait; datagrams raise events, so further ones are dropped
+
   static CEventServer* Instance();
 
   // Queues an event; any thread, never blocks on a receiver.
   void RegisterEvent(int componentID, int event, int data);
 
-  // Declares that a component obeys a command. Declaring it again has no effect.
+  // Declares that a component obeys a command (`enabled` 0: no longer). Declaring it again has no effect.
   void CheckCommand(int componentID, int command, int category, int enabled);
   bool HasCommand(int componentID, int command) const;
   void ForgetComponent(int componentID);  // drops its commands
@@ -32,7 +35,8 @@ class CEventServer {
   void Receiver(
       std::function<void(const GXT_EVENT&)> receiver);  // one; empty: events are dropped when dispatched
 
-  // Main thread: carries out a declared command. False when the component has not declared it.
+  // Main thread: carries out a declared command. False when the component has not declared it, is gone, or its
+  // intercom client did not do it.
   bool ExecuteCommand(int componentID, int command);
 
  private:

@@ -24,7 +24,7 @@ class CIcomCallDelegate {
 class CIntercomClient {
  public:
   CIntercomClient();
-  virtual ~CIntercomClient();
+  virtual ~CIntercomClient();  // takes itself out of the server
 
   virtual CSystemComponent* IcomBindingObject();  // the component that it belongs to; null when none
   virtual CGXString IcomName();
@@ -34,6 +34,7 @@ class CIntercomClient {
   virtual int CancelCall(int button);
 };
 
+// Any thread. What Clients() gives may be used under the main-thread lock, under which clients come and go.
 class CIntercomServer {
  public:
   static CIntercomServer* Instance();

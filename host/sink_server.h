@@ -12,6 +12,8 @@ class CNotifySink {
   virtual void OnNotify(int id, int code) = 0;
 };
 
+// Notices are given under the server's lock, so a receiver that was removed is not being called any more; it
+// may remove itself from within a notice.
 class CSinkServer {
  public:
   CSinkServer();
@@ -19,7 +21,7 @@ class CSinkServer {
 
   void AddNotifySink(CNotifySink* sink);     // the caller keeps it; adding twice has no effect
   void RemoveNotifySink(CNotifySink* sink);  // waits for a notice in flight
-  void NotifySinks(int id, int code);
+  void NotifySinks(int id, int code);        // main thread
 
  private:
   CGXCritical m_Lock;

@@ -5,6 +5,8 @@
 #include "host/gxthread.h"
 
 #include <atomic>
+#include <unordered_set>
+#include <vector>
 
 // A source of trace lines; a base class of the components that speak. Polymorphic, so that whoever receives a
 // line can ask what else the speaker is.
@@ -36,6 +38,9 @@ class CTraceListener {
   virtual void OnTrace(CTraceProducer* producer, const CGXString& line) = 0;
 };
 
+// Knows who speaks and who listens; one a process. A line is handed over under the server's lock, which is why
+// a listener that was removed is not being called any more. The lock is the lowest of all: what a listener
+// locks must not be held by anybody who traces.
 class CTraceServer {
  public:
   static CTraceServer* Instance();
@@ -44,5 +49,19 @@ class CTraceServer {
   void LoadStateFor(CTraceProducer* producer);
 
   void AddListener(CTraceListener* listener);     // the caller keeps it; tracing is on while there is one
-  void RemoveListener(CTraceListener* listener);  // afterwards it gets no further line
+  void RemoveListener(CTraceListener* listener);  // waits for a line in flight; afterwards it gets no other
+
+  // Hands a line to every listener, on the calling thread. Lines that a listener itself speaks are dropped.
+  void Deliver(CTraceProducer* producer, const CGXString& line);
+
+ private:
+  friend class CTraceProducer;
+  CTraceServer();
+  void AddProducer(CTraceProducer* producer);
+  void RemoveProducer(CTraceProducer* producer);
+  void SwitchProducers() REQUIRES(m_Lock);  // and the process-wide line, by whether anybody listens
+
+  CGXCritical m_Lock;
+  std::vector<CTraceListener*> m_Listeners GUARDED_BY(m_Lock);
+  std::unordered_set<CTraceProducer*> m_Producers GUARDED_BY(m_Lock);
 };

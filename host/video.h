@@ -101,9 +101,10 @@ class CVideoSystem : public CSystemComponent {
   void AddOptions(unsigned bits) { m_dwOptions |= bits; }
   GXT_AUDIO_FORMAT AudioFormat() const { return m_AudioFormat; }
 
-  // ---- Sinks (main thread) ----
+  // ---- Sinks (any thread; they take the main-thread lock) ----
   void AddVideoSink(CComponentSink* sink);  // then SinkAdded(); ignored on a component that is leaving
-  void RemoveVideoSink(CComponentSink* sink, int quiet);  // then SinkRemoved() unless `quiet`; unknown: ignored
+  // Afterwards the sink gets no frame any more; then SinkRemoved() unless `quiet`. An unknown one is ignored.
+  void RemoveVideoSink(CComponentSink* sink, int quiet);
   // The streams that the attached video sinks want: bit clamp(CameraRes, 0, 2) of each. 0 without sinks.
   unsigned GetResMask() const;
 
@@ -112,11 +113,13 @@ class CVideoSystem : public CSystemComponent {
   void SetReadyFrame(CJPEGBuffer* frame);  // hands it to the main thread
   CJPEGBuffer* GetReadyFrame();            // main thread; null when none waits
   void SetFreeFrame(CJPEGBuffer* frame);
-  void ProcessFrame(CJPEGBuffer* frame);  // to every sink that wants its stream; updates IncomingFPS and Motion
+  // Main thread: to every video sink whose CameraRes, cut to the JPEG streams there are, is the frame's stream.
+  // Updates IncomingFPS and Motion. The frame stays the caller's.
+  void ProcessFrame(CJPEGBuffer* frame);
   // A picture that arrived as an HTTP answer with its header: from FF D8 on it is queued as a ready frame of
   // stream 0.
   void ProcessVideoChunk(const char* data, int length, int width, int height);
-  int SendAudio(int bytes);  // at most that many queued bytes of audio; never blocks
+  int SendAudio(int bytes);  // sends at most that many bytes of queued audio; never blocks; how many it sent
   void ProcessDeadCamera();  // main thread, when a pass had no frame; notes a camera without pictures
   bool Dead() const { return m_bDead; }     // no picture for that long although somebody watches
   double IncomingFPS() const;               // pictures a second over the last two seconds, all streams
@@ -126,8 +129,9 @@ class CVideoSystem : public CSystemComponent {
 
   // ---- Recording ----
   unsigned char DVRFlags() const { return m_bDVRFlags; }  // DVR_FLAG_WANTED and others
-  // Sets or takes back the user's wish. Set again on a loaded camera it calls StartDVR(), taken back StopDVR(),
-  // on the calling thread (the file thread).
+  // Sets or takes back the user's wish. On a loaded camera (DVREncodeType() is known) setting it calls
+  // StartDVR(), also when it was set before, so that a changed index takes effect; taking it back calls
+  // StopDVR(). On the calling thread, under the main-thread lock.
   void WantDVR(bool wanted);
   int DVRResolutionIndex() const { return m_iDVRIndex; }  // JPEG entries first, then the H.264 entries
   void DVRResolutionIndex(int index);                     // a change bumps DVRGeneration
@@ -154,9 +158,9 @@ class CVideoSystem : public CSystemComponent {
   virtual void RemoveRTSPSink(CObjectSink* sink);
   virtual int DVREncodeType();  // -1: not known yet; FRAME_KIND_JPEG or FRAME_KIND_H264
   virtual GXT_RESOLUTION DVREncodeDimensions();
-  virtual int DVREncodeProfile(CRTSPProfile* profile);               // fills it; 0: none
-  virtual void StartDVR();                                           // attaches the DVR sink
-  virtual void StopDVR();                                            // detaches it
+  virtual int DVREncodeProfile(CRTSPProfile* profile);  // fills it; 0: none
+  virtual void StartDVR();  // attaches the DVR sink, or makes the camera look again at what stream it wants
+  virtual void StopDVR();   // detaches it
   virtual int CameraOrientation(RTSP_PROFILE_TYPE type, int index);  // 1: wide
   virtual bool HasAudioRX();
   virtual int BeginReceiveAudioFrom(CIntercomClient* client);
