@@ -6,6 +6,8 @@
 #include "host/gxthread.h"
 #include "host/rtsp_profile.h"
 
+#include <array>
+
 class CONVIFMsg;
 
 // Codes of H.264 profiles; H264_PROFILE_NONE also means "any" in a comparison.
@@ -37,17 +39,16 @@ class CONVIFSettings {
   static int H264ProfileType(const CGXString& name);  // H264_PROFILE_..., exact spelling
   static const char* H264ProfileName(int profile);    // the ONVIF name; empty for H264_PROFILE_NONE
 
-  CGXString VideoEncoderType() const {
-    return Get().VideoEncoderType;
-  }  // "JPEG", "H264", as the camera spells it
-  CGXString AudioEncoderType() const { return Get().AudioEncoderType; }
-  int Quality() const { return Get().Quality; }
-  int GovLength() const { return Get().GovLength; }              // frames between key frames
-  int EncoderInterval() const { return Get().EncoderInterval; }  // every n-th frame is sent
-  int FrameRate() const { return Get().FrameRate; }              // limit, frames per second
-  int Bitrate() const { return Get().Bitrate; }                  // limit, kbit/s
-  GXT_RESOLUTION Resolution() const { return Get().Resolution; }
-  int H264Profile() const { return Get().H264Profile; }  // H264_PROFILE_...
+  // Encodings as the camera spells them: "JPEG", "H264", ...
+  CGXString VideoEncoderType() const { return Get(&CFields::VideoEncoderType); }
+  CGXString AudioEncoderType() const { return Get(&CFields::AudioEncoderType); }
+  int Quality() const { return Get(&CFields::Quality); }
+  int GovLength() const { return Get(&CFields::GovLength); }              // frames between key frames
+  int EncoderInterval() const { return Get(&CFields::EncoderInterval); }  // every n-th frame is sent
+  int FrameRate() const { return Get(&CFields::FrameRate); }              // limit, frames per second
+  int Bitrate() const { return Get(&CFields::Bitrate); }                  // limit, kbit/s
+  GXT_RESOLUTION Resolution() const { return Get(&CFields::Resolution); }
+  int H264Profile() const { return Get(&CFields::H264Profile); }  // H264_PROFILE_...
 
   void VideoEncoderType(const CGXString& encoding) { Set(&CFields::VideoEncoderType, encoding); }
   void AudioEncoderType(const CGXString& encoding) { Set(&CFields::AudioEncoderType, encoding); }
@@ -74,10 +75,15 @@ class CONVIFSettings {
     int Quality = 0, GovLength = 0, EncoderInterval = 0, FrameRate = 0, Bitrate = 0;
     GXT_RESOLUTION Resolution;
     int H264Profile = H264_PROFILE_NONE;
+    std::array<int*, 8> Numbers();  // in the order of both stored forms
   };
 
   CFields Get() const;
-  void Set(const CFields& fields);
+  template <class T>
+  T Get(T CFields::*field) const {
+    CGXLock lock(m_Lock);
+    return m_Fields.*field;
+  }
   template <class T>
   void Set(T CFields::*field, const T& value) {
     CGXLock lock(m_Lock);

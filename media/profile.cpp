@@ -1,0 +1,204 @@
+#include "media/profile.h"
+
+#include "host/gxassert.h"
+#include "host/http.h"
+#include "media/xml_values.h"
+#include "onvif/login_header.h"
+#include "onvif/namespaces.h"
+#include "onvif/onvif.h"
+#include "rtsp/rtsp.h"
+
+#include <algorithm>
+#include <cfloat>
+#include <cstdlib>
+
+namespace {
+
+constexpr int QUERY_TIMEOUT = 0;             // ms; 0: the host's default
+constexpr int DESCRIBE_ANSWER_BYTES = 2048;  // longer answers are cut
+
+// An envelope with the camera's login header.
+std::unique_ptr<CONVIFEnvelope> NewEnvelope(CMediaCamera* camera) {
+  auto envelope = std::make_unique<CONVIFEnvelope>();
+  if (CONVIFMsg* login = camera->CreateLoginHeader()) envelope->AppendMSG(login);
+  return envelope;
+}
+
+float FloatOf(const CONVIFMsg* msg, const char* name) {
+  return static_cast<float>(std::clamp<double>(std::atof(TextOf(msg, name)), -FLT_MAX, FLT_MAX));
+}
+
+}  // namespace
+
+CProfile::CProfile(const CONVIFMsg* profile)
+    : m_Token(profile->Attribute("token")),
+      m_PTZ(ExtractPTZ(profile)),
+      m_pPresets(std::make_shared<CPresetList>()) {
+  LoadEncoders(profile);
+}
+
+void CProfile::LoadEncoders(const CONVIFMsg* profile) {
+  const CONVIFMsg* const video = profile->FindSubMSG("VideoEncoderConfiguration");
+  const CONVIFMsg* const audio = profile->FindSubMSG("AudioEncoderConfiguration");
+  CGXLock lock(m_Lock);
+  m_Name = TextOf(profile, "Name");
+  if (video != nullptr) {
+    m_VideoEncoderToken = video->Attribute("token");
+    m_CurrentSettings.LoadFrom(video, audio);
+  }
+  if (audio != nullptr) {
+    m_AudioEncoderToken = audio->Attribute("token");
+    m_iSampleRate = IntOf(audio, "SampleRate");
+  }
+}
+
+CProfile::CPTZ CProfile::ExtractPTZ(const CONVIFMsg* profile) {
+  CPTZ ptz;
+  const CONVIFMsg* const configuration = profile->FindSubMSG("PTZConfiguration");
+  if (configuration == nullptr) return ptz;
+  ptz.ConfigToken = configuration->Attribute("token");
+  ptz.NodeToken = TextOf(configuration, "NodeToken");
+  ptz.RelPositionSpace = TextOf(configuration, "DefaultRelativePanTiltTranslationSpace");
+  if (const CONVIFMsg* limits = configuration->FindSubMSG("PanTiltLimits")) {
+    ExtractPTZRange(limits->FindSubMSG("XRange"), &ptz.Pan);
+    ExtractPTZRange(limits->FindSubMSG("YRange"), &ptz.Tilt);
+  }
+  ExtractPTZRange(configuration->FindSubMSG("ZoomLimits"), &ptz.Zoom);
+  return ptz;
+}
+
+void CProfile::ExtractPTZRange(const CONVIFMsg* element, GXT_PTZ_RANGE* range) {
+  *range = {};
+  if (element != nullptr) *range = {FloatOf(element, "Min"), FloatOf(element, "Max")};
+}
+
+bool CProfile::ReloadFrom(const CONVIFMsg* profile) {
+  State(0);
+  if (!(profile->Attribute("token") == m_Token)) {
+    AssertWrap("profile", 466);
+    return false;
+  }
+  LoadEncoders(profile);
+  return true;
+}
+
+bool CProfile::LoadStreamUri(CMediaCamera* camera) {
+  const auto envelope = NewEnvelope(camera);
+  envelope->AddAttrib(CONVIF::FormatXMLNS_M(NS_ONVIF_MEDIA));
+  envelope->AddAttrib(CONVIF::FormatXMLNS_TT(NS_ONVIF_SCHEMA));
+  CONVIFMsg* const request = envelope->AddBody()->AddMSGVer10_Media("GetStreamUri");
+  CONVIFMsg* const setup = request->AddMSG("StreamSetup");
+  setup->AddValueVer10_Schema("Stream", "RTP-Unicast");
+  setup->AddMSGVer10_Schema("Transport")->AddValue("Protocol", "RTSP");
+  request->AddValue("ProfileToken", m_Token);
+
+  const std::unique_ptr<CONVIFMsg> answer(
+      CONVIF::DoQuery_HTTP(camera->MediaURL(), "GetStreamUri", NS_ONVIF_MEDIA, envelope.get(), QUERY_TIMEOUT));
+  const CONVIFMsg* const response = answer ? answer->FindResponseMSG("GetStreamUri") : nullptr;
+  const CONVIFMsg* const media = response != nullptr ? response->FindSubMSG("MediaUri") : nullptr;
+  if (media == nullptr) return false;
+  for (const CONVIFMsg* child = media->Messages(); child != nullptr; child = child->Next()) {
+    const CONVIFMsg* const uri = child->FindSubMSG("Uri");
+    if (uri == nullptr) continue;
+    CGXLock lock(m_Lock);
+    m_StreamUri = UnformatHTTPString(uri->Value(0));
+    ++m_nReloads;
+    return true;
+  }
+  return false;
+}
+
+bool CProfile::LoadPresetConfig(CMediaCamera* camera) {
+  const auto envelope = NewEnvelope(camera);
+  envelope->AddBody()->AddMSG_XMLNS("GetPresets", NS_ONVIF_PTZ)->AddValue("ProfileToken", m_Token);
+  const std::unique_ptr<CONVIFMsg> answer(
+      CONVIF::DoQuery_HTTP(camera->PTZURL(), "GetPresets", NS_ONVIF_PTZ, envelope.get(), QUERY_TIMEOUT));
+  if (!answer) return false;
+  const CONVIFMsg* const response = answer->FindResponseMSG("GetPresets");
+  if (response == nullptr) return true;
+  auto presets = std::make_shared<CPresetList>();
+  for (const CONVIFMsg* child = response->Messages(); child != nullptr; child = child->Next())
+    presets->Append(std::make_unique<CONVIFPreset>(child->Attribute("token"), TextOf(child, "Name")));
+  CGXLock lock(m_Lock);
+  m_pPresets = presets;
+  return true;
+}
+
+bool CProfile::LoadRTSPConfig(CMediaCamera* camera) {
+  const CGXString uri = StreamUri();
+  CRTSP session(uri, uri, RTP_TRANSPORT_TCP, camera->UserName(), camera->Password(), -1, nullptr, nullptr);
+  char answer[DESCRIBE_ANSWER_BYTES + 1] = {};  // a full answer comes without a terminator
+  if (!session.Login() ||
+      !session.RTSPExchange(uri, "DESCRIBE", "Accept: application/sdp", answer, DESCRIBE_ANSWER_BYTES, 0))
+    return false;
+  CGXLock lock(m_Lock);
+  m_Description.Parse(answer, DESCRIBE_ANSWER_BYTES, uri);
+  return true;
+}
+
+bool CProfile::EnsureRTSPConfig(CMediaCamera* camera) {
+  unsigned reloads;
+  {
+    CGXLock lock(m_Lock);
+    if ((m_iState & STATE_DESCRIBED) != 0) return true;
+    reloads = m_nReloads;
+  }
+  if (!LoadRTSPConfig(camera)) return false;
+  CGXLock lock(m_Lock);
+  if (reloads == m_nReloads) m_iState |= STATE_DESCRIBED;
+  return true;
+}
+
+void CProfile::ConfigureVideo(CRTSPProfile* rtsp) const {
+  const CONVIFSettings settings = m_CurrentSettings;
+  CGXLock lock(m_Lock);
+  rtsp->URL(m_StreamUri);
+  rtsp->ContentBase(m_Description.ContentBase());
+  rtsp->ControlURL(m_Description.ControlURLVideo());
+  rtsp->FormatTag(m_Description.VideoFormatTag());
+  rtsp->SetStartupData(m_Description.StartupData().data(), NStartupData());
+  rtsp->Resolution(settings.Resolution().Width, settings.Resolution().Height);
+  rtsp->GOVLength(settings.GovLength());
+  rtsp->FrameRate(settings.FrameRate());
+  rtsp->Bitrate(settings.Bitrate());
+}
+
+void CProfile::ConfigureAudio(CRTSPProfile* rtsp) const {
+  CGXLock lock(m_Lock);
+  rtsp->URL(m_StreamUri);
+  rtsp->ContentBase(m_Description.ContentBase());
+  rtsp->ControlURL(m_Description.ControlURLAudio());
+  rtsp->FormatTag(m_Description.AudioFormatTag());
+  rtsp->SetStartupData(m_Description.StartupData().data(), NStartupData());
+  rtsp->Bitrate(m_iSampleRate);  // the host's audio relay takes its clock from the bit rate
+}
+
+void CProfile::RemoveAll() {
+  CGXLock lock(m_Lock);
+  m_Description.RemoveAll();
+}
+
+void CProfile::RemovePresets() {
+  CGXLock lock(m_Lock);
+  m_pPresets = std::make_shared<CPresetList>();
+}
+
+std::shared_ptr<const CProfile::CPresetList> CProfile::Presets() const {
+  CGXLock lock(m_Lock);
+  return m_pPresets;
+}
+
+int CProfile::NPresets() const {
+  return Presets()->Count();
+}
+
+std::shared_ptr<const CONVIFPreset> CProfile::Preset(int index) const {
+  const auto presets = Presets();
+  return {presets, presets->At(index)};
+}
+
+void CProfile::WriteTo(CGXMSG* msg) const {
+  msg->PutString(Name());
+  msg->PutString(m_Token);
+  m_CurrentSettings.WriteTo(msg);
+}

@@ -1,0 +1,30 @@
+// Short forms for reading values out of an XML tree.
+#pragma once
+
+#include "host/gxstring.h"
+#include "onvif/onvif_msg.h"
+
+#include <cstdlib>
+#include <limits>
+
+// The decimal number that `text` begins with, 0 when it has none; numbers beyond an int stop at its ends.
+inline int ToInt(const CGXString& text) {
+  const long number = std::strtol(text, nullptr, 10);
+  if (number > std::numeric_limits<int>::max()) return std::numeric_limits<int>::max();
+  if (number < std::numeric_limits<int>::min()) return std::numeric_limits<int>::min();
+  return static_cast<int>(number);
+}
+
+// Text and number of the first element at or beneath `msg` whose name contains `name`; empty and 0 when none.
+inline CGXString TextOf(const CONVIFMsg* msg, const char* name) {
+  return msg->FindSubMSGValue(name, 0);
+}
+inline int IntOf(const CONVIFMsg* msg, const char* name) {
+  return ToInt(TextOf(msg, name));
+}
+
+// The element's name without its namespace prefix.
+inline CGXString LocalName(const CONVIFMsg* msg) {
+  const CGXString name = msg->Name();
+  return name.Mid(name.Find(':') + 1);
+}
