@@ -10,7 +10,8 @@ inline constexpr int GX_FILE_VERSION = 813;
 class CGXFile {
  public:
   CGXFile() = default;  // an empty record of the current version, to write
-  CGXFile(CGXItems items, int version) : m_Items(std::move(items)), m_iVersion(version) {}  // a record to read
+  // A record to read, from its first item on.
+  CGXFile(CGXItems items, int version) : m_Items(std::move(items)), m_iVersion(version) { m_Items.Rewind(); }
 
   int Version() const { return m_iVersion; }
   const CGXItems& Items() const { return m_Items; }

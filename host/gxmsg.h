@@ -7,7 +7,7 @@
 class CGXMSG {
  public:
   CGXMSG() = default;
-  explicit CGXMSG(CGXItems items) : m_Items(std::move(items)) {}
+  explicit CGXMSG(CGXItems items) : m_Items(std::move(items)) { m_Items.Rewind(); }
 
   void PutInt(int value) { m_Items.Append(value); }
   void PutString(const CGXString& text) { m_Items.Append(text.Str()); }

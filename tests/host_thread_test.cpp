@@ -1,0 +1,332 @@
+// The host's event, its threads, and that every wait ends when its thread is cancelled.
+#include "host/gxthread.h"
+#include "host/http.h"
+#include "host/socket.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <chrono>
+#include <functional>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr unsigned LONG_MS = 30000;
+// Far below LONG_MS, far above what a busy machine needs to schedule a thread.
+constexpr int PROMPT_MS = 500;
+
+int MillisecondsSince(Clock::time_point start) {
+  return static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
+}
+
+unsigned Call(void* body) {
+  (*static_cast<std::function<void()>*>(body))();
+  return 0;
+}
+
+sockaddr_in Loopback() {
+  sockaddr_in address{};
+  SetIP(127, 0, 0, 1, reinterpret_cast<sockaddr*>(&address));
+  return address;
+}
+
+// A socket that listens on a free port of the loopback interface.
+int Listen(sockaddr_in* address, int backlog) {
+  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  *address = Loopback();
+  socklen_t length = sizeof *address;
+  bind(fd, reinterpret_cast<sockaddr*>(address), sizeof *address);
+  listen(fd, backlog);
+  getsockname(fd, reinterpret_cast<sockaddr*>(address), &length);
+  return fd;
+}
+
+TEST(Semaphore, IsLatchedAndResetsItself) {
+  CGXSemaphore event(0), set(1);
+  EXPECT_TRUE(set.WaitSignal(0));
+  EXPECT_FALSE(event.WaitSignal(0));
+  event.SetEvent();
+  event.SetEvent();
+  EXPECT_TRUE(event.WaitSignal(0));
+  EXPECT_FALSE(event.WaitSignal(20));
+}
+
+TEST(Semaphore, OneSignalWakesOneWaiter) {
+  CGXSemaphore event;
+  std::atomic<int> woken{0};
+  std::function<void()> body = [&] {
+    if (event.WaitSignal(LONG_MS)) ++woken;
+  };
+  CGXThread threads[3];
+  for (CGXThread& thread : threads) ASSERT_EQ(thread.Start(&Call, &body, 0, "waiter"), 1);
+  event.SetEvent();
+  while (woken == 0) std::this_thread::yield();
+  for (CGXThread& thread : threads) thread.Cancel();
+  for (CGXThread& thread : threads) thread.Join();
+  EXPECT_EQ(woken, 1);
+}
+
+TEST(Thread, RunsUnderItsNameAndEnds) {
+  CGXThread thread;
+  char name[32] = "";
+  size_t stackBytes = 0;
+  CGXSemaphore go;
+  std::function<void()> body = [&] {
+    pthread_getname_np(pthread_self(), name, sizeof name);
+    pthread_attr_t attributes;
+    pthread_getattr_np(pthread_self(), &attributes);
+    pthread_attr_getstacksize(&attributes, &stackBytes);
+    pthread_attr_destroy(&attributes);
+    go.WaitSignal(LONG_MS);
+  };
+  EXPECT_FALSE(thread.IsRunning());
+  EXPECT_TRUE(thread.WaitComplete(0));
+  ASSERT_EQ(thread.Start(&Call, &body, 256000, "ONVIF Event Proc Thread"), 1);
+  EXPECT_TRUE(thread.IsRunning());
+  EXPECT_EQ(thread.Start(&Call, &body, 0, "second"), 0);
+  EXPECT_FALSE(thread.WaitComplete(10));
+  go.SetEvent();
+  EXPECT_TRUE(thread.WaitComplete(LONG_MS));
+  EXPECT_FALSE(thread.IsRunning());
+  EXPECT_STREQ(name, "ONVIF Event Pro");
+  EXPECT_GE(stackBytes, 256000u);
+}
+
+TEST(Thread, StartsAgainAfterItsEndAndAfterReset) {
+  CGXThread thread;
+  std::atomic<int> runs{0};
+  std::function<void()> body = [&] { ++runs; };
+  for (int i = 1; i <= 200; ++i) {
+    while (thread.Start(&Call, &body, 0, nullptr) == 0) ASSERT_TRUE(thread.WaitComplete(LONG_MS));
+    if (i % 2 == 0) thread.Join();
+  }
+  EXPECT_TRUE(thread.WaitComplete(LONG_MS));
+  EXPECT_EQ(runs, 200);
+  thread.Cancel();
+  EXPECT_EQ(thread.Start(&Call, &body, 0, nullptr), 0);
+  thread.Reset();
+  EXPECT_FALSE(thread.IsCancelled());
+  bool slept = false;
+  body = [&] {
+    Sleep(1);
+    slept = !CGXThread::CurrentCancelled();
+  };
+  EXPECT_EQ(thread.Start(&Call, &body, 0, nullptr), 1);
+  thread.Join();
+  EXPECT_TRUE(slept);
+}
+
+TEST(Thread, ManyMayJoinOne) {
+  CGXThread thread;
+  CGXSemaphore go;
+  std::function<void()> body = [&] { go.WaitSignal(LONG_MS); };
+  ASSERT_EQ(thread.Start(&Call, &body, 0, "joined"), 1);
+  std::vector<std::thread> joiners;
+  for (int i = 0; i < 4; ++i)
+    joiners.emplace_back([&thread, i] { i % 2 == 0 ? thread.Join() : void(thread.WaitComplete(LONG_MS)); });
+  go.SetEvent();
+  for (std::thread& joiner : joiners) joiner.join();
+  EXPECT_FALSE(thread.IsRunning());
+}
+
+TEST(Thread, NeverWaitsForItself) {
+  CGXThread thread;
+  bool complete = true;
+  std::function<void()> body = [&] {
+    complete = thread.WaitComplete(LONG_MS);
+    thread.Join();
+    thread.Reset();
+  };
+  const Clock::time_point start = Clock::now();
+  ASSERT_EQ(thread.Start(&Call, &body, 0, "self"), 1);
+  thread.Join();
+  EXPECT_FALSE(complete);
+  EXPECT_LT(MillisecondsSince(start), static_cast<int>(LONG_MS) / 2);
+}
+
+TEST(Thread, MayBeDestroyedByItsOwnEntry) {
+  // The thread outlives the test by a moment, and so must what it touches.
+  static auto* thread = new CGXThread;
+  static CGXSemaphore done;
+  static std::function<void()> body = [] {
+    delete thread;
+    Sleep(LONG_MS);  // cancelled by that
+    done.SetEvent();
+  };
+  ASSERT_EQ(thread->Start(&Call, &body, 0, "last"), 1);
+  EXPECT_TRUE(done.WaitSignal(LONG_MS / 2));
+}
+
+TEST(Thread, DestroyingItCancelsAndJoins) {
+  std::atomic<bool> ended{false};
+  std::function<void()> body = [&] {
+    Sleep(LONG_MS);
+    ended = true;
+  };
+  const Clock::time_point start = Clock::now();
+  {
+    CGXThread thread;
+    ASSERT_EQ(thread.Start(&Call, &body, 0, "sleeper"), 1);
+  }
+  EXPECT_TRUE(ended);
+  EXPECT_LT(MillisecondsSince(start), static_cast<int>(LONG_MS) / 2);
+}
+
+struct Wait {
+  const char* Name;
+  std::function<bool()> Body;  // true when the wait said what it waited for
+};
+
+// What the waits wait for in vain: a peer that is silent, one that does not read, one that does not accept.
+class CancelledWait : public testing::Test {
+ protected:
+  CancelledWait() {
+    m_iSilent = Listen(&m_Silent, 8);
+    m_iFull = Listen(&m_Full, 0);
+    socketpair(AF_UNIX, SOCK_STREAM, 0, m_iPair);
+    // Beyond the backlog, a connection attempt gets no answer.
+    for (int i = 0; i < 4; ++i) {
+      m_Fillers.push_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0));
+      connect(m_Fillers.back(), reinterpret_cast<sockaddr*>(&m_Full), sizeof m_Full);
+    }
+  }
+  ~CancelledWait() override {
+    for (const int fd : {m_iSilent, m_iFull, m_iPair[0], m_iPair[1]}) CloseSocket(fd);
+    for (const int fd : m_Fillers) CloseSocket(fd);
+  }
+
+  bool Exchange(const sockaddr_in& server) const {
+    CGXString address;
+    address.Format("127.0.0.1:%d", ntohs(server.sin_port));
+    const std::unique_ptr<CHTMLPage> page(
+        DoHTTPExchange(address, "GET / HTTP/1.1\r\n\r\n", nullptr, 0, 80, LONG_MS));
+    return page != nullptr;
+  }
+
+  std::vector<Wait> Waits() {
+    return {
+        {"Sleep",
+         [] {
+           Sleep(LONG_MS);
+           return false;
+         }},
+        {"WaitSignal", [this] { return m_Event.WaitSignal(LONG_MS); }},
+        {"read", [this] { return WaitSocketReadState(m_iPair[0], LONG_MS); }},
+        {"send",
+         [this] {
+           const std::string much(16 << 20, 'x');
+           const int length = static_cast<int>(much.size());
+           return SendSocket(m_iPair[0], much.data(), length, LONG_MS) == length;
+         }},
+        {"connect",
+         [this] {
+           const int fd = socket(AF_INET, SOCK_STREAM, 0);
+           const int result = ConnectSocket(fd, &m_Full, LONG_MS);
+           CloseSocket(fd);
+           return result == 0;
+         }},
+        {"exchange, connecting", [this] { return Exchange(m_Full); }},
+        {"exchange, receiving", [this] { return Exchange(m_Silent); }},
+    };
+  }
+
+  CGXSemaphore m_Event;
+  sockaddr_in m_Silent, m_Full;
+  int m_iSilent, m_iFull, m_iPair[2];
+  std::vector<int> m_Fillers;
+};
+
+TEST_F(CancelledWait, EndsAtOnce) {
+  for (Wait& wait : Waits()) {
+    SCOPED_TRACE(wait.Name);
+    std::atomic<bool> begun{false};
+    std::atomic<bool> succeeded{true};
+    std::function<void()> body = [&] {
+      begun = true;
+      succeeded = wait.Body();
+    };
+    CGXThread thread;
+    ASSERT_EQ(thread.Start(&Call, &body, 0, "waiting"), 1);
+    while (!begun) std::this_thread::yield();
+    EXPECT_FALSE(thread.WaitComplete(30));  // deep in the wait by now
+    const Clock::time_point start = Clock::now();
+    thread.Cancel();
+    thread.Join();
+    EXPECT_LT(MillisecondsSince(start), PROMPT_MS);
+    EXPECT_FALSE(succeeded);
+  }
+}
+
+TEST_F(CancelledWait, IsRefusedAfterCancelling) {
+  m_Event.SetEvent();
+  send(m_iPair[1], "x", 1, 0);
+  CGXThread thread;
+  std::vector<std::string> succeeded;
+  std::function<void()> body = [&] {
+    while (!CGXThread::CurrentCancelled()) std::this_thread::yield();
+    for (Wait& wait : Waits())
+      if (wait.Body()) succeeded.emplace_back(wait.Name);
+  };
+  ASSERT_EQ(thread.Start(&Call, &body, 0, "cancelled"), 1);
+  thread.Cancel();
+  const Clock::time_point start = Clock::now();
+  thread.Join();
+  EXPECT_LT(MillisecondsSince(start), PROMPT_MS);
+  EXPECT_TRUE(succeeded.empty()) << succeeded.front();
+  EXPECT_TRUE(m_Event.WaitSignal(0));  // the signal is left for others
+}
+
+TEST(Socket, WaitsAndConnectionsSayWhatHappened) {
+  sockaddr_in address;
+  const int listener = Listen(&address, 4);
+  const int client = socket(AF_INET, SOCK_STREAM, 0);
+  ASSERT_EQ(ConnectSocket(client, &address, 2000), 0);
+  ASSERT_TRUE(WaitSocketReadState(listener, 2000));
+  const int server = accept(listener, nullptr, nullptr);
+  EXPECT_TRUE(WaitSocketWriteState(client, 0));
+  EXPECT_FALSE(WaitSocketReadState(client, 20));
+  EXPECT_EQ(SendSocket(server, "hello", 5, 0), 5);
+  EXPECT_TRUE(WaitSocketReadState(client, 2000));
+  CloseSocket(server);
+  char data[16];
+  EXPECT_EQ(recv(client, data, sizeof data, MSG_WAITALL), 5);
+  EXPECT_TRUE(WaitSocketReadState(client, 2000));  // at its end
+  EXPECT_EQ(recv(client, data, sizeof data, 0), 0);
+  // Writing to a peer that is gone is an error and not the end of the process.
+  for (int i = 0; i < 100 && SendSocket(client, "x", 1, 100) == 1; ++i) WaitSocketReadState(client, 10);
+  EXPECT_EQ(SendSocket(client, "x", 1, 100), -1);
+  CloseSocket(client);
+  CloseSocket(listener);
+
+  const int refused = socket(AF_INET, SOCK_STREAM, 0);
+  EXPECT_EQ(ConnectSocket(refused, &address, 2000), -1);
+  EXPECT_EQ(NORVA_GetLastError(), ECONNREFUSED);
+  CloseSocket(refused);
+  EXPECT_FALSE(WaitSocketReadState(-1, LONG_MS));
+}
+
+// select() would write beyond its set there.
+TEST(Socket, DescriptorsBeyond1023) {
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+  int pair[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
+  const int high = fcntl(pair[0], F_DUPFD, 1100);
+  ASSERT_GE(high, 1100);
+  EXPECT_FALSE(WaitSocketReadState(high, 10));
+  send(pair[1], "x", 1, 0);
+  EXPECT_TRUE(WaitSocketReadState(high, 2000));
+  for (const int fd : {pair[0], pair[1], high}) CloseSocket(fd);
+}
+
+}  // namespace
