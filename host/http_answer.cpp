@@ -250,9 +250,10 @@ GXT_HTTP_PROGRESS CHTTPAnswer::BodyProgress() {
     m_Phase = Phase::Done;
     return GXT_HTTP_PROGRESS::Complete;
   }
+  if (Text().empty()) return GXT_HTTP_PROGRESS::Settled;
   FindRoot();
-  const bool cut = BeginsPicture() || (!m_Root.empty() && !Text().ends_with('>'));
-  return cut ? GXT_HTTP_PROGRESS::More : GXT_HTTP_PROGRESS::Settled;
+  const bool inElement = !m_bRootSought || (!m_Root.empty() && !Text().ends_with('>'));
+  return inElement || BeginsPicture() ? GXT_HTTP_PROGRESS::More : GXT_HTTP_PROGRESS::Settled;
 }
 
 bool CHTTPAnswer::BeginsPicture() const {
