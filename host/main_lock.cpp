@@ -61,3 +61,8 @@ bool CMainLock::Unlock() {
   if (--m_nDepth == 0) HandOver();
   return true;
 }
+
+int CMainLock::Waiting() const {
+  const std::lock_guard<std::mutex> hold(m_Mutex);
+  return static_cast<int>(m_Waiters.size());
+}

@@ -15,6 +15,7 @@ class CMainLock {
   bool Lock();                // false, and not taken, when the calling thread is or becomes cancelled
   bool Unlock();              // false when the calling thread does not hold it
   bool HeldByCaller() const;  // whether the calling thread does
+  int Waiting() const;        // how many threads wait for it
 
  private:
   struct Waiter {
@@ -24,7 +25,8 @@ class CMainLock {
   bool Wait(std::unique_lock<std::mutex>& hold);
   void HandOver();
 
-  std::mutex m_Mutex;  // guards the fields below; m_Owner is also read without it, by its own thread only
+  mutable std::mutex
+      m_Mutex;  // guards the fields below; m_Owner is also read without it, by its own thread only
   std::atomic<std::thread::id> m_Owner{};  // none: free
   int m_nDepth = 0;
   std::deque<Waiter*> m_Waiters;
