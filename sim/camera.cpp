@@ -1,5 +1,6 @@
 #include "sim/camera.h"
 
+#include <nlohmann/json.hpp>
 #include <random>
 #include <sstream>
 
@@ -14,11 +15,13 @@ std::string RandomNonce() {
 
 }  // namespace
 
-CCamera::CCamera(const CIdentity& identity, const std::string& address, int httpPort, int rtspPort)
+CCamera::CCamera(const CIdentity& identity, const std::string& address, int httpPort, int rtspPort,
+                 CRtspLoop& loop)
     : m_model(identity, address, httpPort, rtspPort),
       m_soap(m_model),
       m_nonce(RandomNonce()),
-      m_http([this](const CHttpRequest& request) { return Answer(request); }, [this] { return Manner(); }) {
+      m_http([this](const CHttpRequest& request) { return Answer(request); }, [this] { return Manner(); }),
+      m_rtsp(m_model, loop) {
   FillKind(m_model);
   m_model.powered = false;
 }
@@ -51,6 +54,7 @@ bool CCamera::Move(const std::string& address, std::string* error) {
 bool CCamera::PowerOnLocked(std::string* error) {
   if (m_on) return true;
   if (!m_http.Start(m_model.address, m_model.httpPort, error)) return false;
+  if (!m_rtsp.Start(error)) return m_http.Stop(), false;
   m_on = true;
   const std::lock_guard guard(m_model.lock);
   m_model.powered = true;
@@ -64,6 +68,7 @@ void CCamera::PowerOffLocked() {
     m_model.powered = false;
     m_model.subscriptions.clear();
   }
+  m_rtsp.Stop();
   m_http.Stop();
   m_on = false;
 }
@@ -76,12 +81,41 @@ CHttpManner CCamera::Manner() const {
 
 CHttpReply CCamera::Answer(const CHttpRequest& request) {
   if (request.method == "POST" && request.path.starts_with("/onvif/")) return AnswerSoap(request);
+  if (request.method == "GET" && request.path.starts_with("/snapshot.jpg?")) return AnswerSnapshot(request);
   return {404, "text/plain", "", "no such page\n"};
+}
+
+CHttpReply CCamera::AnswerSnapshot(const CHttpRequest& request) {
+  CVideoEncoder encoder;
+  const std::string token = request.path.substr(request.path.rfind('=') + 1);
+  {
+    const std::lock_guard guard(m_model.lock);
+    const std::string authorization = request.Header("authorization");
+    const AuthResult login = CheckHttpAuth(authorization, "GET", m_model.user, m_model.password, m_nonce);
+    if (login != AuthResult::ok) {
+      ++m_model.authFailures;
+      m_model.Note("snapshot", "unauthorized");
+      return {401, "text/plain", HttpChallenges(m_nonce), "unauthorized\n"};
+    }
+    const CSimProfile* profile = m_model.ProfileByToken(token);
+    const bool offered = profile != nullptr && !m_model.quirks.noSnapshot;
+    m_model.Note("snapshot", offered ? "ok" : "not found");
+    if (!offered) return {404, "text/plain", "", "no such picture\n"};
+    encoder = *m_model.EncoderByToken(profile->videoEncoder);
+  }
+  return {200, "image/jpeg", "", EncodeJpeg(TakePicture(m_model, token, encoder), encoder.quality)};
+}
+
+nlohmann::json CCamera::State() {
+  m_rtsp.CountSessions();
+  const std::lock_guard guard(m_model.lock);
+  return m_model.ToJson();
 }
 
 CHttpReply CCamera::AnswerSoap(const CHttpRequest& request) {
   std::vector<std::string> changedProfiles;
   CSoapAnswer answer = m_soap.Handle(request.body, request.Header("authorization"), m_nonce, &changedProfiles);
+  for (const std::string& token : changedProfiles) m_rtsp.Restart(token);
   const std::string extra = answer.status == 401 ? HttpChallenges(m_nonce) : "";
   return {answer.status, "application/soap+xml; charset=utf-8", extra, std::move(answer.body)};
 }

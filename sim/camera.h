@@ -2,6 +2,7 @@
 // One simulated camera: its model with everything that listens on its address.
 #include "sim/http_front.h"
 #include "sim/model.h"
+#include "sim/rtsp_server.h"
 #include "sim/services.h"
 
 #include <memory>
@@ -10,10 +11,12 @@
 
 class CCamera {
  public:
-  CCamera(const CIdentity& identity, const std::string& address, int httpPort, int rtspPort);
+  CCamera(const CIdentity& identity, const std::string& address, int httpPort, int rtspPort, CRtspLoop& loop);
   ~CCamera();
 
   CCameraModel& Model() { return m_model; }
+  // The state as the control address shows it.
+  nlohmann::json State();
   // Opens all sockets of the camera; false with a reason in `error`. Off closes them and ends every connection
   // and stream. Any thread; on when on (off when off) does nothing.
   bool PowerOn(std::string* error);
@@ -24,6 +27,7 @@ class CCamera {
  private:
   CHttpReply Answer(const CHttpRequest& request);
   CHttpReply AnswerSoap(const CHttpRequest& request);
+  CHttpReply AnswerSnapshot(const CHttpRequest& request);
   CHttpManner Manner() const;
   bool PowerOnLocked(std::string* error);
   void PowerOffLocked();
@@ -32,6 +36,7 @@ class CCamera {
   CSoapServer m_soap;
   const std::string m_nonce;  // of HTTP Digest challenges
   CHttpFront m_http;
+  CRtspServer m_rtsp;
   std::mutex m_powerLock;  // one change of power at a time; taken before the model's lock
   bool m_on = false;
 };

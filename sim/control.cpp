@@ -21,11 +21,6 @@ void Refuse(httplib::Response& out, const std::string& error) {
   Reply(out, {{"error", error}});
 }
 
-Json StateOf(CCamera& camera) {
-  const std::lock_guard guard(camera.Model().lock);
-  return camera.Model().ToJson();
-}
-
 // All switches or none: a wrong name among right ones changes nothing.
 bool SetQuirks(CCamera& camera, const Json& json, std::string* error) {
   const std::lock_guard guard(camera.Model().lock);
@@ -66,13 +61,13 @@ CControl::CControl(std::vector<CCamera*> cameras, std::function<void()> quit)
   };
   http.Get("/cameras", [this](const httplib::Request&, httplib::Response& out) {
     Json all = Json::array();
-    for (CCamera* camera : m_cameras) all.push_back(StateOf(*camera));
+    for (CCamera* camera : m_cameras) all.push_back(camera->State());
     Reply(out, all);
   });
   http.Get(R"(/cameras/(\d+))", [find](const httplib::Request& in, httplib::Response& out) {
     CCamera* camera = find(in);
     if (camera == nullptr) return Refuse(out, "no such camera");
-    Reply(out, StateOf(*camera));
+    Reply(out, camera->State());
   });
   const auto change = [&](const char* path, bool (*apply)(CCamera&, const Json&, std::string*)) {
     http.Post(path, [find, apply](const httplib::Request& in, httplib::Response& out) {
@@ -82,7 +77,7 @@ CControl::CControl(std::vector<CCamera*> cameras, std::function<void()> quit)
       if (!json.is_object()) return Refuse(out, "the body is no JSON object");
       std::string error;
       if (!apply(*camera, json, &error)) return Refuse(out, error);
-      Reply(out, StateOf(*camera));
+      Reply(out, camera->State());
     });
   };
   change(R"(/cameras/(\d+)/quirks)", SetQuirks);

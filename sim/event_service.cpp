@@ -2,21 +2,11 @@
 #include "sim/services.h"
 
 #include <cstdlib>
-#include <ctime>
 
 namespace {
 
 constexpr int kDefaultSeconds = 60, kLongestSeconds = 3600;
 constexpr size_t kMostSubscriptions = 16;
-
-std::string UtcText(std::chrono::system_clock::time_point at) {
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(at);
-  std::tm tm{};
-  gmtime_r(&seconds, &tm);
-  char text[32];
-  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &tm);
-  return text;
-}
 
 // "PT60S", "PT1M", "PT1H"; anything else gives the default.
 int Seconds(const std::string& duration) {

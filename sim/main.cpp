@@ -40,14 +40,14 @@ bool InterfaceAddress(const std::string& name, std::string* address) {
   return !address->empty();
 }
 
-bool AddCamera(const COptions& options, const std::string& kind, const std::string& address, Cameras* cameras,
-               std::string* error) {
+bool AddCamera(const COptions& options, CRtspLoop& loop, const std::string& kind, const std::string& address,
+               Cameras* cameras, std::string* error) {
   CIdentity identity;
   if (!DescribeKind(kind, static_cast<int>(cameras->size()) + 1, &identity)) {
     *error = "no kind of camera is called '" + kind + "' (there are ptz, door and alarm)";
     return false;
   }
-  auto camera = std::make_unique<CCamera>(identity, address, options.httpPort, options.rtspPort);
+  auto camera = std::make_unique<CCamera>(identity, address, options.httpPort, options.rtspPort, loop);
   camera->Model().user = options.user;
   const char* password = options.passwordEnv.empty() ? "secret" : std::getenv(options.passwordEnv.c_str());
   if (password == nullptr) {
@@ -59,10 +59,10 @@ bool AddCamera(const COptions& options, const std::string& kind, const std::stri
   return true;
 }
 
-bool MakeCameras(const COptions& options, Cameras* cameras, std::string* error) {
+bool MakeCameras(const COptions& options, CRtspLoop& loop, Cameras* cameras, std::string* error) {
   for (const std::string& kind : options.kinds) {
     const std::string address = "127.0.0." + std::to_string(kFirstHost + cameras->size());
-    if (!AddCamera(options, kind, address, cameras, error)) return false;
+    if (!AddCamera(options, loop, kind, address, cameras, error)) return false;
   }
   for (const std::string& item : options.kindsAt) {
     const size_t colon = item.find(':');
@@ -70,7 +70,7 @@ bool MakeCameras(const COptions& options, Cameras* cameras, std::string* error) 
       *error = "--camera-at takes ADDRESS:KIND, not '" + item + "'";
       return false;
     }
-    if (!AddCamera(options, item.substr(colon + 1), item.substr(0, colon), cameras, error)) return false;
+    if (!AddCamera(options, loop, item.substr(colon + 1), item.substr(0, colon), cameras, error)) return false;
   }
   return true;
 }
@@ -109,8 +109,9 @@ void PrintCamera(CCameraModel& model) {
 
 int Run(const COptions& options, const sigset_t& signals) {
   std::string error, interfaceAddress;
+  CRtspLoop loop;
   Cameras cameras;
-  if (!MakeCameras(options, &cameras, &error)) return Fail(error);
+  if (!MakeCameras(options, loop, &cameras, &error)) return Fail(error);
   for (const std::string& quirk : options.quirks)
     if (!ApplyQuirk(cameras, quirk, &error)) return Fail(error);
   if (!InterfaceAddress(options.interfaceName, &interfaceAddress))
@@ -173,5 +174,6 @@ int main(int argc, char** argv) {
   sigaddset(&signals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   signal(SIGPIPE, SIG_IGN);
+  gst_init(nullptr, nullptr);
   return Run(options, signals);
 }

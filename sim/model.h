@@ -66,6 +66,7 @@ class CCameraModel {
   std::vector<CVideoEncoder> encoders;
   std::vector<CSimProfile> profiles;
   std::vector<CPreset> presets;
+  int nextPreset = 100;
   CPtzHead head;
   std::vector<CSubscription> subscriptions;
   int nextSubscription = 1;

@@ -1,12 +1,14 @@
 #include "sim/services.h"
 
+#include <ctime>
 #include <string_view>
 
 namespace {
 
-const CService* FindService(const std::string& uri) {
-  for (const CService* service : {&DeviceService(), &EventService()})
+const CService* FindService(const CCameraModel& model, const std::string& uri) {
+  for (const CService* service : {&DeviceService(), &MediaService(), &EventService()})
     if (uri == service->uri) return service;
+  if (uri == ns::kPtz && model.identity.kind == "ptz") return &PtzService();
   // Subscriptions are asked for in the WS-BaseNotification namespace.
   return uri == ns::kNotify ? &EventService() : nullptr;
 }
@@ -18,6 +20,15 @@ const COperation* FindOperation(const CService& service, const std::string& name
 }
 
 }  // namespace
+
+std::string UtcText(std::chrono::system_clock::time_point at) {
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(at);
+  std::tm tm{};
+  gmtime_r(&seconds, &tm);
+  char text[32];
+  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &tm);
+  return text;
+}
 
 CFault InvalidArgument(const char* detailCode, const std::string& reason) {
   return {400, "Sender", "ter:InvalidArgVal", detailCode, reason};
@@ -55,7 +66,7 @@ CSoapAnswer CSoapServer::Handle(const std::string& text, const std::string& auth
   if (!request.Parse(text))
     return Fail(reply, "?", {400, "Sender", "ter:WellFormed", nullptr, "Not well formed"});
   const std::string name = request.Name();
-  const CService* service = FindService(request.Namespace());
+  const CService* service = FindService(m_model, request.Namespace());
   const COperation* operation = service == nullptr ? nullptr : FindOperation(*service, name);
   if (operation == nullptr) return Fail(reply, name, NotSupported("Operation not implemented: " + name));
   if (NeedsLogin(*operation)) {

@@ -36,6 +36,12 @@ const CService& MediaService();
 const CService& PtzService();
 const CService& EventService();
 
+// The PTZ configuration of a camera that can move, as profiles and the PTZ service show it.
+void AddPtzConfiguration(const CCameraModel& model, pugi::xml_node parent, const char* name);
+
+// "2026-11-22T20:15:30Z"
+std::string UtcText(std::chrono::system_clock::time_point at);
+
 // Faults that several services give.
 CFault InvalidArgument(const char* detailCode, const std::string& reason);
 CFault NotSupported(const std::string& reason);

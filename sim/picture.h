@@ -1,0 +1,29 @@
+#pragma once
+// Pictures in I420 (Y, then U and V at half size, rows without padding) and what is drawn into them.
+#include <cstdint>
+#include <string>
+#include <vector>
+
+struct CColor {
+  uint8_t y, u, v;
+};
+
+struct CPicture {
+  int width = 0, height = 0;  // both even
+  std::vector<uint8_t> bytes;
+
+  void Resize(int w, int h);
+  uint8_t* Y() { return bytes.data(); }
+  uint8_t* U() { return bytes.data() + width * height; }
+  uint8_t* V() { return U() + width * height / 4; }
+  const uint8_t* Y() const { return bytes.data(); }
+};
+
+// Fills the part of the rectangle that lies inside the picture.
+void FillRect(CPicture& picture, int x, int y, int w, int h, const CColor& color);
+// Capitals, digits and ":-./" in a 5 by 7 face, each dot `scale` pixels wide; other characters are blank.
+void DrawLabel(CPicture& picture, int x, int y, int scale, const std::string& text, const CColor& color);
+int LabelWidth(const std::string& text, int scale);
+
+// A baseline JPEG (4:2:0, standard Huffman tables) of the picture; quality 1 to 100.
+std::string EncodeJpeg(const CPicture& picture, int quality);

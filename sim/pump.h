@@ -1,0 +1,44 @@
+#pragma once
+// Feeds the pictures of one running stream: renders at the profile's frame rate while somebody takes them.
+#include "sim/model.h"
+#include "sim/picture.h"
+
+#include <gst/app/gstappsrc.h>
+#include <gst/gst.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+
+class CPump {
+ public:
+  // Pictures of the profile with the settings of `encoder` go into `source` ("appsrc"), as JPEG or as raw I420.
+  // `model` outlives the pump.
+  CPump(CCameraModel& model, const std::string& profileToken, const CVideoEncoder& encoder, GstAppSrc* source);
+  ~CPump();
+  CPump(const CPump&) = delete;
+  CPump& operator=(const CPump&) = delete;
+  // Ends the thread. Any thread but the pump's own; twice does nothing.
+  void Stop();
+
+ private:
+  void Run();
+  bool PushPicture();
+
+  CCameraModel& m_model;
+  const std::string m_token;
+  const CVideoEncoder m_encoder;
+  GstAppSrc* const m_source;  // a reference of our own
+  CPicture m_picture;
+  std::atomic<bool> m_wanted{true};  // the source asked for a picture
+  std::mutex m_lock;                 // guards what follows
+  std::condition_variable m_stopped;
+  bool m_stop = false;
+  std::thread m_thread;
+};
+
+// A picture of the profile as it is now, with the counter that the stream's next one will have. Takes the
+// model's lock.
+CPicture TakePicture(CCameraModel& model, const std::string& profileToken, const CVideoEncoder& encoder);

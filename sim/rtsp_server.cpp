@@ -1,0 +1,325 @@
+#include "sim/rtsp_server.h"
+
+#include "sim/rtsp_types.h"
+
+#include <chrono>
+#include <future>
+
+namespace {
+
+constexpr char kRole[] = "viewer";
+constexpr guint kCleanSeconds = 2;  // how often timed-out sessions are looked for
+constexpr guint16 kFirstUdpPort = 20000, kLastUdpPort = 20999;
+constexpr std::chrono::milliseconds kCloseTime{1500};  // for connections to end
+
+// The pipeline of a stream in GStreamer's launch notation. The source holds one picture at most.
+std::string Launch(const CVideoEncoder& encoder, bool audio, bool parameterSetsInBand) {
+  std::string text =
+      "( appsrc name=video is-live=true format=time do-timestamp=true max-buffers=1 max-bytes=0 ";
+  const std::string size =
+      ",width=" + std::to_string(encoder.width) + ",height=" + std::to_string(encoder.height);
+  const std::string rate =
+      ",framerate=" + std::to_string(encoder.frameRate) + "/" + std::to_string(encoder.interval) + "\" ";
+  if (encoder.encoding == "JPEG") {
+    text += "caps=\"image/jpeg" + size + rate + "! rtpjpegpay name=pay0 pt=26 ";
+  } else {
+    std::string profile = encoder.h264Profile == "Baseline" ? "constrained-baseline" : encoder.h264Profile;
+    for (char& c : profile) c = static_cast<char>(g_ascii_tolower(c));
+    // The fastest preset leaves out the tools that make a Main or High stream one.
+    const std::string tools = profile == "high"   ? "cabac=1:8x8dct=1"
+                              : profile == "main" ? "cabac=1"
+                                                  : "cabac=0";
+    text += "caps=\"video/x-raw,format=I420" + size + rate +
+            "! x264enc name=encoder tune=zerolatency speed-preset=ultrafast threads=1 bitrate=" +
+            std::to_string(encoder.bitrate) + " key-int-max=" + std::to_string(encoder.govLength) +
+            " option-string=\"" + tools +
+            ":scenecut=0\" ! video/x-h264,stream-format=avc,alignment=au,profile=" + profile +
+            " ! rtph264pay name=pay0 pt=96 config-interval=" + (parameterSetsInBand ? "-1 " : "0 ");
+  }
+  if (audio)
+    text +=
+        "audiotestsrc name=sound is-live=true wave=ticks samplesperbuffer=160 ! "
+        "audio/x-raw,format=S16LE,rate=8000,channels=1 "
+        "! mulawenc ! rtppcmupay name=pay1 pt=0 ";
+  return text + ")";
+}
+
+GstRTSPAuth* MakeAuth(const std::string& user, const std::string& password) {
+  GstRTSPAuth* auth = gst_rtsp_auth_new();
+  gst_rtsp_auth_set_supported_methods(auth, GST_RTSP_AUTH_DIGEST);
+  gst_rtsp_auth_set_realm(auth, "camera");
+  GstRTSPToken* token = gst_rtsp_token_new(GST_RTSP_TOKEN_MEDIA_FACTORY_ROLE, G_TYPE_STRING, kRole, nullptr);
+  gst_rtsp_auth_add_digest(auth, user.c_str(), password.c_str(), token);
+  gst_rtsp_token_unref(token);
+  return auth;
+}
+
+// The tone generator claims that it can seek, and the library then seeks, and fails, at each PLAY.
+GstPadProbeReturn RefuseSeeking(GstPad*, GstPadProbeInfo* info, gpointer) {
+  GstQuery* query = GST_PAD_PROBE_INFO_QUERY(info);
+  if (GST_QUERY_TYPE(query) != GST_QUERY_SEEKING) return GST_PAD_PROBE_OK;
+  GstFormat format = GST_FORMAT_TIME;
+  gst_query_parse_seeking(query, &format, nullptr, nullptr, nullptr);
+  gst_query_set_seeking(query, format, FALSE, 0, -1);
+  return GST_PAD_PROBE_HANDLED;
+}
+
+void MakeLive(GstElement* bin) {
+  GstElement* sound = gst_bin_get_by_name(GST_BIN(bin), "sound");
+  if (sound == nullptr) return;
+  GstPad* pad = gst_element_get_static_pad(sound, "src");
+  gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_QUERY_UPSTREAM, RefuseSeeking, nullptr, nullptr);
+  gst_object_unref(pad);
+  gst_object_unref(sound);
+}
+
+using SessionVisitor = std::function<void(GstRTSPSession*, GstRTSPSessionMedia*)>;
+
+void ForEachMedia(GstRTSPSession* session, const SessionVisitor& visit) {
+  const std::pair<GstRTSPSession*, const SessionVisitor*> context{session, &visit};
+  gst_rtsp_session_filter(
+      session,
+      [](GstRTSPSession* s, GstRTSPSessionMedia* media, gpointer data) {
+        (*static_cast<const std::pair<GstRTSPSession*, const SessionVisitor*>*>(data)->second)(s, media);
+        return GST_RTSP_FILTER_KEEP;
+      },
+      const_cast<std::pair<GstRTSPSession*, const SessionVisitor*>*>(&context));
+}
+
+bool HasProfile(GstRTSPSession* session, const std::string& profileToken) {
+  bool has = false;
+  ForEachMedia(session, [&](GstRTSPSession*, GstRTSPSessionMedia* media) {
+    has = has || ProfileOf(gst_rtsp_session_media_get_media(media)) == profileToken;
+  });
+  return has;
+}
+
+GstRTSPFilterResult RemoveSessionOf(GstRTSPSessionPool*, GstRTSPSession* session, gpointer token) {
+  return HasProfile(session, *static_cast<const std::string*>(token)) ? GST_RTSP_FILTER_REMOVE
+                                                                      : GST_RTSP_FILTER_KEEP;
+}
+
+GstRTSPFilterResult RemoveClientOf(GstRTSPServer*, GstRTSPClient* client, gpointer token) {
+  std::pair<const std::string*, bool> search{static_cast<const std::string*>(token), false};
+  gst_rtsp_client_session_filter(
+      client,
+      [](GstRTSPClient*, GstRTSPSession* session, gpointer data) {
+        auto* s = static_cast<std::pair<const std::string*, bool>*>(data);
+        s->second = s->second || HasProfile(session, *s->first);
+        return GST_RTSP_FILTER_KEEP;
+      },
+      &search);
+  return search.second ? GST_RTSP_FILTER_REMOVE : GST_RTSP_FILTER_KEEP;
+}
+
+int ClientCount(GstRTSPServer* server) {
+  GList* clients = gst_rtsp_server_client_filter(server, nullptr, nullptr);
+  const int count = static_cast<int>(g_list_length(clients));
+  g_list_free_full(clients, g_object_unref);
+  return count;
+}
+
+}  // namespace
+
+CRtspLoop::CRtspLoop() : m_loop(g_main_loop_new(nullptr, FALSE)) {
+  m_thread = std::thread([this] { g_main_loop_run(m_loop); });
+  Run([] {});
+}
+
+CRtspLoop::~CRtspLoop() {
+  Run([this] { g_main_loop_quit(m_loop); });
+  m_thread.join();
+  g_main_loop_unref(m_loop);
+}
+
+void CRtspLoop::Run(const std::function<void()>& work) {
+  struct CJob {
+    const std::function<void()>& work;
+    std::promise<void> done;
+  } job{work, {}};
+  GSource* source = g_idle_source_new();
+  g_source_set_priority(source, G_PRIORITY_DEFAULT);
+  g_source_set_callback(
+      source,
+      [](gpointer data) -> gboolean {
+        auto* todo = static_cast<CJob*>(data);
+        todo->work();
+        todo->done.set_value();
+        return G_SOURCE_REMOVE;
+      },
+      &job, nullptr);
+  g_source_attach(source, nullptr);
+  g_source_unref(source);
+  job.done.get_future().wait();
+}
+
+bool CRtspServer::Start(std::string* error) {
+  bool started = false;
+  m_loop.Run([&] { started = StartInLoop(error); });
+  return started;
+}
+
+void CRtspServer::Stop() {
+  if (m_server == nullptr) return;
+  m_loop.Run([this] { StopInLoop(); });
+}
+
+bool CRtspServer::StartInLoop(std::string* error) {
+  m_server = NewCameraServer(this);
+  gst_rtsp_server_set_address(m_server, m_model.address.c_str());
+  gst_rtsp_server_set_service(m_server, std::to_string(m_model.rtspPort).c_str());
+  GstRTSPAuth* auth = MakeAuth(m_model.user, m_model.password);
+  gst_rtsp_server_set_auth(m_server, auth);
+  g_object_unref(auth);
+  for (const CSimProfile& profile : m_model.profiles) Mount(profile);
+  GError* reason = nullptr;
+  m_source = gst_rtsp_server_create_source(m_server, nullptr, &reason);
+  if (m_source == nullptr) {
+    *error = "cannot listen on " + m_model.address + ":" + std::to_string(m_model.rtspPort) +
+             " (RTSP): " + (reason == nullptr ? "unknown" : reason->message);
+    g_clear_error(&reason);
+    g_object_unref(m_server);
+    m_server = nullptr;
+    return false;
+  }
+  g_source_attach(m_source, nullptr);
+  m_cleaner = g_timeout_add_seconds(
+      kCleanSeconds,
+      [](gpointer server) -> gboolean {
+        GstRTSPSessionPool* pool = gst_rtsp_server_get_session_pool(GST_RTSP_SERVER(server));
+        gst_rtsp_session_pool_cleanup(pool);
+        g_object_unref(pool);
+        return G_SOURCE_CONTINUE;
+      },
+      m_server);
+  const std::lock_guard guard(m_lock);
+  m_open = true;
+  return true;
+}
+
+void CRtspServer::Mount(const CSimProfile& profile) {
+  GstRTSPMediaFactory* factory = NewCameraFactory(this, profile.token);
+  gst_rtsp_media_factory_set_latency(factory, 0);
+  gst_rtsp_media_factory_set_protocols(factory,
+                                       GstRTSPLowerTrans(GST_RTSP_LOWER_TRANS_UDP | GST_RTSP_LOWER_TRANS_TCP));
+  gst_rtsp_media_factory_add_role(factory, kRole, GST_RTSP_PERM_MEDIA_FACTORY_ACCESS, G_TYPE_BOOLEAN, TRUE,
+                                  GST_RTSP_PERM_MEDIA_FACTORY_CONSTRUCT, G_TYPE_BOOLEAN, TRUE, nullptr);
+  // UDP leaves from the camera's own address.
+  GstRTSPAddressPool* pool = gst_rtsp_address_pool_new();
+  gst_rtsp_address_pool_add_range(pool, m_model.address.c_str(), m_model.address.c_str(), kFirstUdpPort,
+                                  kLastUdpPort, 0);
+  gst_rtsp_media_factory_set_address_pool(factory, pool);
+  g_object_unref(pool);
+  GstRTSPMountPoints* mounts = gst_rtsp_server_get_mount_points(m_server);
+  gst_rtsp_mount_points_add_factory(mounts, profile.rtspPath.c_str(), factory);  // takes the factory
+  g_object_unref(mounts);
+}
+
+void CRtspServer::StopInLoop() {
+  std::list<std::weak_ptr<CPump>> pumps;
+  {
+    const std::lock_guard guard(m_lock);
+    m_open = false;
+    pumps.swap(m_pumps);
+  }
+  g_source_destroy(m_source);
+  g_source_unref(m_source);
+  m_source = nullptr;
+  g_source_remove(m_cleaner);
+  gst_rtsp_server_client_filter(
+      m_server, [](GstRTSPServer*, GstRTSPClient*, gpointer) { return GST_RTSP_FILTER_REMOVE; }, nullptr);
+  GstRTSPSessionPool* sessions = gst_rtsp_server_get_session_pool(m_server);
+  gst_rtsp_session_pool_filter(
+      sessions, [](GstRTSPSessionPool*, GstRTSPSession*, gpointer) { return GST_RTSP_FILTER_REMOVE; }, nullptr);
+  g_object_unref(sessions);
+  for (const auto& weak : pumps)
+    if (const auto pump = weak.lock()) pump->Stop();
+  const auto until = std::chrono::steady_clock::now() + kCloseTime;
+  while (ClientCount(m_server) > 0 && std::chrono::steady_clock::now() < until) {
+    g_main_context_iteration(nullptr, FALSE);
+    g_usleep(2000);
+  }
+  g_object_unref(m_server);
+  m_server = nullptr;
+}
+
+void CRtspServer::Restart(const std::string& profileToken) {
+  m_loop.Run([&] {
+    if (m_server == nullptr) return;
+    {
+      const std::lock_guard guard(m_model.lock);
+      if (const CSimProfile* profile = m_model.ProfileByToken(profileToken)) Mount(*profile);
+    }
+    gpointer token = const_cast<std::string*>(&profileToken);
+    gst_rtsp_server_client_filter(m_server, RemoveClientOf, token);
+    GstRTSPSessionPool* sessions = gst_rtsp_server_get_session_pool(m_server);
+    gst_rtsp_session_pool_filter(sessions, RemoveSessionOf, token);
+    g_object_unref(sessions);
+  });
+}
+
+void CRtspServer::CountSessions() {
+  std::map<std::string, int> playing;
+  m_loop.Run([&] {
+    if (m_server == nullptr) return;
+    GstRTSPSessionPool* pool = gst_rtsp_server_get_session_pool(m_server);
+    GList* sessions = gst_rtsp_session_pool_filter(pool, nullptr, nullptr);
+    for (GList* at = sessions; at != nullptr; at = at->next)
+      ForEachMedia(GST_RTSP_SESSION(at->data), [&](GstRTSPSession*, GstRTSPSessionMedia* media) {
+        if (gst_rtsp_session_media_get_rtsp_state(media) == GST_RTSP_STATE_PLAYING)
+          ++playing[ProfileOf(gst_rtsp_session_media_get_media(media))];
+      });
+    g_list_free_full(sessions, g_object_unref);
+    g_object_unref(pool);
+  });
+  const std::lock_guard guard(m_model.lock);
+  for (const CSimProfile& profile : m_model.profiles)
+    m_model.streams[profile.token].sessions = playing[profile.token];
+}
+
+CVideoEncoder CRtspServer::EncoderOf(const std::string& profileToken) const {
+  const CSimProfile* profile = m_model.ProfileByToken(profileToken);
+  return *m_model.EncoderByToken(profile->videoEncoder);
+}
+
+GstElement* CRtspServer::MakePipeline(const std::string& profileToken) {
+  std::string launch;
+  {
+    const std::lock_guard guard(m_model.lock);
+    launch = Launch(EncoderOf(profileToken), m_model.ProfileByToken(profileToken)->audio,
+                    m_model.quirks.parameterSetsInBand);
+  }
+  GError* error = nullptr;
+  GstElement* bin = gst_parse_launch_full(launch.c_str(), nullptr, GST_PARSE_FLAG_PLACE_IN_BIN, &error);
+  if (error != nullptr) g_printerr("camsim: %s\n", error->message);
+  g_clear_error(&error);
+  if (bin != nullptr) MakeLive(bin);
+  return bin;
+}
+
+void CRtspServer::MediaMade(const std::string& profileToken, GstRTSPMedia* media) {
+  GstElement* bin = gst_rtsp_media_get_element(media);
+  GstElement* source = gst_bin_get_by_name(GST_BIN(bin), "video");
+  gst_object_unref(bin);
+  CVideoEncoder encoder;
+  {
+    const std::lock_guard guard(m_model.lock);
+    encoder = EncoderOf(profileToken);
+  }
+  {
+    const std::lock_guard guard(m_lock);
+    if (m_open) {
+      auto pump = std::make_shared<CPump>(m_model, profileToken, encoder, GST_APP_SRC(source));
+      std::erase_if(m_pumps, [](const std::weak_ptr<CPump>& weak) { return weak.expired(); });
+      m_pumps.push_back(pump);
+      g_object_set_data_full(G_OBJECT(media), "camera-pump", new std::shared_ptr<CPump>(pump),
+                             [](gpointer held) { delete static_cast<std::shared_ptr<CPump>*>(held); });
+    }
+  }
+  gst_object_unref(source);
+}
+
+int CRtspServer::RtcpIntervalMs() const {
+  const std::lock_guard guard(m_model.lock);
+  return m_model.quirks.rtcpIntervalMs;
+}

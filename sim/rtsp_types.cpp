@@ -1,0 +1,181 @@
+#include "sim/rtsp_types.h"
+
+#include "sim/rtsp_server.h"
+
+#include <gst/video/video.h>
+
+namespace {
+
+constexpr char kProfileKey[] = "camera-profile", kOwnerKey[] = "camera-owner";
+
+struct CameraClient {
+  GstRTSPClient parent;
+};
+struct CameraClientClass {
+  GstRTSPClientClass parent;
+};
+struct CameraServer {
+  GstRTSPServer parent;
+};
+struct CameraServerClass {
+  GstRTSPServerClass parent;
+};
+struct CameraFactory {
+  GstRTSPMediaFactory parent;
+};
+struct CameraFactoryClass {
+  GstRTSPMediaFactoryClass parent;
+};
+
+struct CameraMounts {
+  GstRTSPMountPoints parent;
+};
+struct CameraMountsClass {
+  GstRTSPMountPointsClass parent;
+};
+
+CRtspServer* OwnerOf(gpointer object) {
+  return static_cast<CRtspServer*>(g_object_get_data(G_OBJECT(object), kOwnerKey));
+}
+
+// The library leaves out the query, by which some cameras tell their streams apart.
+std::string PathOf(const GstRTSPUrl* url) {
+  std::string path = url->abspath == nullptr ? "/" : url->abspath;
+  if (url->query != nullptr) path += std::string("?") + url->query;
+  if (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
+}
+
+gchar* MakeMountPath(GstRTSPMountPoints*, const GstRTSPUrl* url) {
+  return g_strdup(PathOf(url).c_str());
+}
+
+// The library answers 460 to aggregate requests on a track's URL: the track is cut off for all but SETUP and
+// DESCRIBE.
+gchar* MakePath(GstRTSPClient*, const GstRTSPUrl* url) {
+  std::string path = PathOf(url);
+  const GstRTSPContext* context = gst_rtsp_context_get_current();
+  const bool perTrack =
+      context == nullptr || context->method == GST_RTSP_SETUP || context->method == GST_RTSP_DESCRIBE;
+  const size_t track = path.rfind("/stream=");
+  if (!perTrack && track != std::string::npos) path.resize(track);
+  return g_strdup(path.c_str());
+}
+
+GstRTSPStatusCode AnnounceRtcpInterval(GstRTSPClient* client, GstRTSPContext* context) {
+  const int ms = OwnerOf(client)->RtcpIntervalMs();
+  if (ms > 0)
+    gst_rtsp_message_add_header_by_name(context->response, "RTCP-Interval", std::to_string(ms).c_str());
+  return GST_RTSP_STS_OK;
+}
+
+// Who begins to watch a running stream gets a key frame soon.
+void AskForKeyFrame(GstRTSPClient*, GstRTSPContext* context, gpointer) {
+  if (context->sessmedia == nullptr) return;
+  GstRTSPMedia* media = gst_rtsp_session_media_get_media(context->sessmedia);
+  GstElement* bin = gst_rtsp_media_get_element(media);
+  if (GstElement* encoder = gst_bin_get_by_name(GST_BIN(bin), "encoder")) {
+    gst_element_send_event(encoder, gst_video_event_new_upstream_force_key_unit(GST_CLOCK_TIME_NONE, TRUE, 0));
+    gst_object_unref(encoder);
+  }
+  gst_object_unref(bin);
+}
+
+void ClientClassInit(gpointer klass, gpointer) {
+  auto* client = static_cast<GstRTSPClientClass*>(klass);
+  client->make_path_from_uri = MakePath;
+  client->adjust_play_response = AnnounceRtcpInterval;
+}
+
+GstRTSPClient* CreateClient(GstRTSPServer* server) {
+  static const GType g_type =
+      g_type_register_static_simple(GST_TYPE_RTSP_CLIENT, "CameraRtspClient", sizeof(CameraClientClass),
+                                    ClientClassInit, sizeof(CameraClient), nullptr, GTypeFlags(0));
+  auto* client = GST_RTSP_CLIENT(g_object_new(g_type, nullptr));
+  g_object_set_data(G_OBJECT(client), kOwnerKey, OwnerOf(server));
+  GstRTSPSessionPool* sessions = gst_rtsp_server_get_session_pool(server);
+  GstRTSPMountPoints* mounts = gst_rtsp_server_get_mount_points(server);
+  GstRTSPAuth* auth = gst_rtsp_server_get_auth(server);
+  GstRTSPThreadPool* threads = gst_rtsp_server_get_thread_pool(server);
+  gst_rtsp_client_set_session_pool(client, sessions);
+  gst_rtsp_client_set_mount_points(client, mounts);
+  gst_rtsp_client_set_auth(client, auth);
+  gst_rtsp_client_set_thread_pool(client, threads);
+  for (gpointer object : {gpointer(sessions), gpointer(mounts), gpointer(auth), gpointer(threads)})
+    g_object_unref(object);
+  g_signal_connect(client, "play-request", G_CALLBACK(AskForKeyFrame), nullptr);
+  return client;
+}
+
+void MountsClassInit(gpointer klass, gpointer) {
+  static_cast<GstRTSPMountPointsClass*>(klass)->make_path = MakeMountPath;
+}
+
+GstRTSPMountPoints* NewMounts() {
+  static const GType g_type =
+      g_type_register_static_simple(GST_TYPE_RTSP_MOUNT_POINTS, "CameraRtspMounts", sizeof(CameraMountsClass),
+                                    MountsClassInit, sizeof(CameraMounts), nullptr, GTypeFlags(0));
+  return GST_RTSP_MOUNT_POINTS(g_object_new(g_type, nullptr));
+}
+
+void ServerClassInit(gpointer klass, gpointer) {
+  static_cast<GstRTSPServerClass*>(klass)->create_client = CreateClient;
+}
+
+std::string FactoryProfile(gpointer factory) {
+  return static_cast<const char*>(g_object_get_data(G_OBJECT(factory), kProfileKey));
+}
+
+GstElement* CreateElement(GstRTSPMediaFactory* factory, const GstRTSPUrl*) {
+  return OwnerOf(factory)->MakePipeline(FactoryProfile(factory));
+}
+
+void Configure(GstRTSPMediaFactory* factory, GstRTSPMedia* media) {
+  const gpointer parent = g_type_class_peek(GST_TYPE_RTSP_MEDIA_FACTORY);
+  static_cast<GstRTSPMediaFactoryClass*>(parent)->configure(factory, media);
+  const std::string profile = FactoryProfile(factory);
+  g_object_set_data_full(G_OBJECT(media), kProfileKey, g_strdup(profile.c_str()), g_free);
+  OwnerOf(factory)->MediaMade(profile, media);
+}
+
+// One media a profile, whatever URL of it (with a track or without) is asked for first.
+gchar* GenKey(GstRTSPMediaFactory* factory, const GstRTSPUrl*) {
+  return g_strdup(FactoryProfile(factory).c_str());
+}
+
+void FactoryClassInit(gpointer klass, gpointer) {
+  auto* factory = static_cast<GstRTSPMediaFactoryClass*>(klass);
+  factory->create_element = CreateElement;
+  factory->configure = Configure;
+  factory->gen_key = GenKey;
+}
+
+}  // namespace
+
+GstRTSPServer* NewCameraServer(CRtspServer* owner) {
+  static const GType g_type =
+      g_type_register_static_simple(GST_TYPE_RTSP_SERVER, "CameraRtspServer", sizeof(CameraServerClass),
+                                    ServerClassInit, sizeof(CameraServer), nullptr, GTypeFlags(0));
+  auto* server = GST_RTSP_SERVER(g_object_new(g_type, nullptr));
+  g_object_set_data(G_OBJECT(server), kOwnerKey, owner);
+  GstRTSPMountPoints* mounts = NewMounts();
+  gst_rtsp_server_set_mount_points(server, mounts);
+  g_object_unref(mounts);
+  return server;
+}
+
+GstRTSPMediaFactory* NewCameraFactory(CRtspServer* owner, const std::string& profileToken) {
+  static const GType g_type = g_type_register_static_simple(GST_TYPE_RTSP_MEDIA_FACTORY, "CameraRtspFactory",
+                                                            sizeof(CameraFactoryClass), FactoryClassInit,
+                                                            sizeof(CameraFactory), nullptr, GTypeFlags(0));
+  auto* factory = GST_RTSP_MEDIA_FACTORY(g_object_new(g_type, nullptr));
+  g_object_set_data(G_OBJECT(factory), kOwnerKey, owner);
+  g_object_set_data_full(G_OBJECT(factory), kProfileKey, g_strdup(profileToken.c_str()), g_free);
+  gst_rtsp_media_factory_set_shared(factory, TRUE);
+  return factory;
+}
+
+std::string ProfileOf(GstRTSPMedia* media) {
+  const gpointer profile = g_object_get_data(G_OBJECT(media), kProfileKey);
+  return profile == nullptr ? "" : static_cast<const char*>(profile);
+}

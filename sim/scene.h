@@ -1,0 +1,15 @@
+#pragma once
+// What the simulated cameras look at: a panorama with a road, houses and numbered poles every 15 degrees.
+#include "sim/frame_code.h"
+#include "sim/picture.h"
+
+#include <string>
+
+struct CShot {
+  CFrameCode code;     // counter and PTZ position: where the camera looks
+  std::string label;   // name and time, written below
+  double seconds = 0;  // scene time: moves the car
+};
+
+// Renders one picture; its size is already set. Any thread.
+void RenderScene(const CShot& shot, CPicture* picture);
