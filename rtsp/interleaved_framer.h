@@ -23,6 +23,7 @@ class CInterleavedFramer {
   // The next frame, its data cut to `limit` bytes; false when more bytes are needed first. What is no frame is
   // skipped: replies to keep-alives, whole, and the rest of a cut frame, up to the next '$'.
   bool Next(size_t limit, Frame* frame);
+  bool IsEmpty() const { return m_iBegin == m_iEnd; }
   bool InStep() const { return m_bInStep; }  // false while Next looks for the start of a frame
 
   size_t Take(unsigned char* out, size_t bytes);  // up to `bytes` as they are, without framing

@@ -25,19 +25,19 @@ class CReplyReader {
   State Added(size_t bytes);  // after `bytes` were received to there
 
   std::string_view Text() const { return {m_pReply, m_iHeld}; }
-  bool BodyUnread() const { return m_bBodyUnread; }  // complete, but the rest of its body is still to come
+  bool BodyUnread() const { return m_bBodyUnread || m_iMissing > 0; }  // the rest of its body is still to come
 
  private:
   State HeaderComplete(size_t headerBytes);
   bool DropLead();
-  void Drop(size_t bytes);
+  void TakeSurplus(size_t replyBytes);
 
   char* m_pReply;
   size_t m_iSize, m_iHeld = 0;
   bool m_bSkipLead;
   CInterleavedFramer* m_pStream;
-  size_t m_iLead = 0;        // bytes dropped before the reply
-  long long m_iMissing = 0;  // bytes of the body still to come
+  size_t m_iLead = 0;     // bytes dropped before the reply
+  size_t m_iMissing = 0;  // bytes of the body still to come
   bool m_bBodyUnread = false;
   bool m_bRefused = false;
   char m_Overflow[512];  // what of the body does not fit

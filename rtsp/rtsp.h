@@ -83,7 +83,8 @@ class CRTSP {
   void ReleasePort();
 
   int SendRequest(const char* url, const char* method, const char* extraHeaders);
-  int ReadReply(class CReplyReader& reader);
+  enum class Reply { FAILED, READ, UNAUTHORIZED };
+  Reply ReadReply(class CReplyReader& reader);
   CGXString DigestAnswer(std::string_view reply, const char* method, const char* url) const;
   int SetupUDP();
   int SetupTCP();

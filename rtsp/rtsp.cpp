@@ -1,0 +1,124 @@
+#include "rtsp/rtsp.h"
+
+#include "host/gxassert.h"
+
+#include <sys/socket.h>
+
+#include <algorithm>
+
+namespace {
+
+// A camera in the house answers within milliseconds. This leaves time for three repetitions of a lost first
+// packet (after 1, 3 and 7 s), where the system by itself would hold the thread for two minutes.
+constexpr unsigned CONNECT_MS = 10000;
+
+constexpr unsigned short FIRST_RTP_PORT = 3232;
+constexpr int ASSERT_PORTS_EXHAUSTED = 767;
+
+// A key picture arrives in one burst, while the system's default holds about 90 packets.
+constexpr int RECEIVE_BUFFER_BYTES = 2 * 1024 * 1024;
+
+COwnedSocket CreateDatagramSocket() {
+  COwnedSocket created(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  const int bytes = RECEIVE_BUFFER_BYTES;
+  // Beyond the system's limit where we may, up to it where not.
+  if (setsockopt(created.Get(), SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0)
+    setsockopt(created.Get(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+  return created;
+}
+
+bool BindPort(const COwnedSocket& toBind, unsigned short port) {
+  sockaddr_in local{};
+  SetIP(0u, &local);
+  local.sin_port = htons(port);
+  return bind(toBind.Get(), reinterpret_cast<const sockaddr*>(&local), sizeof local) == 0;
+}
+
+}  // namespace
+
+CGXCritical CRTSP::g_PortLock;
+unsigned short CRTSP::g_wPorts[MAX_PORTS];
+int CRTSP::g_iNPorts = 0;
+
+CRTSP::CRTSP(CGXString url, CGXString trackUrl, RTP_TRANSPORT transport, CGXString user, CGXString password,
+             int relaySocket, const GXT_RTP_PATH_DESCRIPTOR* pathA, const GXT_RTP_PATH_DESCRIPTOR* pathB)
+    : m_URL(url),
+      m_TrackURL(trackUrl),
+      m_Transport(transport),
+      m_User(user),
+      m_Password(password),
+      m_iRelaySocket(relaySocket) {
+  if (pathA != nullptr) m_PathA = *pathA;
+  if (pathB != nullptr) m_PathB = *pathB;
+  if (m_iRelaySocket == -1) Connect(url);
+}
+
+CRTSP::~CRTSP() {
+  ReleasePort();
+}
+
+void CRTSP::Connect(CGXString url) {
+  url.TrimLeft("rtsp://");
+  const int slash = url.Find('/');
+  if (slash <= 0 || !ResolveAddress(url.Left(slash), &m_ServerAddress, RTSP_PORT)) return;
+  m_Control.Reset(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (m_Control.IsOpen() && ConnectSocket(m_Control.Get(), &m_ServerAddress, CONNECT_MS) != 0)
+    m_Control.Close();
+}
+
+int CRTSP::Connected() const {
+  return m_iRelaySocket != -1 || m_Control.IsOpen();
+}
+
+int CRTSP::Init(CRTSPProfile* profile) {
+  if (m_iRelaySocket != -1) return 1;
+  m_URL = profile->ControlURL();
+  return m_Transport == RTP_TRANSPORT_TCP ? 1 : OpenPortPair();
+}
+
+int CRTSP::OpenPortPair() {
+  ReleasePort();
+  m_wLocalPort = GetRTPPort();
+  m_bPortHeld = m_wLocalPort != 0;
+  m_RTP = CreateDatagramSocket();
+  if (m_RTP.IsOpen() && !BindPort(m_RTP, m_wLocalPort)) {
+    m_RTP.Close();
+    ReleasePort();
+    return 0;
+  }
+  if (m_RTP.IsOpen()) m_RTCP = CreateDatagramSocket();
+  if (!m_RTCP.IsOpen()) {
+    ReleasePort();
+    m_wLocalPort = 0;
+    return 0;
+  }
+  // Without its neighbour port the stream plays all the same, only without reports.
+  BindPort(m_RTCP, static_cast<unsigned short>(m_wLocalPort + 1));
+  return 1;
+}
+
+void CRTSP::ReleasePort() {
+  if (m_bPortHeld) FreeRTPPort(m_wLocalPort);
+  m_bPortHeld = false;
+}
+
+unsigned short CRTSP::GetRTPPort() {
+  const CGXLock lock(g_PortLock);
+  if (g_iNPorts >= MAX_PORTS) {
+    AssertWrap("rtsp", ASSERT_PORTS_EXHAUSTED);
+    return 0;
+  }
+  unsigned short port = FIRST_RTP_PORT;
+  while (std::find(g_wPorts, g_wPorts + g_iNPorts, port) != g_wPorts + g_iNPorts)
+    port = static_cast<unsigned short>(port + 2);
+  g_wPorts[g_iNPorts++] = port;
+  return port;
+}
+
+void CRTSP::FreeRTPPort(unsigned short port) {
+  const CGXLock lock(g_PortLock);
+  g_iNPorts = static_cast<int>(std::remove(g_wPorts, g_wPorts + g_iNPorts, port) - g_wPorts);
+}
+
+void CRTSP::LOGI(const char*, ...) const {}
+void CRTSP::LOGE(const char*, ...) const {}
