@@ -52,6 +52,7 @@ class CONVIFText {
  private:
   friend class CONVIFMsg;
   friend class CXmlDocument;
+  friend class CXmlReader;
   CXmlSlice m_Text;
   CONVIFText* m_pNext = nullptr;
 };
@@ -123,19 +124,20 @@ class CONVIFMsg {
   // Characters from `p` to the first `<` outside double quotes, or to the NUL.
   static int LineLength(char* p);
 
+  // Called before each tag and attribute is written, with the level of nesting; returns the bytes that it
+  // wrote. It writes nothing: some cameras take white space between elements for text.
+  static int Tabify(char* out, int depth);
+
  private:
   friend class CXmlDocument;
+  friend class CXmlReader;
   CONVIFMsg(CXmlDocument* document, std::string_view name);  // a node in a document's arena
 
-  // Called before each tag and attribute is written. It writes nothing: some cameras take white space between
-  // elements for text.
-  static int Tabify(char* out, int depth);
-  template <typename Put>
-  void Write(const Put& put, int depth) const;
-  template <typename Put>
-  bool WriteOpening(const Put& put, int depth) const;
+  bool WriteOpening(class CXmlWriter* writer, int depth) const;
+  void WriteTree(class CXmlWriter* writer, int depth) const;
 
-  void SetName(std::string_view name);
+  void BorrowName(std::string_view name);
+  void Link(CONVIFMsg* child);
   void AppendText(CONVIFText** list, const CGXString& text);
   CONVIFMsg* LastChild() const;
   void ReleaseChildren(CONVIFMsg** pending);
@@ -147,7 +149,7 @@ class CONVIFMsg {
   CONVIFMsg* m_pLast = nullptr;  // a hint: a later sibling may have been linked with Next()
   CONVIFText* m_pAttributes = nullptr;
   CONVIFText* m_pValues = nullptr;
-  CXmlDocument* m_pDocument = nullptr;
+  CXmlDocument* m_pDocument = nullptr;  // that this node lives in, or of which it is the root and owner
   uint64_t m_qwLetters = 0;  // which characters the name has (bit: code modulo 64): most searches end here
   CXmlSlice m_Name;
 };
