@@ -69,9 +69,9 @@ struct CExchange {
 extern "C" int gettimeofday(timeval* now, void*) noexcept {
   timespec time{};
   clock_gettime(CLOCK_REALTIME, &time);
-  const long long ahead = g_ClockAheadMs;
-  now->tv_sec = time.tv_sec + ahead / 1000;
-  now->tv_usec = time.tv_nsec / 1000;
+  const long long microseconds = (time.tv_sec * 1000LL + g_ClockAheadMs) * 1000 + time.tv_nsec / 1000;
+  now->tv_sec = microseconds / 1000000;
+  now->tv_usec = microseconds % 1000000;
   return 0;
 }
 
