@@ -1,0 +1,375 @@
+// What the camera is and how it is stored: construction and end, identity, record, configuration messages.
+#include "camera/ONVIFCam.h"
+
+#include "host/intercom.h"
+#include "host/socket.h"
+#include "host/system.h"
+#include "onvif/login_header.h"
+#include "onvif/onvif.h"
+
+namespace {
+
+constexpr const char* MAKER_ALARM_BRAND = "Orvell";
+constexpr const char* MAKER_DOOR_STATION = "VIVOTEK";
+constexpr const char* MODEL_DOOR_STATION = "IP8133";
+constexpr int MODEL_DOOR_STATION_CHARS = 6;
+constexpr int CONNECTION_URL = 8;  // the user enters a URL
+constexpr unsigned OPTIONS_AT_START = 0x14101;
+constexpr int DEAD_STRIKES = 2;
+constexpr unsigned DEAD_PERIOD_MS = 300000;
+constexpr int HARDWARE_DOOR_STATION = 3;
+constexpr int HARDWARE_CAMERA = 5;
+constexpr const char* THREAD_NAME_AFTER_MOVE = "ONVIF Cam";
+
+// Versions of the record at which its form changed.
+constexpr int RECORD_IDENTITY_LAST = 804;  // up to here the base record comes before the identity
+constexpr int RECORD_ODD_ONE = 805;        // was written in the old order all the same
+constexpr int RECORD_ODD_ONE_IS = 706;
+
+// The device service of a camera in the controller's own subnet: what the user completes when entering a URL.
+CGXString DefaultServiceURL() {
+  unsigned netmask = 0, address = 0;
+  CGXString subnet, url;
+  if (GetNetInfo(0, &netmask, &address, nullptr, 1)) subnet = GXFormatAddress(address & netmask);
+  url.Format("http://%s/onvif/device_service", subnet.Str().c_str());
+  return url;
+}
+
+}  // namespace
+
+CONVIFCam::CONVIFCam(CSystemComponentDef* definition)
+    : CVideoSystem(definition),
+      CTraceProducer(definition->TypeName()),
+      m_ServiceURL(DefaultServiceURL()),
+      m_pProfiles(std::make_shared<CProfileConfig>()),
+      m_pEncoders(std::make_shared<CEncoderConfig>()),
+      m_pH264Settings(std::make_shared<CONVIFUserConfig>()),
+      m_pJPEGSettings(std::make_shared<CONVIFUserConfig>()),
+      m_wEventPort(GetEventPort()) {
+  m_AudioFormat = {.FormatTag = 1,
+                   .Channels = 1,
+                   .SamplesPerSecond = 8000,
+                   .BytesPerSecond = 16000,
+                   .BlockAlign = 2,
+                   .BitsPerSample = 16,
+                   .ExtraBytes = 0};
+  Options(OPTIONS_AT_START);
+  m_iDeadStrikes = DEAD_STRIKES;
+  m_dwDeadPeriod = DEAD_PERIOD_MS;
+}
+
+CONVIFCam::~CONVIFCam() {
+  m_RunState.Reset();
+  StopThread();  // first: it is the one that starts the others
+  StopWorkers();
+  FreeEventPort(m_wEventPort);
+  CIntercomServer::Instance()->RemoveClient(this);
+}
+
+void CONVIFCam::StopWorkers() {
+  for (CGXThread& thread : m_StreamThreads) thread.Cancel();
+  m_QueueThread.Cancel();
+  for (CGXThread& thread : m_StreamThreads) thread.Join();
+  m_QueueThread.Join();
+}
+
+// ---- Identity ----
+
+CONVIFCam::CIdentity CONVIFCam::Identity() const {
+  const CGXLock lock(m_IdentityLock);
+  return m_Identity;
+}
+
+void CONVIFCam::SetIdentity(const CONVIFDevice& device) {
+  const CGXLock lock(m_IdentityLock);
+  m_Identity = {device.Manufacturer(), device.Model(), device.Firmware(), device.SerialNo(),
+                device.HardwareID()};
+}
+
+int CONVIFCam::ConnectionType() {
+  return IsStatic() ? CONNECTION_URL : 0;
+}
+
+bool CONVIFCam::IsVelmoraDevice() {
+  return Identity().Manufacturer == MAKER_ALARM_BRAND;
+}
+
+int CONVIFCam::CameraFlags() {
+  return CVideoSystem::CameraFlags() | (IsVelmoraDevice() ? CAMERA_FLAG_ALARM_BRAND : 0);
+}
+
+CGXString CONVIFCam::EDRVName() {
+  const CIdentity identity = Identity();
+  return identity.Manufacturer + " " + identity.Model;
+}
+
+bool CONVIFCam::IsDoorStation() const {
+  const CIdentity identity = Identity();
+  return identity.Manufacturer.CompareNoCase(MAKER_DOOR_STATION) == 0 &&
+         identity.Model.Left(MODEL_DOOR_STATION_CHARS).CompareNoCase(MODEL_DOOR_STATION) == 0;
+}
+
+CGXString CONVIFCam::SerialNo() const {
+  return Identity().SerialNo;
+}
+
+CGXString CONVIFCam::ServiceURL() const {
+  const CGXLock lock(m_IdentityLock);
+  return m_ServiceURL;
+}
+
+CGXString CONVIFCam::PTZURL() const {
+  const CGXLock lock(m_IdentityLock);
+  return m_PTZURL;
+}
+
+CGXString CONVIFCam::MediaURL() const {
+  const CGXLock lock(m_IdentityLock);
+  return m_MediaURL;
+}
+
+void CONVIFCam::SetURL(CGXString CONVIFCam::*field, const CGXString& url) {
+  const CGXLock lock(m_IdentityLock);
+  this->*field = url;
+}
+
+void CONVIFCam::SetConfigURL(CGXString url) {
+  if (ServiceURL() == url) return;
+  SetURL(&CONVIFCam::m_ServiceURL, url);
+  // What was loaded is that of the camera at the old address, and its streams would go on for ever.
+  StopThread();
+  StopWorkers();
+  for (CGXThread& thread : m_StreamThreads) thread.Reset();
+  m_QueueThread.Reset();
+  m_RunState.Reset();
+  StartThread(THREAD_NAME_AFTER_MOVE);
+}
+
+bool CONVIFCam::IsSameConfig(CDeviceConfig* record) {
+  // The firmware does not count: an upgraded camera is still the same one.
+  const CIdentity identity = Identity();
+  return identity.Manufacturer == record->DescriptorVal("Manufacturer") &&
+         identity.Model == record->DescriptorVal("Model") &&
+         identity.SerialNo == record->DescriptorVal("Serial No.") &&
+         identity.HardwareID == record->DescriptorVal("Hardware ID");
+}
+
+void CONVIFCam::LoadFrom(CDeviceConfig* record) {
+  {
+    const CGXLock lock(m_IdentityLock);
+    m_Identity = {record->DescriptorVal("Manufacturer"), record->DescriptorVal("Model"),
+                  record->DescriptorVal("Firmware"), record->DescriptorVal("Serial No."),
+                  record->DescriptorVal("Hardware ID")};
+    m_ServiceURL = record->DescriptorVal("Service URL");
+  }
+  UserName(record->DescriptorVal("UserName"));
+  Password(record->DescriptorVal("Password"));
+  UpdateTraceName();
+}
+
+void CONVIFCam::UpdateTraceName() {
+  const CIdentity identity = Identity();
+  const CGXString name = identity.Manufacturer + ":" + identity.Model;
+  if (name == TraceName()) return;
+  TraceName(name);
+  CTraceServer::Instance()->LoadStateFor(this);
+}
+
+// ---- Record ----
+
+bool CONVIFCam::WriteData(CGXFile* file, int version) {
+  const CIdentity identity = Identity();
+  for (const CGXString& text :
+       {identity.Manufacturer, identity.Model, identity.Firmware, identity.SerialNo, identity.HardwareID})
+    if (!file->WriteString(text)) return false;
+  return CVideoSystem::WriteData(file, version) && H264Settings()->Write(file, version) &&
+         JPEGSettings()->Write(file, version) && file->WriteString(ServiceURL()) != 0;
+}
+
+bool CONVIFCam::ReadIdentity(CGXFile* file) {
+  for (CGXString CIdentity::*field : {&CIdentity::Manufacturer, &CIdentity::Model, &CIdentity::Firmware,
+                                      &CIdentity::SerialNo, &CIdentity::HardwareID}) {
+    CGXString text;
+    if (!file->ReadString(&text)) return false;
+    const CGXLock lock(m_IdentityLock);
+    m_Identity.*field = text;
+  }
+  return true;
+}
+
+bool CONVIFCam::ReadData(CGXFile* file, int version) {
+  if (version == RECORD_ODD_ONE) version = RECORD_ODD_ONE_IS;
+  if (version > RECORD_IDENTITY_LAST) {
+    if (!ReadIdentity(file) || !CVideoSystem::ReadData(file, version)) return false;
+  } else {
+    if (!CVideoSystem::ReadData(file, version) || !ReadIdentity(file)) return false;
+    RegisterEventServer();
+  }
+  if (!ReadUserConfig(file, version, &CONVIFCam::m_pH264Settings)) return false;
+  if (!ReadUserConfig(file, version, &CONVIFCam::m_pJPEGSettings)) return false;
+  CGXString url;
+  if (!file->ReadString(&url)) return false;
+  const CGXLock lock(m_IdentityLock);
+  m_ServiceURL = m_PTZURL = url;
+  return true;
+}
+
+// What was read before an item that fails is kept.
+bool CONVIFCam::ReadUserConfig(CGXFile* file, int version, CUserConfigRef CONVIFCam::*list) {
+  const auto read = std::make_shared<CONVIFUserConfig>();
+  const bool complete = read->Read(file, version);
+  const CGXLock lock(m_ModelLock);
+  this->*list = read;
+  return complete;
+}
+
+void CONVIFCam::GetONVIFConfig(CGXMSG* msg) {
+  Profiles()->WriteTo(msg);
+  Encoders()->WriteTo(msg);
+  H264Settings()->WriteTo(msg);
+  JPEGSettings()->WriteTo(msg);
+}
+
+void CONVIFCam::SetONVIFConfig(CGXMSG* msg) {
+  const auto h264 = std::make_shared<CONVIFUserConfig>(), jpeg = std::make_shared<CONVIFUserConfig>();
+  h264->ReadFrom(msg);
+  jpeg->ReadFrom(msg);
+  {
+    const CGXLock lock(m_ModelLock);
+    m_pH264Settings = h264;
+    m_pJPEGSettings = jpeg;
+  }
+  UpdateResMask();  // there may be fewer streams now
+}
+
+// ---- Clock ----
+
+CONVIFCam::CCameraClock CONVIFCam::CameraClock() const {
+  const CGXLock lock(m_IdentityLock);
+  return m_Clock;
+}
+
+CONVIFLoginHeader* CONVIFCam::CreateLoginHeader() {
+  CCameraClock clock = CameraClock();
+  return new CONVIFLoginHeader(UserName(), Password(), clock.Time, &clock.Since);
+}
+
+void CONVIFCam::SetCameraTime(const CGXTime& time) {
+  const CGXLock lock(m_IdentityLock);
+  m_Clock = {time, CGXTimer()};
+}
+
+// ---- Media model ----
+
+CONVIFCam::CProfilesRef CONVIFCam::Profiles() const {
+  const CGXLock lock(m_ModelLock);
+  return m_pProfiles;
+}
+
+CONVIFCam::CEncodersRef CONVIFCam::Encoders() const {
+  const CGXLock lock(m_ModelLock);
+  return m_pEncoders;
+}
+
+CONVIFCam::CUserConfigRef CONVIFCam::H264Settings() const {
+  const CGXLock lock(m_ModelLock);
+  return m_pH264Settings;
+}
+
+CONVIFCam::CUserConfigRef CONVIFCam::JPEGSettings() const {
+  const CGXLock lock(m_ModelLock);
+  return m_pJPEGSettings;
+}
+
+CONVIFCam::CUserConfigRef CONVIFCam::UserConfig(RTSP_PROFILE_TYPE type) const {
+  switch (type) {
+    case RTSP_PROFILE_H264:
+      return H264Settings();
+    case RTSP_PROFILE_JPEG:
+      return JPEGSettings();
+    default:
+      return nullptr;
+  }
+}
+
+bool CONVIFCam::HasEmptyUserSettings() const {
+  return H264Settings()->NSettings() == 0 || JPEGSettings()->NSettings() == 0;
+}
+
+bool CONVIFCam::LoadDefaultUserSettings() {
+  const bool done = ::LoadDefaultUserSettings(*Profiles(), H264Settings().get(), JPEGSettings().get());
+  UpdateResMask();  // viewers that were there before the first stream get it now
+  return done;
+}
+
+CProfileRef CONVIFCam::ProfileByToken(const CGXString& token) const {
+  const CProfilesRef profiles = Profiles();
+  return {profiles, profiles->ProfileByToken(token)};
+}
+
+CEncoderRef CONVIFCam::EncoderByToken(const CGXString& token) const {
+  const CEncodersRef encoders = Encoders();
+  return {encoders, encoders->EncoderByToken(token)};
+}
+
+int CONVIFCam::IndexOfProfile(const CGXString& token) const {
+  const CProfilesRef profiles = Profiles();
+  int index = 0;
+  for (const CProfile* profile = profiles->Profiles(); profile != nullptr; profile = profile->Next(), ++index)
+    if (profile->Token() == token) return index;
+  return NO_INDEX;
+}
+
+int CONVIFCam::IndexOfEncoder(const CGXString& token) const {
+  const CEncodersRef encoders = Encoders();
+  int index = 0;
+  for (const CEncoder* encoder = encoders->Encoders(); encoder != nullptr; encoder = encoder->Next(), ++index)
+    if (encoder->Token() == token) return index;
+  return NO_INDEX;
+}
+
+CProfileRef CONVIFCam::RelativeMoveProfile() const {
+  const CProfilesRef profiles = Profiles();
+  return {profiles, PTZProfile(*profiles)};
+}
+
+CProfile* CONVIFCam::PTZProfile(const CProfileConfig& profiles) {
+  CProfile* profile = profiles.Profiles();
+  while (profile != nullptr && profile->PTZConfigToken().IsEmpty()) profile = profile->Next();
+  return profile;
+}
+
+CUserSettingsRef CONVIFCam::FindUserSettings(const void* entry) const {
+  for (const CUserConfigRef& list : {H264Settings(), JPEGSettings()})
+    for (CONVIFUserSettings* own = list->Settings(); own != nullptr; own = own->Next())
+      if (own == entry) return {list, own};
+  return nullptr;
+}
+
+bool CONVIFCam::GetCameraAddress(sockaddr_in* address) const {
+  const CProfilesRef profiles = Profiles();
+  for (const CProfile* profile = profiles->Profiles(); profile != nullptr; profile = profile->Next()) {
+    CGXString uri = profile->StreamUri();
+    uri.TrimLeft("rtsp://");
+    const int slash = uri.Find('/');
+    // Callers keep the address that they had when a camera names its streams by a bare host name.
+    if (slash < 1) return true;
+    *address = {};
+    if (ResolveAddress(uri.Left(slash), address, 0)) return true;
+  }
+  return false;
+}
+
+// ---- Intercom client ----
+
+CIntercomClient* CONVIFCam::GetIcomClient(ICOM_CLIENT_CTX ctx) {
+  return ctx == ICOM_CLIENT_SELF ? this : nullptr;
+}
+
+int CONVIFCam::IcomHardwareType() {
+  return IsDoorStation() ? HARDWARE_DOOR_STATION : HARDWARE_CAMERA;
+}
+
+unsigned CONVIFCam::GetIP() {
+  return GetPrimaryIP();
+}

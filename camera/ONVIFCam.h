@@ -1,0 +1,300 @@
+// One configured ONVIF camera: what it is and how it is stored, how it is brought into service and kept there,
+// and the streams that it delivers to the controller.
+//
+// Source files by role: ONVIFCam.cpp identity, record and configuration; ONVIFCam_load.cpp the loading steps;
+// ONVIFCam_run.cpp the connection thread and the queue; ONVIFCam_stream.cpp the stream threads;
+// ONVIFCam_offer.cpp what tells the host about the streams; ONVIFCam_event.cpp the event subscription.
+#pragma once
+
+#include "camera/proc_queue.h"
+#include "camera/run_state.h"
+#include "host/comm_thread.h"
+#include "host/gxtime.h"
+#include "host/intercom.h"
+#include "host/sink_server.h"
+#include "host/trace.h"
+#include "host/video.h"
+#include "media/encoder.h"
+#include "media/media_camera.h"
+#include "media/onvif_config.h"
+#include "media/profile.h"
+#include "util/gxtimer.h"
+
+#include <netinet/in.h>
+
+#include <atomic>
+#include <memory>
+#include <span>
+#include <vector>
+
+class CONVIFDevice;
+class CONVIFMsg;
+class CAccessUnitCollector;
+class CRTSP;
+
+// What an entry of the media model is handed out as: it keeps alive the whole list (generation) that it is
+// from, so it may be used across an exchange with the camera while the lists are loaded anew.
+using CProfileRef = std::shared_ptr<CProfile>;
+using CEncoderRef = std::shared_ptr<CEncoder>;
+using CUserSettingsRef = std::shared_ptr<CONVIFUserSettings>;
+
+class CONVIFCam : public CVideoSystem,
+                  public CGeneralCommThread,
+                  public CGXCritical,
+                  public CTraceProducer,
+                  public CSinkServer,
+                  public CIntercomClient,
+                  public CIcomCallDelegate,
+                  public CMediaCamera {
+ public:
+  static constexpr int TYPE_DISCOVERED = 8072;  // found again by its identity wherever it moves
+  static constexpr int TYPE_STATIC = 8074;      // asked at the URL that the user entered
+  // Relative moves in this space are in parts of the picture (ONVIF PTZ 5.8); cameras with another are moved by
+  // speed.
+  static constexpr const char* SPACE_FIELD_OF_VIEW =
+      "http://www.onvif.org/ver10/tptz/PanTiltSpaces/TranslationSpaceFov";
+
+  static constexpr int QUERY_TIMEOUT_MS = 0;  // of one exchange: the host's own
+
+  explicit CONVIFCam(CSystemComponentDef* definition);
+  // May come at any moment of its life, on any thread but its own: ends and joins every thread of the camera.
+  ~CONVIFCam() override;
+
+  // ---- Identity and configuration; any thread ----
+  int ConnectionType() override;
+  bool IsVelmoraDevice() override;
+  int CameraFlags() override;
+  CGXString EDRVName() override;
+  CGXString SerialNo() const;
+  CGXString ServiceURL() const;
+  CGXString PTZURL() const override;
+  CGXString MediaURL() const override;
+  bool IsDoorStation() const;
+  CGXString GetConfigURL() override { return ServiceURL(); }
+  void SetConfigURL(CGXString url) override;  // main thread; a new address is loaded from at once
+  bool IsSameConfig(CDeviceConfig* record) override;
+  void LoadFrom(CDeviceConfig* record) override;
+  bool ReadData(CGXFile* file, int version) override;
+  bool WriteData(CGXFile* file, int version) override;
+  void GetONVIFConfig(CGXMSG* msg) override;
+  void SetONVIFConfig(CGXMSG* msg) override;
+  void ResMode(int mode) override;
+
+  using CVideoSystem::Password;
+  using CVideoSystem::UserName;
+  CGXString UserName() const override { return CVideoSystem::UserName(); }
+  CGXString Password() const override { return CVideoSystem::Password(); }
+
+  // The caller's. Its creation time is the camera's clock at the last sync, advanced since.
+  CONVIFLoginHeader* CreateLoginHeader() override;
+  // Address that the camera streams from, network order. True without an address when a stream URI names no
+  // path.
+  bool GetCameraAddress(sockaddr_in* address) const;
+
+  // ---- The media model; any thread ----
+  static constexpr int NO_INDEX = 255;                       // of an unknown token: the indices travel as bytes
+  CProfileRef ProfileByToken(const CGXString& token) const;  // null when none, like the following
+  CEncoderRef EncoderByToken(const CGXString& token) const;
+  int IndexOfProfile(const CGXString& token) const;  // position in the camera's order, or NO_INDEX
+  int IndexOfEncoder(const CGXString& token) const;
+  CProfileRef RelativeMoveProfile() const;  // the first profile with PTZ
+  CProfileRef DVRProfile() const;           // of the entry that is recorded
+  CUserSettingsRef FindUserSettings(
+      const void* entry) const;  // the entry itself if it is one of ours, else null
+
+  // ---- Streams ----
+  void SinkAdded(CComponentSink* sink) override;
+  void SinkRemoved(CComponentSink* sink) override;
+  int NResolutions(RTSP_PROFILE_TYPE type) override;
+  void LoadResolutionDescriptor(int index, CResolutionDescriptor* descriptor, RTSP_PROFILE_TYPE type) override;
+  int GetRTSPResolution(RTSP_PROFILE_TYPE type, int index) override;
+  void SetRTSPResolution(RTSP_PROFILE_TYPE type, int index) override;
+  void GetVideoStats(CGXMSG* msg) override;
+  CRTSPProfile* LoadRTSPProfile(CResolutionDescriptor* descriptor) override;
+  CRTSPProfile* LoadAudioRTSP() override;
+  CProfileRef GetAudioProfile() const;  // the first profile with described G.711 audio
+  void AddRTSPSink(CObjectSink* sink) override;
+  void RemoveRTSPSink(CObjectSink* sink) override;  // waits for a question in flight
+  int DVREncodeType() override;
+  GXT_RESOLUTION DVREncodeDimensions() override;
+  int DVREncodeProfile(CRTSPProfile* profile) override;
+  void StartDVR() override;
+  void StopDVR() override;
+  int CameraOrientation(RTSP_PROFILE_TYPE type, int index) override;
+  void AddONVIF_Client(CNotifySink* client) override { AddNotifySink(client); }
+  void RemoveONVIF_Client(CNotifySink* client) override { RemoveNotifySink(client); }
+
+  // Keeps the stream bits 0 to 2 of a mask within the JPEG user settings: a stream that there is not becomes
+  // the last one. Returns how many there are.
+  int FixResMask(unsigned* mask) const;
+
+  // Each returns when its stream has ended: 1 normally (stopped, or the camera fell silent), 0 after a failure.
+  int RunSnapshotMode();  // an alternative to a JPEG stream for cameras without one; no thread runs it by
+                          // itself
+  int RunJPEGMode(int stream);
+  int RunH264DVR();
+
+  // ---- Service ----
+  int Run() override;
+  bool CheckRunState();  // one pass over the loading steps; true when all are done
+  void SetErrorState();  // loading starts over; any thread
+  bool LoadDefaultUserSettings();
+  unsigned RunState() const { return m_RunState.Bits(); }
+  void OnComponentIdle() override;
+  void FileThreadOnIdle() override;
+
+  // ---- Queue of procs; any thread ----
+  void PushProc(std::unique_ptr<CONVIF_Proc> proc);
+  void KillProc(int type) { m_Queue.Kill(type); }
+  void StartONVIFThread();
+
+  // ---- Events ----
+  static unsigned short GetEventPort();  // 8795, 8797, ...: the first that is free; 0 when the table is full
+  static void FreeEventPort(unsigned short port);  // an unknown port changes nothing
+  unsigned short EventPort() const { return m_wEventPort; }
+  bool StartONVIF_EventConfig();  // subscribes once, for a minute; true when the camera agreed
+
+  // ---- Intercom client ----
+  CIntercomClient* GetIcomClient(ICOM_CLIENT_CTX ctx) override;
+  CSystemComponent* IcomBindingObject() override { return this; }
+  CGXString IcomName() override { return Name(); }
+  int IcomHardwareType() override;
+  unsigned GetIP() override;                                                      // the controller's
+  void CallAccepted(CIntercomClient*, CIcomCallDelegate*, CALL_TYPE) override {}  // it has placed no call
+  void CallDeclined(CIntercomClient*) override {}
+
+ private:
+  struct CIdentity {
+    CGXString Manufacturer, Model, Firmware, SerialNo, HardwareID;
+  };
+  struct CCameraClock {
+    CGXTime Time;    // as it stood
+    CGXTimer Since;  // when this was started
+  };
+  using CProfilesRef = std::shared_ptr<CProfileConfig>;
+  using CEncodersRef = std::shared_ptr<CEncoderConfig>;
+  using CUserConfigRef = std::shared_ptr<CONVIFUserConfig>;
+
+  static constexpr int JPEG_STREAMS = 3;
+  static constexpr int STREAMS = 4;  // and the H.264 stream
+  static constexpr unsigned WORKER_STACK_BYTES = 256000;
+
+  // ---- Identity (ONVIFCam.cpp) ----
+  bool IsStatic() const { return ComponentType() == TYPE_STATIC; }
+  CIdentity Identity() const;
+  void SetIdentity(const CONVIFDevice& device);
+  void UpdateTraceName();
+  bool ReadIdentity(CGXFile* file);
+  bool ReadUserConfig(CGXFile* file, int version, CUserConfigRef CONVIFCam::*list);
+  void SetURL(CGXString CONVIFCam::*field, const CGXString& url);
+  static CProfile* PTZProfile(const CProfileConfig& profiles);
+  CCameraClock CameraClock() const;
+  void SetCameraTime(const CGXTime& time);
+  CProfilesRef Profiles() const;
+  CEncodersRef Encoders() const;
+  CUserConfigRef H264Settings() const;
+  CUserConfigRef JPEGSettings() const;
+  CUserConfigRef UserConfig(RTSP_PROFILE_TYPE type) const;  // null for any other type
+  bool HasEmptyUserSettings() const;
+  void StopWorkers();  // cancels and joins the stream threads and the queue's
+
+  // ---- Loading steps (ONVIFCam_load.cpp); connection thread ----
+  bool FindONVIF_ServiceURL();
+  bool LoadONVIF_TimeSync();
+  bool LoadONVIF_MediaURL1();
+  bool LoadONVIF_MediaURL2();
+  bool LoadONVIF_EncoderConfig();
+  bool LoadONVIF_EncoderOptions(CEncoder* encoder);
+  bool LoadONVIF_Capabilities();
+  bool LoadONVIF_ProfileConfig();
+  bool LoadONVIF_SnapshotConfig();
+  bool LoadONVIF_MediaConfig();
+  bool LoadONVIF_RTSPConfig();
+  bool LoadONVIF_PTZConfig();
+  void AddPTZOptions(CProfile* profile);
+  bool TakeMediaURL(const CONVIFMsg* service);
+  std::unique_ptr<CONVIFMsg> Ask(const CGXString& url, const char* operation, const char* ns,
+                                 const char* argument = nullptr, const CGXString& value = {});
+  void WriteSubscribeHeader(CONVIFMsg* header);
+
+  // ---- The pass (ONVIFCam_run.cpp); connection thread ----
+  bool Step(unsigned bit, const char* text, bool (CONVIFCam::*load)());
+  bool CheckDeviceInfo();
+  void CheckTime();
+  void CheckMediaURLs();
+  void CheckSnapshots();
+  bool LoadStreams();
+  void CheckEvents();
+  bool Loaded() const;
+  bool JoinIntercom();
+  bool LeaveIntercom();
+  void RequestDVR(CRunState::Epoch since);
+  static unsigned ONVIFThreadProc(void* camera);
+  void RunThreadProc();
+  bool ProcessReadyFrames();
+
+  // ---- Stream threads (ONVIFCam_stream.cpp) ----
+  void StartStreams();
+  static unsigned RunStream(void* camera, int stream);
+  static unsigned StreamProc0(void* camera);
+  static unsigned StreamProc1(void* camera);
+  static unsigned StreamProc2(void* camera);
+  static unsigned H264_DVR_Proc(void* camera);
+  CRTSPProfile VideoRTSPProfile(const CProfile& profile, RTP_TRANSPORT transport) const;
+  bool StreamWanted(int stream) const;
+  int ReceiveJPEG(CRTSP* session, int stream);
+  void DeliverPicture(int stream, std::span<const unsigned char> picture);
+  bool DVRWanted(unsigned generation) const;
+  int ReceiveH264(CRTSP* session, unsigned generation);
+  void DeliverNAL(CAccessUnitCollector* collector, const unsigned char* nal, size_t length);
+
+  // ---- What the host is told (ONVIFCam_offer.cpp) ----
+  void UpdateResMask();
+  static CUserSettingsRef UserSettings(const CUserConfigRef& list, int index);  // null when there is none
+  int EncodeTypeOf(const CONVIFUserSettings& entry) const;
+  CUserSettingsRef DVRSettings() const;
+  void SetDVRActive(bool active);
+  int DVRRate();
+
+  // ---- Fields ----
+  // Identity and addresses: written by the record, the tools and the connection thread, read by everybody.
+  mutable CGXCritical m_IdentityLock;
+  CIdentity m_Identity GUARDED_BY(m_IdentityLock);
+  CGXString m_ServiceURL GUARDED_BY(m_IdentityLock), m_PTZURL GUARDED_BY(m_IdentityLock),
+      m_MediaURL GUARDED_BY(m_IdentityLock);
+  CCameraClock m_Clock GUARDED_BY(m_IdentityLock);  // read and written as a whole: a torn pair is a wrong login
+
+  // Media model: the lists as last loaded (connection thread) and as last set (record, tools). The lock guards
+  // the pointers; what they point at looks after itself.
+  mutable CGXCritical m_ModelLock;
+  CProfilesRef m_pProfiles GUARDED_BY(m_ModelLock);  // never null, like the following
+  CEncodersRef m_pEncoders GUARDED_BY(m_ModelLock);
+  CUserConfigRef m_pH264Settings GUARDED_BY(m_ModelLock), m_pJPEGSettings GUARDED_BY(m_ModelLock);
+
+  // Progress: set by the connection thread, reset by any.
+  CRunState m_RunState;
+  CGXSemaphore m_Wake;  // ends the connection thread's wait
+
+  // Queue: see CProcQueue.
+  CProcQueue m_Queue;
+  CGXCritical m_QueueStartLock;  // one start of the queue thread at a time
+  CGXThread m_QueueThread;
+
+  // Streams: threads started by the connection thread; mask and flags are read by them for every packet.
+  CGXThread m_StreamThreads[STREAMS];
+  CGXCritical m_DVRLock;  // for writing m_bDVRActive: connection, file and main thread
+  std::atomic<bool> m_bDVRActive{false};
+  std::atomic<int> m_iMotionLevel{-1};  // -1 unknown, 0 none, 100 motion
+  std::atomic<int> m_nDVRFrames{0};     // delivered since the statistics were last computed
+  CGXTimer m_DVRStatsTimer GUARDED_BY(m_DVRLock);
+  int m_iDVRRate GUARDED_BY(m_DVRLock) = 0;  // frames a second times 100
+  CGXCritical m_RTSPSinkLock;
+  std::vector<CObjectSink*> m_RTSPSinks GUARDED_BY(m_RTSPSinkLock);
+
+  // Events: the port of the notification listener, whose thread lives while STATE_EVENTS is set.
+  static CGXCritical g_EventPortLock;
+  static constexpr int MAX_EVENT_PORTS = 64;
+  static unsigned short g_wEventPorts[MAX_EVENT_PORTS] GUARDED_BY(g_EventPortLock);
+  static int g_iNEventPorts GUARDED_BY(g_EventPortLock);
+  const unsigned short m_wEventPort;
+};

@@ -1,0 +1,262 @@
+// What tells the host about the camera's streams: sinks and masks, descriptors, RTSP profiles, recording,
+// statistics.
+#include "camera/ONVIFCam.h"
+#include "camera/ONVIF_proc.h"
+#include "host/system.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace {
+
+constexpr unsigned DVR_STATS_PERIOD_MS = 2000;
+constexpr int RATIO_WIDE = 1777;      // 16:9, times 1000
+constexpr int RATIO_STANDARD = 1333;  // 4:3
+
+bool IsH264(const CProfile& profile) {
+  return profile.VideoEncoderType().CompareNoCase("H264") == 0;
+}
+
+int HundredTimes(double rate) {
+  return static_cast<int>(rate * 100);
+}
+
+}  // namespace
+
+// ---- Sinks and the stream mask ----
+
+int CONVIFCam::FixResMask(unsigned* mask) const {
+  const int streams = JPEGSettings()->NSettings();
+  for (int i = 0; i < JPEG_STREAMS; ++i) {
+    if ((*mask & (1U << i)) == 0 || i < streams) continue;
+    *mask &= ~(1U << i);
+    if (streams > 0) *mask |= 1U << (streams - 1);
+  }
+  return streams;
+}
+
+// Under the main-thread lock, as the sinks are: of two threads that compute the mask, the later one stores it
+// last.
+void CONVIFCam::UpdateResMask() {
+  const CMainThreadLock main;
+  if (!main) return;
+  unsigned mask = NSinks() > 0 ? GetResMask() : 0;
+  FixResMask(&mask);
+  m_dwResMask = mask;
+}
+
+void CONVIFCam::ResMode(int mode) {
+  m_iResMode = mode;
+  UpdateResMask();
+  CVideoSystem::ResMode(mode);
+  m_Wake.SetEvent();
+}
+
+void CONVIFCam::SinkAdded(CComponentSink* /*sink*/) {
+  UpdateResMask();
+  StopFlag(false);
+  if (!ThreadRunning()) StartThread("ONVIFCam " + Name());
+  m_Wake.SetEvent();
+}
+
+void CONVIFCam::SinkRemoved(CComponentSink* /*sink*/) {
+  UpdateResMask();
+  m_Wake.SetEvent();
+  if (NSinks() == 0 && TrackerOn()) TrackerOff();
+}
+
+void CONVIFCam::AddRTSPSink(CObjectSink* sink) {
+  const CGXLock lock(m_RTSPSinkLock);
+  if (std::find(m_RTSPSinks.begin(), m_RTSPSinks.end(), sink) == m_RTSPSinks.end()) m_RTSPSinks.push_back(sink);
+}
+
+void CONVIFCam::RemoveRTSPSink(CObjectSink* sink) {
+  const CGXLock lock(m_RTSPSinkLock);
+  std::erase(m_RTSPSinks, sink);
+}
+
+// ---- Descriptors ----
+
+CUserSettingsRef CONVIFCam::UserSettings(const CUserConfigRef& list, int index) {
+  if (list == nullptr) return nullptr;
+  return {list, list->Settings(index)};
+}
+
+int CONVIFCam::NResolutions(RTSP_PROFILE_TYPE type) {
+  const CUserConfigRef list = UserConfig(type);
+  return list != nullptr ? list->NSettings() : 0;
+}
+
+int CONVIFCam::EncodeTypeOf(const CONVIFUserSettings& entry) const {
+  const CProfileRef profile = ProfileByToken(entry.ProfileToken());
+  return profile != nullptr && IsH264(*profile) ? FRAME_KIND_H264 : FRAME_KIND_JPEG;
+}
+
+void CONVIFCam::LoadResolutionDescriptor(int index, CResolutionDescriptor* descriptor, RTSP_PROFILE_TYPE type) {
+  const CUserSettingsRef entry = UserSettings(UserConfig(type), index);
+  if (entry == nullptr) return;
+  descriptor->ResNo(index);
+  descriptor->Description(entry->Name());
+  descriptor->DriverDataInt((IndexOfProfile(entry->ProfileToken()) << 16) |
+                            (IndexOfEncoder(entry->EncoderToken()) << 8));
+  descriptor->DriverDataPtr(entry.get());
+  descriptor->Size(entry->Settings()->Resolution());
+  descriptor->EncodeType(EncodeTypeOf(*entry));
+}
+
+int CONVIFCam::CameraOrientation(RTSP_PROFILE_TYPE type, int index) {
+  const int count = NResolutions(type);
+  const CUserSettingsRef entry = UserSettings(UserConfig(type), index >= 0 && index < count ? index : 0);
+  if (entry == nullptr) return 0;
+  const GXT_RESOLUTION size = entry->Settings()->Resolution();
+  if (size.Height == 0) return 0;
+  const long long ratio = 1000LL * size.Width / size.Height;
+  return std::llabs(ratio - RATIO_WIDE) < std::llabs(ratio - RATIO_STANDARD) ? 1 : 0;
+}
+
+int CONVIFCam::GetRTSPResolution(RTSP_PROFILE_TYPE type, int index) {
+  const CUserConfigRef list = UserConfig(type);
+  return list != nullptr ? ::GetRTSPResolution(*list, index, *Profiles(), *Encoders()) : -1;
+}
+
+// The choice is what the camera runs; nothing is stored.
+void CONVIFCam::SetRTSPResolution(RTSP_PROFILE_TYPE /*type*/, int /*index*/) {}
+
+// ---- RTSP profiles ----
+
+CRTSPProfile* CONVIFCam::LoadRTSPProfile(CResolutionDescriptor* descriptor) {
+  const CUserSettingsRef entry = FindUserSettings(descriptor->DriverDataPtr());
+  if (entry == nullptr) return nullptr;
+  const CProfileRef profile = ProfileByToken(entry->ProfileToken());
+  bool inLine = true;
+  if (!entry->ReadOnlyProfile()) {
+    const CEncoderRef encoder = EncoderByToken(entry->EncoderToken());
+    if (encoder == nullptr) return nullptr;
+    inLine = encoder->CurrentConfig()->IsSameConfig(entry->Settings());
+    if (inLine && profile != nullptr) inLine = profile->VideoEncoderToken() == entry->EncoderToken();
+  }
+  if (inLine && profile == nullptr) return nullptr;
+  if (!inLine || (profile->State() & CProfile::STATE_DESCRIBED) == 0) {
+    PushProc(std::make_unique<CCheckUserSet>(entry.get()));
+    return nullptr;
+  }
+  auto rtsp = std::make_unique<CRTSPProfile>(VideoRTSPProfile(*profile, entry->Transport()));
+  const CGXString encoding = profile->VideoEncoderType();
+  if (encoding == "JPEG") rtsp->PayloadType(RTSP_PAYLOAD_JPEG);
+  if (encoding == "H264") rtsp->PayloadType(RTSP_PAYLOAD_H264);
+  return rtsp.release();
+}
+
+CProfileRef CONVIFCam::GetAudioProfile() const {
+  const CProfilesRef profiles = Profiles();
+  for (CProfile* profile = profiles->Profiles(); profile != nullptr; profile = profile->Next())
+    if (profile->AudioEncoderType().CompareNoCase("G711") == 0 && !profile->ControlURLAudio().IsEmpty())
+      return {profiles, profile};
+  return nullptr;
+}
+
+CRTSPProfile* CONVIFCam::LoadAudioRTSP() {
+  const CProfileRef profile = GetAudioProfile();
+  if (profile == nullptr) return nullptr;
+  auto rtsp = std::make_unique<CRTSPProfile>();
+  rtsp->PayloadType(RTSP_PAYLOAD_G711);
+  profile->ConfigureAudio(rtsp.get());
+  rtsp->UserName(UserName());
+  rtsp->Password(Password());
+  return rtsp.release();
+}
+
+// ---- Recording ----
+
+// The JPEG settings count first, then the H.264 settings.
+CUserSettingsRef CONVIFCam::DVRSettings() const {
+  const int index = DVRResolutionIndex();
+  const CUserConfigRef jpeg = JPEGSettings();
+  const int count = jpeg->NSettings();
+  return index < count ? UserSettings(jpeg, index) : UserSettings(H264Settings(), index - count);
+}
+
+CProfileRef CONVIFCam::DVRProfile() const {
+  const CUserSettingsRef settings = DVRSettings();
+  return settings != nullptr ? ProfileByToken(settings->ProfileToken()) : nullptr;
+}
+
+int CONVIFCam::DVREncodeType() {
+  if (!m_RunState.Has(STATE_PROFILES)) return -1;
+  const CUserSettingsRef settings = DVRSettings();
+  return settings != nullptr ? EncodeTypeOf(*settings) : FRAME_KIND_JPEG;
+}
+
+GXT_RESOLUTION CONVIFCam::DVREncodeDimensions() {
+  const CProfileRef profile = m_RunState.Has(STATE_PROFILES) ? DVRProfile() : nullptr;
+  return profile != nullptr ? profile->CurrentSettings()->Resolution() : GXT_RESOLUTION{640, 480};
+}
+
+int CONVIFCam::DVREncodeProfile(CRTSPProfile* rtsp) {
+  const CProfileRef profile = DVRProfile();
+  if (profile == nullptr) return 0;
+  profile->ConfigureVideo(rtsp);
+  return 1;
+}
+
+void CONVIFCam::StartDVR() {
+  const CMainThreadLock main;
+  if (!main || !m_RunState.Has(STATE_PROFILES)) return;
+  CVideoSink* const sink = DVRSink();
+  if (DVREncodeType() == FRAME_KIND_H264) {
+    if (FindSink(sink)) {
+      RemoveVideoSink(sink, 1);
+      SinkRemoved(sink);
+    }
+    SetDVRActive(true);
+    m_Wake.SetEvent();
+    return;
+  }
+  // Recorders set up long ago count on this difference; a stream below 0 is taken as the first.
+  sink->CameraRes(DVRResolutionIndex() - H264Settings()->NSettings());
+  SetDVRActive(false);
+  CVideoSystem::StartDVR();
+}
+
+void CONVIFCam::StopDVR() {
+  SetDVRActive(false);
+  CVideoSystem::StopDVR();
+}
+
+void CONVIFCam::SetDVRActive(bool active) {
+  const CGXLock lock(m_DVRLock);
+  m_bDVRActive = active;
+}
+
+// ---- Statistics ----
+
+void CONVIFCam::GetVideoStats(CGXMSG* msg) {
+  const CGXLock lock(m_RTSPSinkLock);
+  const bool recording = m_bDVRActive;
+  const int sinks = NSinks();
+  msg->PutInt(HundredTimes(IncomingFPS()));
+  msg->PutInt(Motion());
+  msg->PutInt(sinks + static_cast<int>(m_RTSPSinks.size()) + (recording ? 1 : 0));
+  for (int i = 0; i < sinks; ++i) {
+    const auto* const sink = dynamic_cast<CVideoSink*>(Sink(i));
+    msg->PutString(sink != nullptr ? sink->Name() : CGXString("ERROR"));
+    msg->PutInt(sink != nullptr ? HundredTimes(sink->OutgoingFPS()) : 0);
+  }
+  for (CObjectSink* const sink : m_RTSPSinks) {
+    msg->PutString(sink->SinkName());
+    msg->PutInt(sink->SinkRate());
+  }
+  if (!recording) return;
+  msg->PutString("H264-DVR");
+  msg->PutInt(DVRRate());
+}
+
+int CONVIFCam::DVRRate() {
+  const CGXLock lock(m_DVRLock);
+  const unsigned elapsed = m_DVRStatsTimer.GXTickCount();
+  if (elapsed > DVR_STATS_PERIOD_MS) {
+    m_iDVRRate = static_cast<int>(100000LL * m_nDVRFrames.exchange(0) / elapsed);
+    m_DVRStatsTimer.Restart();
+  }
+  return m_iDVRRate;
+}

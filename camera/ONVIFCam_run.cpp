@@ -1,0 +1,243 @@
+// The connection thread: the pass over the loading steps, and what keeps a loaded camera in service.
+#include "camera/ONVIFCam.h"
+#include "camera/ONVIF_proc.h"
+#include "host/event_server.h"
+#include "host/intercom.h"
+#include "host/socket.h"
+#include "host/system.h"
+#include "onvif/onvif.h"
+
+#include <memory>
+
+namespace {
+
+constexpr unsigned TIME_SYNC_PERIOD_MS = 600000;
+constexpr unsigned RETRY_MS = 5000;
+constexpr unsigned LOCKED_CONFIG_MS = 1000;
+constexpr unsigned WAKE_MS = 1000;
+constexpr unsigned IDLE_FRAMES_MS = 99;  // that much of a main-thread pass may go into frames
+constexpr int IDLE_AUDIO_BYTES = 128000;
+constexpr int FRAME_AUDIO_BYTES = 1000;
+constexpr int COMMAND_CATEGORY_CALL = 29;
+
+constexpr unsigned STEPS_OF_ALL = STATE_TIME_SYNC | STATE_MEDIA_URLS | STATE_ENCODERS | STATE_CAPABILITIES |
+                                  STATE_PROFILES | STATE_SNAPSHOTS | STATE_STREAM_URIS | STATE_PTZ |
+                                  STATE_EVENTS;
+
+}  // namespace
+
+bool CONVIFCam::Step(unsigned bit, const char* text, bool (CONVIFCam::*load)()) {
+  if (m_RunState.Has(bit)) return true;
+  const CRunState::Epoch since = m_RunState.Now();
+  Trace(text);
+  if (!(this->*load)()) return false;
+  m_RunState.Set(bit, since);
+  Trace("Success");
+  return true;
+}
+
+bool CONVIFCam::CheckRunState() {
+  const bool identified =
+      IsStatic() ? CheckDeviceInfo()
+                 : Step(STATE_SERVICE_URL, "Looking for Service URL...", &CONVIFCam::FindONVIF_ServiceURL);
+  if (!identified) return false;
+  CheckTime();
+  CheckMediaURLs();
+  if (!Step(STATE_ENCODERS, "Loading Encoder Configs...", &CONVIFCam::LoadONVIF_EncoderConfig)) {
+    m_RunState.Clear(STATE_MEDIA_URLS);  // perhaps the address was wrong: ask for it again
+    return false;
+  }
+  if (!Step(STATE_CAPABILITIES, "Loading Capabilities...", &CONVIFCam::LoadONVIF_Capabilities)) return false;
+  if (!Step(STATE_PROFILES, "Loading Profile Configs...", &CONVIFCam::LoadONVIF_ProfileConfig)) return false;
+  CheckSnapshots();
+  if (!Step(STATE_STREAM_URIS, "Loading Media Config...", &CONVIFCam::LoadStreams)) return false;
+  if (!Step(STATE_PTZ, "Loading PTZ Config...", &CONVIFCam::LoadONVIF_PTZConfig)) return false;
+  CheckEvents();
+  return true;
+}
+
+bool CONVIFCam::CheckDeviceInfo() {
+  if (m_RunState.Has(STATE_DEVICE_INFO)) return true;
+  const CRunState::Epoch since = m_RunState.Now();
+  Trace("Loading Device Info...");
+  const std::unique_ptr<CONVIFDevice> device(CONVIF::QueryDeviceAtURL(ServiceURL(), UserName(), Password()));
+  if (device == nullptr) return false;
+  SetIdentity(*device);
+  UpdateTraceName();
+  m_RunState.Set(STATE_DEVICE_INFO, since);
+  Trace("Success");
+  CSystem::Instance()->NotifyConfigChanged();
+  return true;
+}
+
+void CONVIFCam::CheckTime() {
+  if (CameraClock().Since.GXTickCount() > TIME_SYNC_PERIOD_MS) m_RunState.Clear(STATE_TIME_SYNC);
+  if (m_RunState.Has(STATE_TIME_SYNC)) return;
+  const CRunState::Epoch since = m_RunState.Now();
+  Trace("Performing TimeSync()...");
+  if (LoadONVIF_TimeSync()) {
+    Trace("Success");
+  } else {
+    CGXTime now;
+    now.GetPresentTime(1);
+    SetCameraTime(now);
+    Trace("Failed");
+  }
+  m_RunState.Set(STATE_TIME_SYNC, since);
+}
+
+// Never fails: a camera that names no media service is asked at its device service.
+void CONVIFCam::CheckMediaURLs() {
+  if (m_RunState.Has(STATE_MEDIA_URLS)) return;
+  const CRunState::Epoch since = m_RunState.Now();
+  Trace("Loading Media URLs...");
+  LoadONVIF_MediaURL1();
+  LoadONVIF_MediaURL2();
+  m_RunState.Set(STATE_MEDIA_URLS, since);
+  Trace("Success");
+}
+
+void CONVIFCam::CheckSnapshots() {
+  if (m_RunState.Has(STATE_SNAPSHOTS)) return;
+  const CRunState::Epoch since = m_RunState.Now();
+  Trace("Loading Snapshot Config...");
+  Trace(LoadONVIF_SnapshotConfig() ? "Success" : "WARNING: No Snapshot Config");
+  m_RunState.Set(STATE_SNAPSHOTS, since);
+}
+
+bool CONVIFCam::LoadStreams() {
+  if (!LoadONVIF_MediaConfig()) return false;
+  if (IsDoorStation()) LoadONVIF_RTSPConfig();  // only speeds up the first call; a stream start asks again
+  return true;
+}
+
+// A camera without events is in service all the same.
+void CONVIFCam::CheckEvents() {
+  if (m_RunState.Has(STATE_EVENTS)) return;
+  const CRunState::Epoch since = m_RunState.Now();
+  Trace("Starting Event Service...");
+  const bool subscribed = StartONVIF_EventConfig();
+  m_RunState.Set(STATE_EVENTS, since);
+  if (subscribed) Trace("Success");
+}
+
+bool CONVIFCam::Loaded() const {
+  return m_RunState.Has(STEPS_OF_ALL | (IsStatic() ? STATE_DEVICE_INFO : STATE_SERVICE_URL));
+}
+
+void CONVIFCam::SetErrorState() {
+  m_RunState.Reset();
+  m_Wake.SetEvent();
+}
+
+int CONVIFCam::Run() {
+  bool registered = false;
+  while (!StopFlag() && !CGXThread::CurrentCancelled()) {
+    const CRunState::Epoch since = m_RunState.Now();
+    if (!CheckRunState()) {
+      Trace("FAILED");
+      Sleep(RETRY_MS);
+      if (registered) registered = !LeaveIntercom();
+      continue;
+    }
+    if (!registered) registered = JoinIntercom();
+    if (HasEmptyUserSettings()) LoadDefaultUserSettings();
+    RequestDVR(since);
+    if (!CheckLockConfig()) {
+      Sleep(LOCKED_CONFIG_MS);
+      continue;
+    }
+    m_Wake.WaitSignal(WAKE_MS);
+    if (StopFlag()) return 0;
+    // A stream that failed has just reset the state: reload first, or the streams would start in the middle of
+    // the load, fail again, and so on without a pause.
+    if (Loaded()) StartStreams();
+  }
+  Trace("Thread Ended");
+  return 0;
+}
+
+// Both: true when done, false when the thread was cancelled before it had the lock.
+bool CONVIFCam::JoinIntercom() {
+  const CMainThreadLock lock;
+  if (!lock) return false;
+  CIntercomServer::Instance()->RegisterClient(this);
+  if (IsDoorStation()) {
+    CEventServer::Instance()->CheckCommand(ID(), COMMAND_PLACE_CALL, COMMAND_CATEGORY_CALL, 1);
+    CEventServer::Instance()->CheckCommand(ID(), COMMAND_CANCEL_CALL, COMMAND_CATEGORY_CALL, 1);
+  }
+  return true;
+}
+
+bool CONVIFCam::LeaveIntercom() {
+  const CMainThreadLock lock;
+  if (!lock) return false;
+  CIntercomServer::Instance()->RemoveClient(this);
+  return true;
+}
+
+// The file thread starts the recording, once for each load.
+void CONVIFCam::RequestDVR(CRunState::Epoch since) {
+  const CGXLock lock(m_DVRLock);
+  if ((DVRFlags() & DVR_FLAG_WANTED) != 0) {
+    m_RunState.Set(STATE_DVR_REQUESTED, since);
+  } else {
+    m_bDVRActive = false;
+  }
+}
+
+void CONVIFCam::FileThreadOnIdle() {
+  if (m_RunState.TakeDVRRequest()) StartDVR();
+  CVideoSystem::FileThreadOnIdle();
+}
+
+// ---- Queue ----
+
+void CONVIFCam::PushProc(std::unique_ptr<CONVIF_Proc> proc) {
+  m_Queue.Push(std::move(proc));
+  StartONVIFThread();
+}
+
+void CONVIFCam::StartONVIFThread() {
+  if (!m_Queue.Claim()) return;
+  // The claim is given back just before the thread ends, so the one before may still be on its way out.
+  const CGXLock lock(m_QueueStartLock);
+  m_QueueThread.Join();
+  if (m_QueueThread.Start(ONVIFThreadProc, this, WORKER_STACK_BYTES, "ONVIF Proc Thread") == 0)
+    m_Queue.Release();
+}
+
+unsigned CONVIFCam::ONVIFThreadProc(void* camera) {
+  static_cast<CONVIFCam*>(camera)->RunThreadProc();
+  return 0;
+}
+
+void CONVIFCam::RunThreadProc() {
+  while (std::unique_ptr<CONVIF_Proc> proc = m_Queue.Pull()) {
+    proc->DoProc(this);
+    // Of no effect here, where the worker runs; a proc that finishes behind others makes sure of it.
+    if (m_Queue.PushFinished(std::move(proc))) StartONVIFThread();
+  }
+}
+
+// ---- Main thread ----
+
+void CONVIFCam::OnComponentIdle() {
+  while (const std::unique_ptr<CONVIF_Proc> proc = m_Queue.PullFinished()) proc->PostProc(this);
+  CVideoSystem::OnComponentIdle();
+  SendAudio(IDLE_AUDIO_BYTES);
+  if (!ProcessReadyFrames()) ProcessDeadCamera();
+}
+
+bool CONVIFCam::ProcessReadyFrames() {
+  const CGXTimer timer;
+  bool any = false;
+  while (CJPEGBuffer* const frame = GetReadyFrame()) {
+    ProcessFrame(frame);
+    SendAudio(FRAME_AUDIO_BYTES);
+    SetFreeFrame(frame);
+    any = true;
+    if (timer.GXTickCount() > IDLE_FRAMES_MS) break;
+  }
+  return any;
+}
