@@ -1,0 +1,82 @@
+#include "controller/display.h"
+
+#include "controller/log.h"
+#include "controller/report.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+constexpr size_t DEFAULT_WIDTH = 100, DEFAULT_HEIGHT = 40;  // characters, where the terminal does not tell
+
+double Now() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+std::string StateOf(const CCameraStatus& camera) {
+  return camera.State + (camera.Reason.empty() ? "" : ": " + camera.Reason);
+}
+
+winsize TerminalSize() {
+  winsize size{};
+  if (ioctl(ResultDescriptor(), TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0) {
+    size.ws_col = DEFAULT_WIDTH;
+    size.ws_row = DEFAULT_HEIGHT;
+  }
+  return size;
+}
+
+}  // namespace
+
+CDisplay::CDisplay(bool json) : m_bJSON(json), m_bTerminal(isatty(ResultDescriptor()) == 1), m_fStart(Now()) {}
+
+void CDisplay::Update(const std::vector<CCameraStatus>& cameras, const std::string& note) {
+  if (m_bTerminal && !m_bJSON) return Redraw(cameras, note);
+  for (const CCameraStatus& camera : cameras) Progress(camera);
+  if (note != m_Note && !note.empty() && !m_bJSON) WriteResult(Printable(note) + "\n");
+  m_Note = note;
+}
+
+// Over what was drawn last: cursor up, then each line with the rest of its row erased. What does not fit on the
+// terminal is left out, since the cursor cannot go up beyond its first row.
+void CDisplay::Redraw(const std::vector<CCameraStatus>& cameras, const std::string& note) {
+  const winsize size = TerminalSize();
+  std::vector<std::string> lines;
+  for (const CCameraStatus& camera : cameras)
+    for (std::string& line : CameraLines(camera, size.ws_col)) lines.push_back(std::move(line));
+  lines.push_back(Printable(note).substr(0, size.ws_col));
+  if (lines.size() > size.ws_row - 1u) {
+    lines.resize(size.ws_row > 2 ? size.ws_row - 2u : 1u);
+    lines.push_back("... (more than this terminal has room for)");
+  }
+  std::string text = m_nLines > 0 ? "\033[" + std::to_string(m_nLines) + "A" : "";
+  for (const std::string& line : lines) text += "\r" + line + "\033[K\n";
+  WriteResult(text + "\033[J");
+  m_nLines = lines.size();
+}
+
+void CDisplay::Say(const CCameraStatus& camera, const char* what, const std::string& text) const {
+  const double seconds = Now() - m_fStart;
+  if (m_bJSON) {
+    const nlohmann::json line = {
+        {"seconds", seconds}, {"camera", camera.Name}, {"id", camera.ID}, {what, text}};
+    WriteResult(line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
+    return;
+  }
+  char stamp[32];
+  std::snprintf(stamp, sizeof stamp, "[%7.2f] ", seconds);
+  WriteResult(stamp + Printable(camera.Name + ": " + text) + "\n");
+}
+
+void CDisplay::Progress(const CCameraStatus& camera) {
+  Shown& shown = m_Shown[camera.ID];
+  for (; shown.Steps < camera.Steps.size(); ++shown.Steps) Say(camera, "trace", camera.Steps[shown.Steps]);
+  if (shown.State != StateOf(camera)) Say(camera, "state", shown.State = StateOf(camera));
+  for (; shown.Recordings < camera.Recordings.size(); ++shown.Recordings)
+    Say(camera, "recording", camera.Recordings[shown.Recordings]);
+}

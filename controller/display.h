@@ -1,0 +1,34 @@
+// Shows the cameras while the controller runs: a live table on a terminal, progress lines elsewhere, JSON lines
+// for programs.
+#pragma once
+
+#include "controller/camera_status.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+class CDisplay {
+ public:
+  explicit CDisplay(bool json);
+
+  // The cameras as they are now; about twice a second. `note`: what the controller itself has to say.
+  void Update(const std::vector<CCameraStatus>& cameras, const std::string& note);
+
+ private:
+  struct Shown {
+    size_t Steps = 0;
+    std::string State;
+    size_t Recordings = 0;
+  };
+  void Redraw(const std::vector<CCameraStatus>& cameras, const std::string& note);
+  void Progress(const CCameraStatus& camera);
+  void Say(const CCameraStatus& camera, const char* what, const std::string& text) const;
+
+  const bool m_bJSON;
+  const bool m_bTerminal;
+  size_t m_nLines = 0;  // drawn last
+  std::string m_Note;
+  std::map<int, Shown> m_Shown;
+  double m_fStart;
+};

@@ -1,0 +1,38 @@
+// The reference controller.
+#include "controller/commands.h"
+#include "controller/log.h"
+#include "controller/password.h"
+#include "controller/stop_signal.h"
+
+int main(int argc, char** argv) {
+  InstallStopSignals();
+  COptions options;
+  std::string text;
+  switch (ParseOptions(argc, argv, &options, &text)) {
+    case EParse::Done:
+      WriteResult(text);
+      return 0;
+    case EParse::Wrong:
+      WriteProblem(text);
+      return 2;
+    case EParse::Go:
+      break;
+  }
+  if (!options.User.empty() && !AskPassword(options.User, &options.Password, &text)) {
+    WriteProblem(text);
+    return 2;
+  }
+  switch (options.Command) {
+    case ECommand::Run:
+      return RunCommand(options);
+    case ECommand::Discover:
+      return DiscoverCommand(options);
+    case ECommand::Components:
+      return ComponentsCommand(options);
+    case ECommand::Show:
+      return ShowCommand(options);
+    case ECommand::None:
+      break;
+  }
+  return 2;
+}

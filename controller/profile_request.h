@@ -1,0 +1,32 @@
+// Asks a camera for what is needed to open one of its streams.
+#pragma once
+
+#include "host/sink_server.h"
+#include "host/video.h"
+
+#include <chrono>
+#include <memory>
+
+// A camera that is not ready for it answers nothing, brings itself into line and then gives a notice. Asking
+// again before that would only queue the same work again, so the next question waits for the notice, or for 5
+// s.
+class CProfileRequest : public CNotifySink {
+ public:
+  CProfileRequest(CVideoSystem* camera, RTSP_PROFILE_TYPE type, int index);
+  ~CProfileRequest() override;
+
+  // Main thread, again and again: the profile, once; null while there is none.
+  std::unique_ptr<CRTSPProfile> Poll();
+
+  void OnNotify(int id, int code) override;
+
+ private:
+  CVideoSystem* const m_pCamera;
+  const RTSP_PROFILE_TYPE m_Type;
+  const int m_iIndex;
+  int m_iCode = 0;  // of the notice that is waited for
+  std::chrono::steady_clock::time_point m_NextAsk;
+};
+
+// Whether a notice of that code is the one waited for; the byte 255 of either code stands for any.
+bool NoticeMatches(int waitedFor, int code);

@@ -1,0 +1,29 @@
+// Camera states as text for people and as JSON for programs.
+#pragma once
+
+#include "controller/camera_status.h"
+#include "host/component.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+// The text as one printable line: whatever a camera put into its name or a trace line, control characters and
+// bytes that are not UTF-8 become '?', so that it cannot steer the terminal.
+std::string Printable(const std::string& text);
+
+// A few lines that show a camera, each at most `width` characters.
+std::vector<std::string> CameraLines(const CCameraStatus& status, size_t width);
+
+// {"cameras": [...]}, the summary of a run. Each entry: name, id, type, manufacturer, model, serial, firmware,
+// service_url; state ("running" when every step is done) and, where there is one, reason; steps (trace lines in
+// order); streams; motion; jpeg_frames and h264_frames (pictures delivered); pictures and recordings (paths);
+// seconds_to_running and seconds_to_picture since the camera was started (null: never).
+std::string SummaryText(const std::vector<CCameraStatus>& cameras);
+
+// Columns aligned under their headings; the first row is the headings.
+std::string Table(const std::vector<std::vector<std::string>>& rows);
+
+// Cameras that a search has found, as a table or as {"cameras": [...]}.
+std::string FoundTable(const std::vector<std::unique_ptr<CDeviceConfig>>& found);
+std::string FoundJSON(const std::vector<std::unique_ptr<CDeviceConfig>>& found);
