@@ -4,6 +4,7 @@
 // is.
 #include "host/frame.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -41,14 +42,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const bool wrap = (data[at] & 1) != 0;
     const size_t length = std::min<size_t>(data[at] & ~1u, size - at - 1);
     ++at;
-    std::vector<unsigned char> packet;
+    constexpr size_t HEADER = 12;
+    std::vector<unsigned char> packet(wrap ? HEADER + length : length);
+    std::copy_n(data + at, length, packet.end() - static_cast<long>(length));
     if (wrap) {
-      packet = {0x80, 96, static_cast<unsigned char>(sequence >> 8),
-                static_cast<unsigned char>(sequence & 0xff)};
-      packet.resize(12);
+      packet[0] = 0x80;
+      packet[2] = static_cast<unsigned char>(sequence >> 8);
+      packet[3] = static_cast<unsigned char>(sequence & 0xff);
       ++sequence;
     }
-    packet.insert(packet.end(), data + at, data + at + length);
     at += length;
     if (!packet.empty()) Take(depacketizer, packet, capacity);
   }
