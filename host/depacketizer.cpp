@@ -86,7 +86,6 @@ struct CH264Depacketizer::State {
   int Packet(const RTPPacket& packet, const CUnitWriter& out);
   int NextOfAggregate(const CUnitWriter& out);
   int Fragment(const RTPPacket& packet, const CUnitWriter& out);
-  void NoteOther(uint16_t sequence);
   bool Append(Bytes bytes);
 
   const int PayloadType;
@@ -95,7 +94,8 @@ struct CH264Depacketizer::State {
   std::vector<unsigned char> Aggregate;
   size_t AggregateAt = 0;
 
-  // The NAL unit that is being put together from FU-A fragments.
+  // The NAL unit that is being put together from FU-A fragments. Other packets in between leave it alone: when
+  // they took the place of a fragment, the next one does not have the number that is expected.
   std::vector<unsigned char> Unit;
   bool Assembling = false;
   uint16_t NextSequence = 0;
@@ -104,7 +104,6 @@ struct CH264Depacketizer::State {
 int CH264Depacketizer::State::Packet(const RTPPacket& packet, const CUnitWriter& out) {
   const int type = NALType(packet.Payload[0]);
   if (type == NAL_FU_A) return Fragment(packet, out);
-  NoteOther(packet.Sequence);
   if (IsSingle(type)) return out.Write(packet.Payload);
   if (type != NAL_STAP_A) return 0;
   Aggregate.assign(packet.Payload.begin() + 1, packet.Payload.end());
@@ -126,12 +125,6 @@ int CH264Depacketizer::State::NextOfAggregate(const CUnitWriter& out) {
   }
   AggregateAt = all.size();
   return 0;
-}
-
-// A packet that is no fragment: unless it is late, the unit being assembled has lost its end.
-void CH264Depacketizer::State::NoteOther(uint16_t sequence) {
-  const int distance = static_cast<int16_t>(sequence - NextSequence);
-  if (distance >= 0 || distance < -LATE_PACKETS) Assembling = false;
 }
 
 // RFC 6184 5.8. A start fragment that is also the end is not allowed there, but sent by cameras for units that

@@ -157,14 +157,14 @@ TEST(Depacketizer, RestOfAnAggregateEndsWithTheNextPacket) {
   EXPECT_EQ(depacketizer.ProcessRTP(nullptr, 0, out, sizeof out), 0);
 }
 
-// A stream across the wrap of the sequence number: which units each of its packets carries, and all its
-// packets.
+// A stream whose sequence number wraps within a fragmented unit: which units each of its packets carries, and
+// all its packets.
 struct Stream {
   Units Packets, All;
   std::vector<Units> Of;  // the units that are damaged when that packet is missing
 
   void Add(const std::string& payload, const Units& units) {
-    Packets.push_back(RTP(static_cast<unsigned>(65530 + Packets.size()) & 0xffff, payload));
+    Packets.push_back(RTP(static_cast<unsigned>(65532 + Packets.size()) & 0xffff, payload));
     Of.push_back(units);
   }
 };
