@@ -240,18 +240,21 @@ TEST(MediaConfig, DefaultsFollowTheCameraWhileOthersRead) {
   CONVIFUserConfig h264, jpeg;
   CONVIFUserSettings* const fixed = Add(&h264, "P0", "E0", "H264", 320);
   std::atomic<bool> stop = false;
+  std::atomic<int> reads = 0;
   std::thread reader([&] {  // the configuration screen, while the connection thread appends and updates
     while (!stop) {
       EXPECT_NE(DumpMessage(h264).find("|320|480|"), std::string::npos);
       for (int i = 0; i < h264.NSettings(); ++i) {
         const CONVIFSettings copy = *h264.Settings(i)->Settings();
-        EXPECT_NE(copy.Resolution().Width, 1);
+        EXPECT_NE(copy.Resolution().Height, 0);
       }
+      ++reads;
     }
   });
-  for (int i = 0; i < 500; ++i) {
-    if (i % 50 == 0) {
+  for (int i = 0; i < 500 || reads < 50 || i % 2 == 1; ++i) {
+    if (i < 500 && i % 50 == 0) {
       auto entry = std::make_unique<CONVIFUserSettings>();
+      entry->Settings()->CopyDataFrom(fixed->Settings());
       entry->ProfileToken("P0");
       entry->EncoderToken(USER_SETTINGS_DEFAULT_ENCODER);
       h264.AddSettings(std::move(entry));
