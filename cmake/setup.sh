@@ -6,11 +6,11 @@ run_packages=(
   cmake g++ ninja-build pkg-config ccache
   libmd-dev libopus-dev
   libcpp-httplib-dev nlohmann-json3-dev libcli11-dev libspdlog-dev libavformat-dev libavcodec-dev libavutil-dev
-  libpugixml-dev libssl-dev libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libgstrtspserver-1.0-dev
+  libpugixml-dev libssl-dev libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libgstrtspserver-1.0-dev libjpeg-dev
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly
 )
 test_packages=(
-  libgtest-dev libgmock-dev libbenchmark-dev libjpeg-dev libxml2-dev
+  libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev
   ffmpeg gstreamer1.0-tools gstreamer1.0-libav binutils python3
 )
 ci_packages=(clang clang-tidy clang-format libclang-rt-14-dev)

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr int kHorizon = 760, kRoadTop = 1040, kRoadHeight = 90, kPoles = 24;
+constexpr int kHorizon = 700, kRoadTop = 910, kRoadHeight = 90, kPoles = 24, kCars = 5;
 constexpr double kCarSpeed = 180;  // scene pixels a second
 constexpr CColor kWhite{235, 128, 128}, kBlack{16, 128, 128}, kAsphalt{70, 128, 128}, kGrass{105, 110, 115};
 constexpr CColor kHill{85, 118, 112}, kCar{90, 100, 210}, kPole{200, 110, 150};
@@ -60,9 +60,9 @@ void DrawHouse(CPicture& scene, int number) {
 void DrawPole(CPicture& scene, int number) {
   const int x = number * kSceneWidth / kPoles;
   const std::string degrees = std::to_string(1000 + number * 360 / kPoles).substr(1);
-  FillRect(scene, x, kRoadTop - 330, 6, 330, kPole);
-  FillRect(scene, x + 6, kRoadTop - 330, 84, 44, kBlack);
-  DrawLabel(scene, x + 12, kRoadTop - 322, 4, degrees, kWhite);
+  FillRect(scene, x, kRoadTop - 290, 6, 290, kPole);
+  FillRect(scene, x + 6, kRoadTop - 290, 84, 44, kBlack);
+  DrawLabel(scene, x + 12, kRoadTop - 282, 4, degrees, kWhite);
 }
 
 CPicture MakeScene() {
@@ -102,20 +102,25 @@ void SamplePlane(const uint8_t* from, uint8_t* to, int width, int height, int di
   }
 }
 
-// Where the car is, as seen: it may show at either end of the closed panorama.
-void DrawCar(const CShot& shot, const CWindow& window, CPicture* picture) {
+// One car, as seen; the panorama closes on itself, so it may show a turn further left or right.
+void DrawCar(double at, const CWindow& window, CPicture* picture) {
   const double scale = picture->width / window.width;
-  const double at = std::fmod(shot.seconds * kCarSpeed, kSceneWidth);
+  const auto size = [&](double length) { return static_cast<int>(length * scale); };
+  const auto py = [&](double y) { return static_cast<int>((kRoadTop + y - window.top) * scale); };
   for (const double turn : {-1.0, 0.0, 1.0}) {
     const auto px = [&](double x) {
       return static_cast<int>((at + turn * kSceneWidth + x - window.left) * scale);
     };
-    const auto py = [&](double y) { return static_cast<int>((kRoadTop + y - window.top) * scale); };
-    const auto size = [&](double length) { return static_cast<int>(length * scale); };
     FillRect(*picture, px(18), py(-2), size(54), size(22), {190, 135, 120});
     FillRect(*picture, px(0), py(18), size(96), size(24), kCar);
     for (const double wheel : {14.0, 66.0}) FillRect(*picture, px(wheel), py(36), size(16), size(14), kBlack);
   }
+}
+
+void DrawCars(const CShot& shot, const CWindow& window, CPicture* picture) {
+  const double first = std::fmod(shot.seconds * kCarSpeed, kSceneWidth);
+  for (int car = 0; car < kCars; ++car)
+    DrawCar(std::fmod(first + car * kSceneWidth / kCars, kSceneWidth), window, picture);
 }
 
 void DrawCaption(const CShot& shot, CPicture* picture) {
@@ -133,7 +138,7 @@ void RenderScene(const CShot& shot, CPicture* picture) {
   SamplePlane(g_scene.Y(), picture->Y(), width, height, 1, window);
   SamplePlane(g_scene.Y() + area, picture->U(), width / 2, height / 2, 2, window);
   SamplePlane(g_scene.Y() + area * 5 / 4, picture->V(), width / 2, height / 2, 2, window);
-  DrawCar(shot, window, picture);
+  DrawCars(shot, window, picture);
   DrawCaption(shot, picture);
   FillRect(*picture, 0, 0, width, frame_code::StripHeight(width), kBlack);
   DrawFrameCode(picture->Y(), width, width, shot.code);

@@ -1,5 +1,6 @@
 #pragma once
-// What the simulated cameras look at: a panorama with a road, houses and numbered poles every 15 degrees.
+// What the simulated cameras look at: a panorama with a road with cars, houses and numbered poles every 15
+// degrees.
 #include "sim/frame_code.h"
 #include "sim/picture.h"
 
@@ -8,7 +9,7 @@
 struct CShot {
   CFrameCode code;     // counter and PTZ position: where the camera looks
   std::string label;   // name and time, written below
-  double seconds = 0;  // scene time: moves the car
+  double seconds = 0;  // scene time: moves the cars
 };
 
 // Renders one picture; its size is already set. Any thread.

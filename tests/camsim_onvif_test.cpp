@@ -1,0 +1,120 @@
+// The simulated cameras as an ONVIF client that is not ours sees them.
+#include "tests/support/camsim_process.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+namespace {
+
+using Json = nlohmann::json;
+
+const std::string kClientDir = TEST_DATA_DIR "/../camsim_client";
+
+// One run of the judge. Null and a failure when it does not end well.
+Json Judge(const std::string& arguments) {
+  const CCommandResult run = RunCommand("cd " + kClientDir + " && node judge.js " + arguments + " 2>&1");
+  const Json json = Json::parse(run.output, nullptr, false);
+  EXPECT_EQ(run.status, 0) << run.output;
+  EXPECT_FALSE(json.is_discarded()) << run.output;
+  return json.is_discarded() ? Json() : json;
+}
+
+class CamsimOnvif : public testing::Test {
+ protected:
+  void SetUp() override {
+    struct stat info {};
+    ASSERT_EQ(stat((kClientDir + "/node_modules/onvif").c_str(), &info), 0)
+        << "the independent client is not installed: npm ci --prefix tests/camsim_client";
+    ASSERT_TRUE(m_camsim.Ready()) << m_camsim.Output();
+  }
+  CCamsim m_camsim;
+};
+
+TEST_F(CamsimOnvif, IsDiscovered) {
+  Json found = Judge("discover");
+  ASSERT_EQ(found.size(), 3u) << found;
+  for (const char* host : {"127.0.0.11", "127.0.0.12", "127.0.0.13"})
+    EXPECT_NE(found.dump().find(std::string("\"host\":\"") + host +
+                                "\",\"path\":\"/onvif/device_service\",\"port\":8080"),
+              std::string::npos)
+        << found;
+  ASSERT_TRUE(m_camsim.Quirks(2, {{"discovery_silent", true}}));
+  ASSERT_FALSE(m_camsim.Post("/cameras/3/power", {{"on", false}}).is_null());
+  EXPECT_EQ(Judge("discover").size(), 1u);
+}
+
+struct CExpected {
+  const char *address, *manufacturer, *model, *serial;
+  Json profiles;  // encoding, width, height, audio, stream path
+  size_t presets;
+};
+
+TEST_F(CamsimOnvif, ShowsWhatItOffers) {
+  const CExpected cameras[] = {{"127.0.0.11",
+                                "Acme",
+                                "SpeedDome 20",
+                                "ACM-20-000001",
+                                {{"H264", 1280, 720, "G711", "/Profile_1"},
+                                 {"JPEG", 640, 480, "G711", "/Profile_2"},
+                                 {"JPEG", 320, 240, "", "/Profile_3"}},
+                                3},
+                               {"127.0.0.12",
+                                "VIVOTEK",
+                                "IP8133W",
+                                "0002D1000002",
+                                {{"JPEG", 640, 480, "G711", "/live.sdp"},
+                                 {"H264", 640, 480, "G711", "/live2.sdp"},
+                                 {"JPEG", 176, 144, "", "/live3.sdp"}},
+                                0},
+                               {"127.0.0.13",
+                                "Orvell",
+                                "OV-4 Bullet",
+                                "ORV000000003",
+                                {{"H264", 640, 360, "G711", "/av?ch=1&sub=0"},
+                                 {"JPEG", 640, 480, "", "/av?ch=1&sub=1"},
+                                 {"JPEG", 320, 240, "", "/av?ch=1&sub=2"}},
+                                0}};
+  for (const CExpected& camera : cameras) {
+    const std::string address = camera.address;
+    const Json seen = Judge("look " + address + ":8080");
+    ASSERT_TRUE(seen.is_object());
+    EXPECT_EQ(seen["information"]["manufacturer"], camera.manufacturer);
+    EXPECT_EQ(seen["information"]["model"], camera.model);
+    EXPECT_EQ(seen["information"]["serialNumber"], camera.serial);
+    EXPECT_EQ(seen["presets"].size(), camera.presets);
+    ASSERT_EQ(seen["profiles"].size(), camera.profiles.size());
+    for (size_t i = 0; i < camera.profiles.size(); ++i) {
+      const Json& profile = seen["profiles"][i];
+      EXPECT_EQ(
+          Json({profile["encoding"], profile["size"][0], profile["size"][1], profile["audio"]}),
+          Json({camera.profiles[i][0], camera.profiles[i][1], camera.profiles[i][2], camera.profiles[i][3]}));
+      EXPECT_EQ(profile["stream"], "rtsp://" + address + ":8554" + camera.profiles[i][4].get<std::string>());
+      EXPECT_EQ(profile["snapshot"].get<std::string>().find("http://" + address + ":8080/"), 0u);
+    }
+  }
+}
+
+TEST_F(CamsimOnvif, ChecksWhoAsks) {
+  EXPECT_NE(RunCommand("cd " + kClientDir + " && node judge.js look 127.0.0.12:8080 wrong 2>&1").status, 0);
+  EXPECT_GT(m_camsim.Camera(2)["auth_failures"], 0);
+  EXPECT_EQ(m_camsim.Camera(2)["requests"].count("GetStreamUri"), 0u);
+  // A login is judged by the camera's own clock, so one who has read that clock gets in.
+  ASSERT_TRUE(m_camsim.Quirks(1, {{"clock_offset", -5 * 3600}}));
+  EXPECT_TRUE(Judge("look 127.0.0.11:8080").is_object());
+  EXPECT_EQ(m_camsim.Camera(1)["auth_failures"], 0);
+}
+
+TEST_F(CamsimOnvif, Moves) {
+  EXPECT_EQ(Judge("move 127.0.0.11:8080 0.5,-0.25,0.5"), Json({{"x", 0.5}, {"y", -0.25}, {"zoom", 0.5}}));
+  const Json state = m_camsim.Camera(1);
+  EXPECT_NEAR(state["ptz"]["pan"], 0.5, 1e-6);
+  EXPECT_NEAR(state["ptz"]["tilt"], -0.25, 1e-6);
+  EXPECT_NEAR(state["ptz"]["zoom"], 0.5, 1e-6);
+  Judge("preset 127.0.0.11:8080 3");
+  Json at;
+  for (int i = 0; i < 100 && (at = m_camsim.Camera(1)["ptz"])["moving"] == true; ++i) RunCommand("sleep 0.05");
+  EXPECT_NEAR(at["pan"], -0.6, 1e-6);
+  EXPECT_NEAR(at["tilt"], 0.3, 1e-6);
+}
+
+}  // namespace
