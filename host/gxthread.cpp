@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdint>
 
@@ -87,7 +86,8 @@ struct CGXThread::State : std::enable_shared_from_this<CGXThread::State> {
   bool IsCurrent() const { return t_pCurrent == this; }
 
   int Create(size_t stackBytes);
-  void Reap();  // under Lock and not running
+  void Reap();                                        // under Lock and not running
+  void AwaitEnd(std::unique_lock<std::mutex>& hold);  // then reaped
   static void* Run(void* state);
 };
 
@@ -121,6 +121,11 @@ void CGXThread::State::Reap() {
   if (!Joinable) return;
   pthread_join(Thread, nullptr);
   Joinable = false;
+}
+
+void CGXThread::State::AwaitEnd(std::unique_lock<std::mutex>& hold) {
+  Ended.wait(hold, [this] { return !Running; });
+  Reap();
 }
 
 CGXThread::CGXThread() : m_pState(std::make_shared<State>()) {}
@@ -179,16 +184,14 @@ void CGXThread::Join() {
   State& state = *m_pState;
   if (state.IsCurrent()) return;
   std::unique_lock<std::mutex> hold(state.Lock);
-  state.Ended.wait(hold, [&] { return !state.Running; });
-  state.Reap();
+  state.AwaitEnd(hold);
 }
 
 void CGXThread::Reset() {
   State& state = *m_pState;
   if (state.IsCurrent()) return;
   std::unique_lock<std::mutex> hold(state.Lock);
-  state.Ended.wait(hold, [&] { return !state.Running; });
-  state.Reap();
+  state.AwaitEnd(hold);
   TakeSignal(state.CancelEvent);
   state.Cancelled = false;
 }

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -22,7 +23,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int LONG_MS = 20000;
 // An exchange that does not wait for a time-out or a silence ends well within this.
-constexpr int PROMPT_MS = 400;
+constexpr int PROMPT_MS = 2000;
 
 const std::string XML = "<?xml version=\"1.0\"?>\n<s:Envelope><s:Body>x</s:Body></s:Envelope>";
 
@@ -100,83 +101,72 @@ TEST(References, UndoneOrLeftAsTheyAre) {
 
 struct AnswerCase {
   const char* Name;
-  std::string Sent, Result;
   GXT_HTTP_PROGRESS Progress;
+  std::string Sent;
+  std::optional<std::string> Result = {};  // absent: just what was sent
 };
 
-// Each answer is read whole and byte by byte: the result must be the same, and so the state at its end.
+// Each answer is read whole and in small pieces: the result must be the same, and so the state at its end.
 TEST(Answer, Matrix) {
   constexpr auto MORE = GXT_HTTP_PROGRESS::More;
   constexpr auto SETTLED = GXT_HTTP_PROGRESS::Settled;
   constexpr auto COMPLETE = GXT_HTTP_PROGRESS::Complete;
   const std::string jpeg = "\xFF\xD8 picture \r\n\r\n >\xFF\xD9";
   const std::string lengthOfXML = "Content-Length: " + std::to_string(XML.size()) + "\r\n";
+  const std::string codings = Header("content-length: 3\r\nTRANSFER-ENCODING: gzip, Chunked\r\n");
+  const std::string interim =
+      "HTTP/1.1 100 Continue\r\nContent-Length: 7\r\n\r\n\r\n"
+      "HTTP/1.1 103 Early Hints\r\nTransfer-Encoding: chunked\r\n\r\n";
   const AnswerCase cases[] = {
-      {"length", WithLength(XML, XML.size()), WithLength(XML, XML.size()), COMPLETE},
-      {"picture", WithLength(jpeg, jpeg.size()), WithLength(jpeg, jpeg.size()), COMPLETE},
-      {"white space after it", WithLength(XML + "\r\n", XML.size() + 2),
-       WithLength(XML + "\r\n", XML.size() + 2), COMPLETE},
-      {"counted terminator", WithLength(XML + "\0"s, XML.size() + 1), WithLength(XML + "\0"s, XML.size() + 1),
-       COMPLETE},
-      {"length too small", WithLength(XML, 10), WithLength(XML, 10), COMPLETE},
-      {"length too small, cut inside a tag", WithLength("<a><b>text</b", 5), WithLength("<a><b>text</b", 5),
-       MORE},
-      {"length too small, cut behind a tag", WithLength("<a><b>", 5), WithLength("<a><b>", 5), SETTLED},
-      {"length too small, cut behind the declaration", WithLength("<?xml version='1.0'?>", 21),
-       WithLength("<?xml version='1.0'?>", 21), MORE},
-      {"length too small, cut in the first name", WithLength("<s:Enve", 5), WithLength("<s:Enve", 5), MORE},
-      {"white space of its length", WithLength("\r\n", 2), WithLength("\r\n", 2), SETTLED},
-      {"picture cut", WithLength("\xFF\xD8 pic", 3), WithLength("\xFF\xD8 pic", 3), MORE},
-      {"length too large", WithLength(XML, 9999), WithLength(XML, 9999), SETTLED},
-      {"length not reached", WithLength("<a>", 9999), WithLength("<a>", 9999), MORE},
-      {"no body", WithLength("", 0), WithLength("", 0), COMPLETE},
-      {"text of its length", WithLength("denied", 6), WithLength("denied", 6), SETTLED},
-      {"no length", Header("") + XML, Header("") + XML, SETTLED},
-      {"no length, unfinished", Header("") + "<a><b/>", Header("") + "<a><b/>", MORE},
-      {"empty root", WithLength("<!-- > --><a/>", 14), WithLength("<!-- > --><a/>", 14), COMPLETE},
-      {"root of another case", WithLength("<!DOCTYPE html><HTML></html >", 29),
-       WithLength("<!DOCTYPE html><HTML></html >", 29), COMPLETE},
-      {"lengths that contradict", Header("Content-Length: 3\r\nContent-Length: 4\r\n") + "<a>",
-       Header("Content-Length: 3\r\nContent-Length: 4\r\n") + "<a>", MORE},
-      {"garbage length", Header("Content-Length: -5\r\n") + "<a>", Header("Content-Length: -5\r\n") + "<a>",
-       MORE},
-      {"204", "HTTP/1.1 204 No Content\r\n\r\n", "HTTP/1.1 204 No Content\r\n\r\n", COMPLETE},
-      {"304", "HTTP/1.0 304\r\nX: y\r\n\r\n", "HTTP/1.0 304\r\nX: y\r\n\r\n", COMPLETE},
-      {"interim answers",
-       "HTTP/1.1 100 Continue\r\nContent-Length: 7\r\n\r\n\r\nHTTP/1.1 103 Early\r\nTransfer-Encoding: "
-       "chunked\r\n\r\n" +
-           Header(lengthOfXML) + XML,
-       Header(lengthOfXML) + XML, COMPLETE},
-      {"only an interim answer", "HTTP/1.1 100 Continue\r\n\r\n", "", MORE},
-      {"bare line feeds", "\nHTTP/1.0 200 OK\nA: b\n\n" + XML, "HTTP/1.0 200 OK\r\nA: b\r\n\r\n" + XML,
-       SETTLED},
-      {"chunks", CHUNKED + Chunk(XML.substr(0, 7)) + Chunk(XML.substr(7), " ;x=\"y\"") + "0\r\n\r\n",
-       CHUNKED + XML, COMPLETE},
-      {"chunks with a trailer", CHUNKED + Chunk(XML) + "000;last\r\nX-Check: 1\r\n\r\n", CHUNKED + XML,
-       COMPLETE},
-      {"chunks and a length",
-       Header("content-length: 3\r\nTRANSFER-ENCODING: gzip, Chunked\r\n") + Chunk(XML) + "0\r\n\r\n",
-       Header("content-length: 3\r\nTRANSFER-ENCODING: gzip, Chunked\r\n") + XML, COMPLETE},
-      {"chunks without their end", CHUNKED + Chunk(XML), CHUNKED + XML, SETTLED},
-      {"a chunk cut short", CHUNKED + "ff\r\n<a>", CHUNKED + "<a>", MORE},
-      {"a chunk longer than it says", CHUNKED + "2\r\n<a>\r\n0\r\n\r\n", CHUNKED + "<a", COMPLETE},
-      {"chunk size without end", CHUNKED + "ffffffffffffffffffff\r\n<a>", CHUNKED, COMPLETE},
-      {"chunks announced, sent plain", CHUNKED + XML, CHUNKED + XML, SETTLED},
-      {"no header", XML, XML, SETTLED},
-      {"a picture without header", jpeg, jpeg, SETTLED},
-      {"header cut short", "HTTP/1.1 200 OK\r\nContent-", "HTTP/1.1 200 OK\r\nContent-", MORE},
-      {"almost HTTP", "HTTQ", "HTTQ", MORE},
-      {"nothing", "", "", MORE},
+      {"length", COMPLETE, WithLength(XML, XML.size())},
+      {"picture", COMPLETE, WithLength(jpeg, jpeg.size())},
+      {"white space after it", COMPLETE, WithLength(XML + "\r\n", XML.size() + 2)},
+      {"counted terminator", COMPLETE, WithLength(XML + "\0"s, XML.size() + 1)},
+      {"empty root", COMPLETE, WithLength("<!-- > --><a/>", 14)},
+      {"root of another case", COMPLETE, WithLength("<!DOCTYPE html><HTML></html >", 29)},
+      {"no body", COMPLETE, WithLength("", 0)},
+      {"text of its length", SETTLED, WithLength("denied", 6)},
+      {"white space of its length", SETTLED, WithLength("\r\n", 2)},
+      {"too small", COMPLETE, WithLength(XML, 10)},
+      {"too small, cut inside a tag", MORE, WithLength("<a><b>text</b", 5)},
+      {"too small, cut behind a tag", SETTLED, WithLength("<a><b>", 5)},
+      {"too small, cut behind the declaration", MORE, WithLength("<?xml version='1.0'?>", 21)},
+      {"too small, cut in the first name", MORE, WithLength("<s:Enve", 5)},
+      {"too small, cut in a picture", MORE, WithLength("\xFF\xD8 pic", 3)},
+      {"too large", SETTLED, WithLength(XML, 9999)},
+      {"not reached", MORE, WithLength("<a>", 9999)},
+      {"no length", SETTLED, Header("") + XML},
+      {"no length, unfinished", MORE, Header("") + "<a><b/>"},
+      {"contradicting lengths", MORE, Header("Content-Length: 3\r\nContent-Length: 4\r\n") + "<a>"},
+      {"negative length", MORE, Header("Content-Length: -5\r\n") + "<a>"},
+      {"204", COMPLETE, "HTTP/1.1 204 No Content\r\n\r\n"},
+      {"304", COMPLETE, "HTTP/1.0 304\r\nX: y\r\n\r\n"},
+      {"interim answers", COMPLETE, interim + Header(lengthOfXML) + XML, Header(lengthOfXML) + XML},
+      {"only an interim answer", MORE, "HTTP/1.1 100 Continue\r\n\r\n", ""},
+      {"bare LF", SETTLED, "\nHTTP/1.0 200 OK\nA: b\n\n" + XML, "HTTP/1.0 200 OK\r\nA: b\r\n\r\n" + XML},
+      {"chunks", COMPLETE, CHUNKED + Chunk(XML.substr(0, 7)) + Chunk(XML.substr(7), " ;x=\"y\"") + "0\r\n\r\n",
+       CHUNKED + XML},
+      {"trailer", COMPLETE, CHUNKED + Chunk(XML) + "000;last\r\nX-Check: 1\r\n\r\n", CHUNKED + XML},
+      {"chunks and a length", COMPLETE, codings + Chunk(XML) + "0\r\n\r\n", codings + XML},
+      {"chunks without their end", SETTLED, CHUNKED + Chunk(XML), CHUNKED + XML},
+      {"a chunk cut short", MORE, CHUNKED + "ff\r\n<a>", CHUNKED + "<a>"},
+      {"a chunk longer than it says", COMPLETE, CHUNKED + "2\r\n<a>\r\n0\r\n\r\n", CHUNKED + "<a"},
+      {"a chunk beyond all bounds", COMPLETE, CHUNKED + "ffffffffffffffffffff\r\n<a>", CHUNKED},
+      {"chunks announced, sent plain", SETTLED, CHUNKED + XML},
+      {"no header", SETTLED, XML},
+      {"a picture without header", SETTLED, jpeg},
+      {"header cut short", MORE, "HTTP/1.1 200 OK\r\nContent-"},
+      {"almost HTTP", MORE, "HTTQ"},
   };
   for (const AnswerCase& c : cases) {
-    for (const size_t piece : {size_t{1}, size_t{3}, c.Sent.size() + 1}) {
+    for (const size_t piece : {size_t{1}, size_t{3}, c.Sent.size()}) {
       CHTTPAnswer answer(1 << 20);
       auto progress = MORE;
       for (size_t at = 0; at < c.Sent.size() && progress != COMPLETE; at += piece)
         progress = answer.Feed(std::string_view(c.Sent).substr(at, piece));
       EXPECT_EQ(progress, c.Progress) << c.Name << ", pieces of " << piece;
       if (progress == COMPLETE) answer.Feed("what follows is of no interest");
-      EXPECT_EQ(answer.Take(), c.Result) << c.Name << ", pieces of " << piece;
+      EXPECT_EQ(answer.Take(), c.Result.value_or(c.Sent)) << c.Name << ", pieces of " << piece;
     }
   }
 }

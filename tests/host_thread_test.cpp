@@ -21,7 +21,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr unsigned LONG_MS = 30000;
 // Far below LONG_MS, far above what a busy machine needs to schedule a thread.
-constexpr int PROMPT_MS = 500;
+constexpr int PROMPT_MS = 1000;
 
 int MillisecondsSince(Clock::time_point start) {
   return static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
