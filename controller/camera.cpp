@@ -9,6 +9,7 @@
 
 namespace {
 
+constexpr int64_t MICROSECONDS = 1000000;
 constexpr int MOST_STREAMS = 3;
 constexpr int MOST_ENTRIES = 1000;               // of the statistics
 constexpr char H264_STREAM_NAME[] = "H264-DVR";  // of the recorded stream in the statistics
@@ -174,18 +175,23 @@ bool CCamera::StartRecording() {
   CResolutionDescriptor descriptor;
   if (h264s > 0) m_pVideo->LoadResolutionDescriptor(0, &descriptor, RTSP_PROFILE_H264);
   m_pVideo->DVRResolutionIndex(descriptor.EncodeType() == FRAME_KIND_H264 || jpegs == 0 ? jpegs : 0);
+  DescribeStreamToRecorder();
   m_pVideo->WantDVR(true);
   return true;
 }
 
 // Parameter sets from the session description, for a camera that does not repeat them in its stream.
 void CCamera::AnswerRecorder() {
-  if (!m_pRecorder || !m_pRecorder->Status().WantsSets) return;
+  if (m_pRecorder && m_pRecorder->Status().WantsSets) DescribeStreamToRecorder();
+}
+
+void CCamera::DescribeStreamToRecorder() {
   CRTSPProfile profile;
   m_pVideo->DVREncodeProfile(&profile);
   const GXT_RESOLUTION size = m_pVideo->DVREncodeDimensions();
-  m_pRecorder->StreamInfo({profile.StartupData(), profile.StartupData() + profile.NStartupData()}, size.Width,
-                          size.Height);
+  const int64_t interval = profile.FrameRate() > 0 ? MICROSECONDS / profile.FrameRate() : 0;
+  m_pRecorder->StreamInfo({profile.StartupData(), static_cast<size_t>(profile.NStartupData())},
+                          {size.Width, size.Height, interval});
 }
 
 CCameraStatus CCamera::Status() {

@@ -58,6 +58,7 @@ class CCamera {
   void AttachViewers();
   bool StartRecording();
   void AnswerRecorder();
+  void DescribeStreamToRecorder();
   void DescribeState(CCameraStatus* status) const;
   void DescribeStreams(CCameraStatus* status) const;
   double Seconds() const;

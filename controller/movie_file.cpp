@@ -17,7 +17,6 @@ namespace {
 
 constexpr AVRational MICROSECONDS = {1, 1000000};
 constexpr int CLOCK_HZ = 90000;
-constexpr int64_t MIN_STEP = CLOCK_HZ / 1000;         // Matroska counts in milliseconds
 constexpr int64_t FALLBACK_DURATION = CLOCK_HZ / 25;  // of the last picture when it is the only one
 constexpr int FRAGMENT_US = 1000000;                  // what a kill may cost at most, in microseconds
 constexpr int CLUSTER_MS = 1000;
@@ -85,7 +84,7 @@ struct CMovieFile::State {
   int64_t Origin = 0, LastDuration = FALLBACK_DURATION;
   bool Started = false;
 
-  int64_t Ticks(int64_t arrival) const { return av_rescale_q(arrival - Origin, MICROSECONDS, {1, CLOCK_HZ}); }
+  int64_t Ticks(int64_t time) const { return av_rescale_q(time - Origin, MICROSECONDS, {1, CLOCK_HZ}); }
 
   int WriteHeld(int64_t duration) {
     if (!Held) return 0;
@@ -149,12 +148,11 @@ bool CMovieFile::Open(const std::string& path, EMovieKind kind, int width, int h
   return true;
 }
 
-bool CMovieFile::Write(CBytes picture, bool key, int64_t arrival, std::string* error) {
+bool CMovieFile::Write(CBytes picture, bool key, int64_t time, std::string* error) {
   State& s = *m_pState;
-  if (!s.Started) s.Origin = arrival;
+  if (!s.Started) s.Origin = time;
   s.Started = true;
-  const int64_t earliest = s.Held ? s.Held->pts + MIN_STEP : 0;
-  const int64_t ticks = std::max(s.Ticks(arrival), earliest);
+  const int64_t ticks = s.Ticks(time);
   int result = s.Held ? s.WriteHeld(ticks - s.Held->pts) : 0;
   if (result >= 0) result = s.Hold(picture, key, ticks);
   if (result >= 0) return true;

@@ -52,11 +52,11 @@ void AddRun(CLI::App* command, COptions* o) {
   command->add_option("--camera", o->URL, "Install the camera at this address")
       ->type_name("URL")
       ->check(URLCheck);
-  auto* record =
-      command->add_flag("--record", o->Record, "Record every camera into recordings in the data folder");
-  command->add_option("--record-to", o->RecordFolder, "Record into this folder")
+  command
+      ->add_option("--record", o->RecordFolder,
+                   "Record every camera (default: into recordings in the data folder)")
       ->type_name("FOLDER")
-      ->excludes(record);
+      ->expected(0, 1);
   command
       ->add_option("--pictures", o->PictureFolder,
                    "Folder of the latest picture of each stream (default: pictures in the data folder)")
@@ -89,7 +89,7 @@ void FillDefaults(COptions* o) {
   if (o->SiteFile.empty()) o->SiteFile = o->DataFolder + "/site.json";
   if (o->LogFile.empty()) o->LogFile = o->DataFolder + "/controller.log";
   if (o->PictureFolder.empty()) o->PictureFolder = o->DataFolder + "/pictures";
-  if (o->Record) o->RecordFolder = o->DataFolder + "/recordings";
+  if (o->Record && o->RecordFolder.empty()) o->RecordFolder = o->DataFolder + "/recordings";
 }
 
 }  // namespace
@@ -142,6 +142,7 @@ EParse ParseOptions(int argc, const char* const* argv, COptions* options, std::s
     return EParse::Wrong;
   }
   if (run->parsed()) options->Command = ECommand::Run;
+  options->Record = run->count("--record") > 0;
   if (discover->parsed()) options->Command = ECommand::Discover;
   if (components->parsed()) options->Command = ECommand::Components;
   if (show->parsed()) options->Command = ECommand::Show;

@@ -11,6 +11,10 @@ namespace {
 
 constexpr unsigned char FIRST_MB_IS_ZERO = 0x80;  // ue(v) 0 is a single 1 bit (ITU-T H.264 9.1)
 
+constexpr int64_t MICROSECONDS = 1000000;
+constexpr int64_t SHORTEST_INTERVAL = MICROSECONDS / 240;  // what is beyond is a stream that does not know
+constexpr int64_t LONGEST_INTERVAL = MICROSECONDS;
+
 // The start code 00 00 01 at or after `at`; the end when there is none.
 size_t FindStartCode(CBytes s, size_t at) {
   for (; at + 3 <= s.size(); ++at)
@@ -73,13 +77,13 @@ std::vector<unsigned char> ParameterSetsOf(CBytes stream) {
   return sets;
 }
 
-bool H264Size(CBytes sets, CBytes picture, int* width, int* height) {
+CPictureFormat H264Format(CBytes sets, CBytes picture) {
   const auto closeContext = [](AVCodecContext* context) { avcodec_free_context(&context); };
   const std::unique_ptr<AVCodecParserContext, decltype(&av_parser_close)> parser(
       av_parser_init(AV_CODEC_ID_H264), av_parser_close);
   const std::unique_ptr<AVCodecContext, decltype(closeContext)> context(
       avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_H264)), closeContext);
-  if (!parser || !context) return false;
+  if (!parser || !context) return {};
   parser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
   std::vector<unsigned char> all(sets.begin(), sets.end());
   all.insert(all.end(), picture.begin(), picture.end());
@@ -89,9 +93,12 @@ bool H264Size(CBytes sets, CBytes picture, int* width, int* height) {
   int outLength = 0;
   av_parser_parse2(parser.get(), context.get(), &out, &outLength, all.data(), static_cast<int>(length),
                    AV_NOPTS_VALUE, AV_NOPTS_VALUE, 0);
-  *width = parser->width;
-  *height = parser->height;
-  return *width > 0 && *height > 0;
+  CPictureFormat format{parser->width, parser->height, 0};
+  // The parser tells the rate of fields, of which a picture has two (ITU-T H.264 E.2.1).
+  const AVRational fields = context->framerate;
+  if (fields.num > 0 && fields.den > 0) format.Interval = av_rescale(2 * MICROSECONDS, fields.den, fields.num);
+  if (format.Interval < SHORTEST_INTERVAL || format.Interval > LONGEST_INTERVAL) format.Interval = 0;
+  return format;
 }
 
 bool JPEGSize(CBytes p, int* width, int* height) {

@@ -2,6 +2,7 @@
 // a JPEG (ITU-T T.81 B.2.2).
 #pragma once
 
+#include <cstdint>
 #include <span>
 #include <vector>
 
@@ -29,8 +30,13 @@ ESlice SliceOf(CBytes stream);
 // there.
 std::vector<unsigned char> ParameterSetsOf(CBytes stream);
 
-// Width and height of an H.264 stream from its parameter sets and a picture. False when they do not tell.
-bool H264Size(CBytes sets, CBytes picture, int* width, int* height);
+struct CPictureFormat {
+  int Width = 0, Height = 0;
+  int64_t Interval = 0;  // between pictures, microseconds; 0: unknown
+};
+
+// Of an H.264 stream, from its parameter sets and a picture. Zeros when they do not tell.
+CPictureFormat H264Format(CBytes sets, CBytes picture);
 
 // Width and height of a JPEG picture. False when it has no frame header.
 bool JPEGSize(CBytes picture, int* width, int* height);

@@ -89,11 +89,10 @@ void CRecorder::BeginStream() {
   if (!m_bStop) Push({nullptr, 0, true});
 }
 
-void CRecorder::StreamInfo(std::vector<unsigned char> sets, int width, int height) {
+void CRecorder::StreamInfo(CBytes sets, CPictureFormat assumed) {
   const std::lock_guard<std::mutex> lock(m_Lock);
   m_StreamSets = ParameterSetsOf(sets);
-  m_iWidth = width;
-  m_iHeight = height;
+  m_Assumed = assumed;
   m_Wake.notify_all();
 }
 
@@ -165,31 +164,37 @@ void CRecorder::Write(const CH264Picture& picture) {
     }
     const bool continues = m_File.IsOpen() && m_Kind == EMovieKind::H264 && sets == m_FileSets;
     if (!continues) {
-      int width = 0, height = 0;
-      if (!H264Size(sets, picture.Data, &width, &height)) {
-        const std::lock_guard<std::mutex> lock(m_Lock);
-        width = m_iWidth;
-        height = m_iHeight;
-      }
-      if (!Begin(EMovieKind::H264, sets, width, height, picture.Arrival)) return;
+      const CPictureFormat format = Complete(H264Format(sets, picture.Data));
+      if (!Begin(EMovieKind::H264, sets, format, picture.Arrival)) return;
     }
     m_bNeedKey = false;
   }
   if (!m_bNeedKey) Put(picture.Data, picture.Key, picture.Arrival);
 }
 
+// What the picture does not tell, as the camera says it.
+CPictureFormat CRecorder::Complete(CPictureFormat format) const {
+  const std::lock_guard<std::mutex> lock(m_Lock);
+  if (format.Width == 0 || format.Height == 0) {
+    format.Width = m_Assumed.Width;
+    format.Height = m_Assumed.Height;
+  }
+  if (format.Interval == 0) format.Interval = m_Assumed.Interval;
+  return format;
+}
+
 void CRecorder::WriteJPEG(CBytes picture, int64_t arrival) {
-  int width = 0, height = 0;
-  if (!JPEGSize(picture, &width, &height)) return;
-  const bool continues =
-      m_File.IsOpen() && m_Kind == EMovieKind::JPEG && width == m_iFileWidth && height == m_iFileHeight;
-  if (continues || Begin(EMovieKind::JPEG, {}, width, height, arrival)) Put(picture, true, arrival);
+  CPictureFormat format;
+  if (!JPEGSize(picture, &format.Width, &format.Height)) return;
+  const bool continues = m_File.IsOpen() && m_Kind == EMovieKind::JPEG && format.Width == m_Format.Width &&
+                         format.Height == m_Format.Height;
+  if (continues || Begin(EMovieKind::JPEG, {}, Complete(format), arrival)) Put(picture, true, arrival);
 }
 
 void CRecorder::Put(CBytes picture, bool key, int64_t arrival) {
   if (!m_File.IsOpen()) return;
   std::string why;
-  if (!m_File.Write(picture, key, arrival, &why)) {
+  if (!m_File.Write(picture, key, m_Clock.Stamp(arrival), &why)) {
     End();
     Fail(why, arrival);
     return;
@@ -199,20 +204,20 @@ void CRecorder::Put(CBytes picture, bool key, int64_t arrival) {
   if (m_Status.Paths.empty() || m_Status.Paths.back() != m_Path) m_Status.Paths.push_back(m_Path);
 }
 
-bool CRecorder::Begin(EMovieKind kind, CBytes sets, int width, int height, int64_t arrival) {
+bool CRecorder::Begin(EMovieKind kind, CBytes sets, CPictureFormat format, int64_t arrival) {
   End();
   m_bNeedKey = true;
   if (arrival < m_nRetryAt) return false;
   m_Path = FreePath(m_Folder + "/" + m_Name + "-" + Stamp(), CMovieFile::Ending(kind));
   std::string why;
-  if (!m_File.Open(m_Path, kind, width, height, sets, &why)) {
+  if (!m_File.Open(m_Path, kind, format.Width, format.Height, sets, &why)) {
     Fail(why, arrival);
     return false;
   }
   m_Kind = kind;
   m_FileSets.assign(sets.begin(), sets.end());
-  m_iFileWidth = width;
-  m_iFileHeight = height;
+  m_Format = format;
+  m_Clock = CPictureClock(format.Interval);
   Complain("");
   return true;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "controller/movie_file.h"
+#include "controller/picture_clock.h"
 #include "controller/picture_joiner.h"
 #include "host/frame.h"
 
@@ -35,9 +36,9 @@ class CRecorder : public CDVRTarget {
   // block.
   void BeginStream();
 
-  // Parameter sets that the camera gave outside the stream (Annex B, may be empty) and the size to assume when
-  // they do not tell it. Answers WantsSets.
-  void StreamInfo(std::vector<unsigned char> sets, int width, int height);
+  // What the camera says of the stream outside of it: parameter sets (Annex B, may be empty), and what to
+  // assume where they do not tell. Answers WantsSets.
+  void StreamInfo(CBytes sets, CPictureFormat assumed);
 
   // Writes what has arrived, ends the file and the thread. Later frames are ignored.
   void Stop();
@@ -56,10 +57,11 @@ class CRecorder : public CDVRTarget {
   void Run();
   void Consume(Entry& entry);
   void Write(const CH264Picture& picture);
+  CPictureFormat Complete(CPictureFormat format) const;
   void WriteJPEG(CBytes picture, int64_t arrival);
   void Put(CBytes picture, bool key, int64_t arrival);
   std::vector<unsigned char> SetsFor(const CH264Picture& key);
-  bool Begin(EMovieKind kind, CBytes sets, int width, int height, int64_t arrival);
+  bool Begin(EMovieKind kind, CBytes sets, CPictureFormat format, int64_t arrival);
   void End();
   void Fail(const std::string& why, int64_t arrival);  // the disk: no file for a while
   void Complain(const std::string& why);
@@ -75,7 +77,7 @@ class CRecorder : public CDVRTarget {
   bool m_bSkipping = false;                                // after an overflow, until a key frame; m_Lock
   CRecorderStatus m_Status;                                // m_Lock
   std::optional<std::vector<unsigned char>> m_StreamSets;  // m_Lock
-  int m_iWidth = 0, m_iHeight = 0;                         // assumed size; m_Lock
+  CPictureFormat m_Assumed;                                // m_Lock
 
   // The writing thread's own.
   CMovieFile m_File;
@@ -83,7 +85,8 @@ class CRecorder : public CDVRTarget {
   std::string m_Path;
   EMovieKind m_Kind = EMovieKind::H264;
   std::vector<unsigned char> m_FileSets;
-  int m_iFileWidth = 0, m_iFileHeight = 0;
+  CPictureFormat m_Format;
+  CPictureClock m_Clock;
   bool m_bNeedKey = true;
   int64_t m_nRetryAt = 0;
   std::thread m_Thread;

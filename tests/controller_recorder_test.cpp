@@ -1,0 +1,263 @@
+// Recordings: made from streams that ffmpeg encodes, judged by ffprobe and ffmpeg.
+#include "controller/picture_joiner.h"
+#include "controller/recorder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+namespace {
+
+using testing::HasSubstr;
+using Bytes = std::vector<unsigned char>;
+
+// Runs a command and returns what it prints on both outputs; the test fails when it does.
+std::string Output(const std::string& command) {
+  FILE* pipe = popen((command + " 2>&1").c_str(), "re");
+  std::string text;
+  std::array<char, 4096> buffer;
+  for (size_t n; (n = fread(buffer.data(), 1, buffer.size(), pipe)) > 0;) text.append(buffer.data(), n);
+  EXPECT_EQ(pclose(pipe), 0) << command << "\n" << text;
+  return text;
+}
+
+// An Annex B stream of 320x240 with a key frame every `gov` pictures and that many slices a picture.
+Bytes Encode(const std::string& folder, int pictures, int gov, int slices, const char* size = "320x240") {
+  const std::string path = folder + "/stream.h264";
+  Output("ffmpeg -y -v error -f lavfi -i testsrc=size=" + std::string(size) + ":rate=25 -frames:v " +
+         std::to_string(pictures) +
+         " -c:v libx264 -pix_fmt yuv420p -threads 1 -x264-params keyint=" + std::to_string(gov) +
+         ":min-keyint=" + std::to_string(gov) + ":scenecut=0:bframes=0:slices=" + std::to_string(slices) +
+         ":repeat-headers=1 -bsf:v h264_mp4toannexb -f h264 " + path);
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// Cuts a stream into pieces as the camera hands them over: parameter sets and the first slice of a key frame
+// together, every other slice alone.
+std::vector<std::unique_ptr<CFrameData>> Pieces(const Bytes& stream, bool inBandSets = true) {
+  std::vector<std::unique_ptr<CFrameData>> pieces;
+  Bytes before;
+  for (const CBytes unit : SplitUnits(stream)) {
+    const int type = NalType(unit);
+    const bool set = type == NAL_SPS || type == NAL_PPS;
+    if (set && !inBandSets) continue;
+    Bytes bytes = {0, 0, 1};
+    bytes.insert(bytes.end(), unit.begin(), unit.end());
+    before.insert(before.end(), bytes.begin(), bytes.end());
+    if (type > NAL_IDR) continue;
+    const Bytes& piece = type == NAL_IDR ? before : bytes;
+    pieces.push_back(std::make_unique<CFrameData>(FRAME_KIND_H264, nullptr, 0, 0, nullptr, piece.data(),
+                                                  static_cast<int>(piece.size()), -1, 0));
+    pieces.back()->Options(type);
+    before.clear();
+  }
+  return pieces;
+}
+
+class Recorder : public testing::Test {
+ protected:
+  Recorder() {
+    char folder[] = "/tmp/recorder-test-XXXXXX";
+    m_Folder = mkdtemp(folder);
+  }
+  ~Recorder() override { std::filesystem::remove_all(m_Folder); }
+
+  void Deliver(CRecorder& recorder, std::vector<std::unique_ptr<CFrameData>> pieces, size_t from = 0) {
+    for (size_t i = from; i < pieces.size(); ++i) recorder.DeliverFrame(std::move(pieces[i]));
+  }
+
+  // Pictures that ffmpeg decodes from the file, without a word of complaint.
+  static int Decoded(const std::string& path) {
+    EXPECT_EQ(Output("ffmpeg -v warning -xerror -i '" + path + "' -enc_time_base -1 -f null -"), "") << path;
+    return std::stoi(
+        Output("ffprobe -v error -count_frames -select_streams v -show_entries stream=nb_read_frames "
+               "-of csv=p=0 '" +
+               path + "'"));
+  }
+
+  static std::string Probe(const std::string& path, const std::string& entries) {
+    return Output("ffprobe -v error -select_streams v -show_entries " + entries + " -of csv=p=0 '" + path +
+                  "'");
+  }
+
+  std::string m_Folder;
+};
+
+TEST_F(Recorder, JoinsSlicesAndBeginsAtAKeyFrame) {
+  const Bytes stream = Encode(m_Folder, 60, 20, 4);
+  CRecorder recorder(m_Folder, "Front door/1");
+  Deliver(recorder, Pieces(stream), 9);  // the camera was in the middle: two pictures and a slice have gone by
+  recorder.Stop();
+  const CRecorderStatus status = recorder.Status();
+  ASSERT_EQ(status.Paths.size(), 1u);
+  EXPECT_THAT(status.Paths[0], HasSubstr("/Front-door-1-"));
+  EXPECT_EQ(status.Delivered, 57) << "pictures, not slices";
+  EXPECT_EQ(status.Written, 40) << "from the second key frame on";
+  EXPECT_EQ(Decoded(status.Paths[0]), 40);
+  EXPECT_THAT(Probe(status.Paths[0], "stream=codec_name,width,height"), HasSubstr("h264,320,240"));
+}
+
+TEST_F(Recorder, TimesAreThoseOfArrivalAndIncrease) {
+  const Bytes stream = Encode(m_Folder, 30, 10, 1);
+  CRecorder recorder(m_Folder, "a");
+  const auto begin = std::chrono::steady_clock::now();
+  auto pieces = Pieces(stream);
+  for (size_t i = 0; i < pieces.size(); ++i) {
+    if (i == 15) usleep(1300000);  // the camera paused; the rest arrives at once
+    recorder.DeliverFrame(std::move(pieces[i]));
+  }
+  const double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  recorder.Stop();
+  const std::string path = recorder.Status().Paths.at(0);
+  EXPECT_EQ(Decoded(path), 30);
+  std::istringstream times(Probe(path, "packet=pts_time"));
+  double last = -1, time = 0, gap = 0;
+  int intervals = 0;
+  while (times >> time) {
+    intervals += last >= 0 && time - last > 0.0399 && time - last < 0.0401 ? 1 : 0;
+    EXPECT_GT(time, last);
+    if (last >= 0) gap = std::max(gap, time - last);
+    last = time;
+    times.ignore(2, '\n');
+  }
+  EXPECT_GE(gap, 1.3 - 14 * 0.04) << "the pause is there, less what the burst before it was drawn out";
+  EXPECT_EQ(intervals, 28) << "the bursts are played at the stream's own rate";
+  EXPECT_LE(last, took + 14 * 0.04 + 0.05);
+}
+
+TEST_F(Recorder, ParameterSetsFromOutsideTheStream) {
+  const Bytes stream = Encode(m_Folder, 30, 10, 1);
+  CRecorder recorder(m_Folder, "a");
+  Deliver(recorder, Pieces(stream, false));
+  for (int i = 0; i < 1000 && !recorder.Status().WantsSets; ++i) usleep(1000);
+  ASSERT_TRUE(recorder.Status().WantsSets);
+  recorder.StreamInfo(ParameterSetsOf(stream), CPictureFormat{640, 480, 0});
+  recorder.Stop();
+  ASSERT_EQ(recorder.Status().Paths.size(), 1u);
+  EXPECT_EQ(Decoded(recorder.Status().Paths[0]), 30);
+}
+
+TEST_F(Recorder, NewSizeBeginsANewFile) {
+  const Bytes small = Encode(m_Folder, 20, 10, 1), large = Encode(m_Folder, 20, 10, 1, "640x360");
+  CRecorder recorder(m_Folder, "a");
+  Deliver(recorder, Pieces(small));
+  Deliver(recorder, Pieces(large));
+  recorder.Stop();
+  const CRecorderStatus status = recorder.Status();
+  ASSERT_EQ(status.Paths.size(), 2u);
+  EXPECT_EQ(Decoded(status.Paths[0]), 20);
+  EXPECT_EQ(Decoded(status.Paths[1]), 20);
+  EXPECT_THAT(Probe(status.Paths[1], "stream=width,height"), HasSubstr("640,360"));
+}
+
+// A stream that the camera opens anew goes on in the middle of a group: what is left of it cannot be decoded.
+TEST_F(Recorder, NewStreamWaitsForItsKeyFrame) {
+  const Bytes stream = Encode(m_Folder, 30, 10, 2);
+  CRecorder recorder(m_Folder, "a");
+  auto first = Pieces(stream);
+  first.resize(11);  // five pictures and half of the sixth
+  Deliver(recorder, std::move(first));
+  recorder.BeginStream();
+  Deliver(recorder, Pieces(stream), 12);  // from the seventh picture on
+  recorder.Stop();
+  ASSERT_EQ(recorder.Status().Paths.size(), 1u);
+  EXPECT_EQ(Decoded(recorder.Status().Paths[0]), 5 + 20);
+}
+
+TEST_F(Recorder, OverflowDropsUpToTheNextKeyFrame) {
+  const Bytes stream = Encode(m_Folder, 60, 20, 2);
+  // The first key frame lacks its parameter sets, so the writer waits and the queue fills.
+  auto blocked = Pieces(stream, false), pieces = Pieces(stream);
+  const size_t group = 40;  // pieces of a group
+  size_t bytes = 0;
+  for (size_t i = 0; i < group / 2; ++i) bytes += static_cast<size_t>(blocked[i]->Length()) + 256;
+  CRecorder recorder(m_Folder, "a", bytes);
+  for (size_t i = 0; i < group; ++i) recorder.DeliverFrame(std::move(blocked[i]));
+  EXPECT_GT(recorder.Status().Dropped, 0);
+  for (int i = 0; i < 1000 && !recorder.Status().WantsSets; ++i) usleep(1000);
+  recorder.StreamInfo(ParameterSetsOf(stream), CPictureFormat{320, 240, 0});
+  for (int i = 0; i < 1000 && recorder.Status().Written < 8; ++i) usleep(1000);  // the queue has room again
+  for (size_t i = group + 6; i < 2 * group; ++i) recorder.DeliverFrame(std::move(pieces[i]));
+  const int64_t before = recorder.Status().Written;
+  for (size_t i = 2 * group; i < pieces.size(); ++i) {
+    recorder.DeliverFrame(std::move(pieces[i]));
+    usleep(2000);
+  }
+  recorder.Stop();
+  const CRecorderStatus status = recorder.Status();
+  ASSERT_EQ(status.Paths.size(), 1u);
+  EXPECT_GE(status.Written, before + 20) << "everything from the next key frame on";
+  EXPECT_LT(status.Written, 60);
+  EXPECT_EQ(Decoded(status.Paths[0]), status.Written);
+}
+
+TEST_F(Recorder, JPEGPicturesBecomeAMovie) {
+  Output("ffmpeg -y -v error -f lavfi -i testsrc=size=176x144:rate=5 -frames:v 12 -pix_fmt yuvj420p " +
+         m_Folder + "/%02d.jpg");
+  CRecorder recorder(m_Folder, "a");
+  for (int i = 1; i <= 12; ++i) {
+    char name[16];
+    std::snprintf(name, sizeof name, "/%02d.jpg", i);
+    std::ifstream file(m_Folder + name, std::ios::binary);
+    const Bytes jpeg{std::istreambuf_iterator<char>(file), {}};
+    recorder.DeliverFrame(std::make_unique<CFrameData>(FRAME_KIND_JPEG, nullptr, 0, 0, nullptr, jpeg.data(),
+                                                       static_cast<int>(jpeg.size()), -1, 0));
+  }
+  const unsigned char rubbish[] = {0xFF, 0xD8, 0xFF, 0xC0};
+  recorder.DeliverFrame(
+      std::make_unique<CFrameData>(FRAME_KIND_JPEG, nullptr, 0, 0, nullptr, rubbish, 4, -1, 0));
+  recorder.Stop();
+  ASSERT_EQ(recorder.Status().Paths.size(), 1u);
+  EXPECT_EQ(Decoded(recorder.Status().Paths[0]), 12);
+  EXPECT_THAT(Probe(recorder.Status().Paths[0], "stream=codec_name,width,height"), HasSubstr("mjpeg,176,144"));
+}
+
+TEST_F(Recorder, KilledProcessLeavesWhatWasWritten) {
+  const Bytes stream = Encode(m_Folder, 60, 10, 1);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    CRecorder recorder(m_Folder, "a");
+    for (auto& piece : Pieces(stream)) recorder.DeliverFrame(std::move(piece));
+    while (recorder.Status().Written < 59) usleep(1000);
+    kill(getpid(), SIGKILL);
+  }
+  waitpid(child, nullptr, 0);
+  std::string path;
+  for (const auto& entry : std::filesystem::directory_iterator(m_Folder))
+    if (entry.path().extension() == ".mp4") path = entry.path();
+  EXPECT_GE(Decoded(path), 40) << "all but the last group";
+}
+
+TEST_F(Recorder, UnwritableFolderIsReported) {
+  const Bytes stream = Encode(m_Folder, 10, 10, 1);
+  CRecorder recorder(m_Folder + "/missing", "a");
+  Deliver(recorder, Pieces(stream));
+  recorder.Stop();
+  EXPECT_TRUE(recorder.Status().Paths.empty());
+  EXPECT_THAT(recorder.Status().Error, HasSubstr("No such file"));
+}
+
+TEST(PictureClock, StaysNearTheArrivalOfACameraFasterThanItSays) {
+  CPictureClock clock(40000);  // says 25 pictures a second, sends 50
+  int64_t last = -1;
+  for (int64_t arrival = 0; arrival < 60000000; arrival += 20000) {
+    const int64_t time = clock.Stamp(arrival);
+    EXPECT_GT(time, last);
+    EXPECT_LE(time - arrival, CPictureClock::MOST_AHEAD + 40000);
+    last = time;
+  }
+  EXPECT_EQ(clock.Stamp(90000000), 90000000) << "a pause brings it back to the arrival";
+}
+
+}  // namespace
