@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -153,16 +154,20 @@ TEST(Thread, NeverWaitsForItself) {
 }
 
 TEST(Thread, MayBeDestroyedByItsOwnEntry) {
-  // The thread outlives the test by a moment, and so must what it touches.
-  static auto* thread = new CGXThread;
-  static CGXSemaphore done;
-  static std::function<void()> body = [] {
-    delete thread;
-    Sleep(LONG_MS);  // cancelled by that
-    done.SetEvent();
+  struct Shared {  // the thread outlives the test by a moment, and so must this
+    CGXThread* Thread = new CGXThread;
+    CGXSemaphore Done;
   };
-  ASSERT_EQ(thread->Start(&Call, &body, 0, "last"), 1);
-  EXPECT_TRUE(done.WaitSignal(LONG_MS / 2));
+  const auto shared = std::make_shared<Shared>();
+  const CGXThread::Entry entry = [](void* argument) {
+    const std::unique_ptr<std::shared_ptr<Shared>> own(static_cast<std::shared_ptr<Shared>*>(argument));
+    delete (*own)->Thread;
+    Sleep(LONG_MS);  // cancelled by that
+    (*own)->Done.SetEvent();
+    return 0u;
+  };
+  ASSERT_EQ(shared->Thread->Start(entry, new std::shared_ptr<Shared>(shared), 0, "last"), 1);
+  EXPECT_TRUE(shared->Done.WaitSignal(LONG_MS / 2));
 }
 
 TEST(Thread, DestroyingItCancelsAndJoins) {
@@ -222,7 +227,7 @@ class CancelledWait : public testing::Test {
         {"read", [this] { return WaitSocketReadState(m_iPair[0], LONG_MS); }},
         {"send",
          [this] {
-           const std::string much(16 << 20, 'x');
+           const std::string much(1 << 20, 'x');
            const int length = static_cast<int>(much.size());
            return SendSocket(m_iPair[0], much.data(), length, LONG_MS) == length;
          }},
