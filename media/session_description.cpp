@@ -112,7 +112,7 @@ bool CSessionDescription::GetMediaDescription(const CGXString& media, CMediaDesc
     const int at = line->Text().Find(media);
     if (at < 0) continue;
     std::string_view rest = line->Text().Str();
-    rest = SkipAny(rest.substr(static_cast<size_t>(at + media.GetLength())), " ");
+    rest = SkipAny(rest.substr(static_cast<size_t>(at) + media.Str().size()), " ");
     description->Port = CGXString(TakeItem(&rest, ' '));
     description->Proto = CGXString(TakeItem(&rest, ' '));
     description->Format = CGXString(rest);
