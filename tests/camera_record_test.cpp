@@ -1,0 +1,273 @@
+// What a camera is and how it is stored: identity, record, masks, event ports, the queue of procs.
+#include "tests/camera_support.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using Items = std::vector<GXT_ITEM>;
+
+void Append(Items* all, const Items& more) {
+  all->insert(all->end(), more.begin(), more.end());
+}
+
+const Items IDENTITY = {"Acme", "One", "1.0", "S1", "H1"};
+const Items BASE = {"admin", "secret", 1, 0x80, 3};  // user, password, mode, DVR flags, DVR index
+
+// A list of one entry as records of that version hold it.
+Items List(int version, const std::string& name) {
+  Items items;
+  if (version >= 532) items.emplace_back("P1");
+  Append(&items, {1, name, "P1", "E1", 1, "H264"});
+  if (version > 812) items.emplace_back("G711");
+  Append(&items, {60, 15, 1, 25, 2048, 1280, 720, 3});
+  return items;
+}
+
+Items Record(int version) {
+  const bool identityFirst = version > 805;
+  Items items = identityFirst ? IDENTITY : BASE;
+  Append(&items, identityFirst ? BASE : IDENTITY);
+  Append(&items, List(version, "main"));
+  Append(&items, List(version, "jpeg"));
+  items.emplace_back("http://cam/onvif");
+  return items;
+}
+
+std::unique_ptr<CONVIFCam> NewCamera(int type = CONVIFCam::TYPE_DISCOVERED) {
+  return std::make_unique<CONVIFCam>(CameraDefinition(type));
+}
+
+CDeviceConfig DeviceRecord(const std::string& manufacturer, const std::string& model, const std::string& serial,
+                           const std::string& hardware, const std::string& firmware = "1.0") {
+  CDeviceConfig record(CONVIFCam::TYPE_DISCOVERED);
+  record.AddDescriptor("Manufacturer", manufacturer, 0);
+  record.AddDescriptor("Model", model, 0);
+  record.AddDescriptor("Firmware", firmware, 0);
+  record.AddDescriptor("Serial No.", serial, 0);
+  record.AddDescriptor("Hardware ID", hardware, 1);
+  record.AddDescriptor("Service URL", "http://cam/onvif", 1);
+  record.AddDescriptor("UserName", "admin", 1);
+  record.AddDescriptor("Password", "secret", 1);
+  return record;
+}
+
+void SetJPEGSettings(CONVIFCam* camera, int count) {
+  CGXMSG msg;
+  for (const int entries : {0, count}) {  // the H.264 list, then the JPEG list
+    msg.PutString("");
+    msg.PutInt(entries);
+    for (int i = 0; i < entries; ++i) {
+      for (int text = 0; text < 3; ++text) msg.PutString("x");
+      msg.PutInt(1);
+      msg.PutString("JPEG");
+      for (int number = 0; number < 8; ++number) msg.PutInt(number);
+    }
+  }
+  camera->SetONVIFConfig(&msg);
+}
+
+TEST(CameraRecord, IsReadInTheFormOfEveryVersion) {
+  for (const int version : {500, 531, 532, 706, 804, 805, 806, 812, 813}) {
+    SCOPED_TRACE(version);
+    const auto camera = NewCamera();
+    const Items items = Record(version);
+    CGXFile file(CGXItems(items), version);
+    ASSERT_TRUE(camera->ReadData(&file, version));
+    CDeviceConfig same = DeviceRecord("Acme", "One", "S1", "H1");
+    EXPECT_TRUE(camera->IsSameConfig(&same));
+    EXPECT_EQ(camera->UserName(), "admin");
+    EXPECT_EQ(camera->Password(), "secret");
+    EXPECT_EQ(camera->DVRResolutionIndex(), 3);
+    EXPECT_EQ(camera->ServiceURL(), "http://cam/onvif");
+    EXPECT_EQ(camera->PTZURL(), camera->ServiceURL());
+    CResolutionDescriptor main, jpeg;
+    camera->LoadResolutionDescriptor(0, &main, RTSP_PROFILE_H264);
+    camera->LoadResolutionDescriptor(0, &jpeg, RTSP_PROFILE_JPEG);
+    EXPECT_EQ(main.Description(), "main");
+    EXPECT_EQ(jpeg.Description(), "jpeg");
+    EXPECT_EQ(jpeg.Size().Height, 720);
+
+    // Every cut is noticed, and what came before it is there.
+    for (size_t length = 0; length < items.size(); ++length) {
+      CGXFile cut(CGXItems(Items(items.begin(), items.begin() + static_cast<long>(length))), version);
+      EXPECT_FALSE(NewCamera()->ReadData(&cut, version)) << length;
+    }
+  }
+}
+
+TEST(CameraRecord, ComesBackAsItWasWritten) {
+  const auto camera = NewCamera();
+  const Items items = Record(GX_FILE_VERSION);
+  CGXFile stored(CGXItems(items), GX_FILE_VERSION), written;
+  ASSERT_TRUE(camera->ReadData(&stored, GX_FILE_VERSION));
+  ASSERT_TRUE(camera->WriteData(&written, GX_FILE_VERSION));
+  EXPECT_EQ(written.Items().Items(), items);
+  for (size_t length = 0; length < items.size(); ++length) {
+    CGXFile full;
+    full.FailWritesFrom(static_cast<int>(length));
+    EXPECT_FALSE(camera->WriteData(&full, GX_FILE_VERSION)) << length;
+  }
+}
+
+TEST(CameraIdentity, IsTheFourTextsThatAFirmwareUpdateKeeps) {
+  const auto camera = NewCamera();
+  CDeviceConfig own = DeviceRecord("Acme", "One", "S1", "H1");
+  camera->LoadFrom(&own);
+  EXPECT_EQ(camera->TraceName(), "Acme:One");
+  EXPECT_EQ(camera->EDRVName(), "Acme One");
+  CDeviceConfig upgraded = DeviceRecord("Acme", "One", "S1", "H1", "2.0");
+  EXPECT_TRUE(camera->IsSameConfig(&upgraded));
+  for (CDeviceConfig other : {DeviceRecord("ACME", "One", "S1", "H1"), DeviceRecord("Acme", "one", "S1", "H1"),
+                              DeviceRecord("Acme", "One", "s1", "H1"), DeviceRecord("Acme", "One", "S1", "h1")})
+    EXPECT_FALSE(camera->IsSameConfig(&other));
+}
+
+TEST(CameraIdentity, DecidesWhatKindOfCameraItIs) {
+  const struct {
+    const char *Manufacturer, *Model;
+    bool Door, AlarmBrand;
+  } cases[] = {{"Vivotek", "ip8133w-x", true, false},
+               {"VIVOTEK", "IP813", false, false},
+               {"Acme", "IP8133", false, false},
+               {"Orvell", "OV", false, true},
+               {"ORVELL", "OV", false, false}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.Manufacturer);
+    const auto camera = NewCamera();
+    CDeviceConfig record = DeviceRecord(c.Manufacturer, c.Model, "S1", "H1");
+    camera->LoadFrom(&record);
+    EXPECT_EQ(camera->IsDoorStation(), c.Door);
+    EXPECT_EQ(camera->IcomHardwareType(), c.Door ? 3 : 5);
+    EXPECT_EQ(camera->IsVelmoraDevice(), c.AlarmBrand);
+    EXPECT_EQ(camera->CameraFlags() & 0x40000, c.AlarmBrand ? 0x40000 : 0);
+  }
+}
+
+TEST(CameraIdentity, BeginsInTheControllersSubnet) {
+  ASSERT_TRUE(SetNetworkInterface("lo"));
+  const auto camera = NewCamera();
+  EXPECT_EQ(camera->GetConfigURL(), "http://127.0.0.0/onvif/device_service");
+  EXPECT_EQ(camera->AudioFormat().BytesPerSecond, 16000);
+  EXPECT_EQ(camera->Options(), 0x14101U);
+  EXPECT_EQ(camera->GetIcomClient(ICOM_CLIENT_SELF), camera.get());
+  EXPECT_EQ(camera->GetIcomClient(static_cast<ICOM_CLIENT_CTX>(0)), nullptr);
+  EXPECT_EQ(camera->IcomBindingObject(), camera.get());
+}
+
+TEST(CameraMask, FoldsStreamsThatThereAreNotIntoTheLast) {
+  const struct {
+    int Settings;
+    unsigned Wanted, Kept;
+  } cases[] = {{0, 0b111, 0},     {1, 0b110, 0b001}, {2, 0b100, 0b010},
+               {2, 0b101, 0b011}, {3, 0b101, 0b101}, {1, 0, 0}};
+  for (const auto& c : cases) {
+    const auto camera = NewCamera();
+    SetJPEGSettings(camera.get(), c.Settings);
+    unsigned mask = c.Wanted;
+    EXPECT_EQ(camera->FixResMask(&mask), c.Settings);
+    EXPECT_EQ(mask, c.Kept) << c.Settings << ' ' << c.Wanted;
+  }
+}
+
+TEST(EventPorts, AreTheLowestThatAreFree) {
+  auto first = NewCamera(), second = NewCamera(), third = NewCamera();
+  EXPECT_EQ(first->EventPort(), 8795);
+  EXPECT_EQ(third->EventPort(), 8799);
+  second.reset();
+  CONVIFCam::FreeEventPort(1);  // unknown: changes nothing
+  EXPECT_EQ(NewCamera()->EventPort(), 8797);
+  std::vector<unsigned short> taken;
+  while (taken.size() < 62) taken.push_back(CONVIFCam::GetEventPort());
+  EXPECT_EQ(taken.front(), 8797);
+  EXPECT_EQ(taken.back(), 8795 + 2 * 63);
+  const int asserted = AssertCount();
+  EXPECT_EQ(CONVIFCam::GetEventPort(), 0);
+  EXPECT_EQ(AssertCount(), asserted + 1);
+  for (const unsigned short port : taken) CONVIFCam::FreeEventPort(port);
+}
+
+// Says what becomes of it.
+class CTestProc : public CONVIF_Proc {
+ public:
+  CTestProc(int type, int number, std::vector<int>* log, std::mutex* mutex)
+      : CONVIF_Proc(type), m_iNumber(number), m_pLog(log), m_pMutex(mutex) {}
+  int DoProc(CONVIFCam*) override { return Log(m_iNumber); }
+  int PostProc(CONVIFCam*) override { return Log(100 + m_iNumber); }
+
+ private:
+  int Log(int what) {
+    const std::lock_guard lock(*m_pMutex);
+    m_pLog->push_back(what);
+    return 1;
+  }
+  const int m_iNumber;
+  std::vector<int>* const m_pLog;
+  std::mutex* const m_pMutex;
+};
+
+class Procs : public testing::Test {
+ protected:
+  std::unique_ptr<CONVIF_Proc> Make(int type, int number) {
+    return std::make_unique<CTestProc>(type, number, &m_Log, &m_Mutex);
+  }
+  std::vector<int> Log() {
+    const std::lock_guard lock(m_Mutex);
+    return m_Log;
+  }
+  std::mutex m_Mutex;
+  std::vector<int> m_Log;
+};
+
+TEST_F(Procs, WaitInOrderAndGoByType) {
+  CProcQueue queue;
+  for (const auto& [type, number] : {std::pair(1, 1), std::pair(0, 2), std::pair(1, 3), std::pair(2, 4)})
+    queue.Push(Make(type, number));
+  queue.Kill(1);
+  while (const auto proc = queue.Pull()) proc->DoProc(nullptr);
+  EXPECT_EQ(Log(), (std::vector<int>{2, 4}));
+  EXPECT_TRUE(queue.Claim());
+  EXPECT_FALSE(queue.Claim());
+  EXPECT_EQ(queue.Pull(), nullptr);  // the worker ends
+  EXPECT_TRUE(queue.Claim());
+}
+
+TEST_F(Procs, CompleteOneAPassAndDropTheOthers) {
+  CProcQueue queue;
+  EXPECT_FALSE(queue.PushFinished(Make(0, 1)));
+  EXPECT_TRUE(queue.PushFinished(Make(0, 2)));
+  EXPECT_TRUE(queue.PushFinished(Make(0, 3)));
+  ASSERT_NE(queue.PullFinished(), nullptr);
+  EXPECT_EQ(queue.PullFinished(), nullptr);
+}
+
+// A push that meets the worker on its way out must start the next one.
+TEST_F(Procs, AreNeverLeftLying) {
+  const auto camera = NewCamera();
+  for (int i = 0; i < 300; ++i) {
+    camera->PushProc(Make(0, i));
+    ASSERT_TRUE(Eventually(2, [&] { return Log().size() == static_cast<size_t>(i + 1); })) << i;
+  }
+  camera->OnComponentIdle();
+  const std::vector<int> log = Log();
+  EXPECT_EQ(log.size(), 301U);
+  EXPECT_GE(log.back(), 100);
+}
+
+TEST(RunState, ForgetsStepsThatBeganBeforeAReset) {
+  CRunState state;
+  const CRunState::Epoch before = state.Now();
+  EXPECT_TRUE(state.Set(STATE_TIME_SYNC, before));
+  state.Reset();
+  EXPECT_EQ(state.Bits(), 0U);
+  EXPECT_FALSE(state.Set(STATE_PROFILES, before));
+  EXPECT_EQ(state.Bits(), 0U);
+  EXPECT_FALSE(state.TakeDVRRequest());
+  EXPECT_TRUE(state.Set(STATE_DVR_REQUESTED, state.Now()));
+  EXPECT_TRUE(state.TakeDVRRequest());
+  EXPECT_EQ(state.Bits(), STATE_DVR_STARTED);
+  EXPECT_TRUE(state.Set(STATE_DVR_REQUESTED, state.Now()));
+  EXPECT_FALSE(state.TakeDVRRequest());  // once for each load
+}
+
+}  // namespace

@@ -1,0 +1,289 @@
+// Pictures and recordings from the simulated cameras, judged by libjpeg and ffprobe.
+#include "tests/camera_support.h"
+
+#include <jpeglib.h>
+#include <stdio.h>  // before jpeglib.h, which needs it
+
+#include <cstdio>
+#include <fstream>
+
+namespace {
+
+constexpr unsigned RUNNING = 0x800;
+
+// Decodes the whole picture; its width, 0 when libjpeg has anything to say against it.
+int DecodedWidth(const std::vector<unsigned char>& picture) {
+  jpeg_error_mgr errors;
+  jpeg_decompress_struct decoder;
+  decoder.err = jpeg_std_error(&errors);
+  static thread_local bool failed;
+  failed = false;
+  errors.error_exit = [](j_common_ptr) { throw 0; };
+  errors.output_message = [](j_common_ptr) {};
+  jpeg_create_decompress(&decoder);
+  try {
+    jpeg_mem_src(&decoder, picture.data(), picture.size());
+    jpeg_read_header(&decoder, TRUE);
+    jpeg_start_decompress(&decoder);
+    std::vector<unsigned char> row(static_cast<size_t>(decoder.output_width) * 3);
+    for (JSAMPROW rows[] = {row.data()}; decoder.output_scanline < decoder.output_height;)
+      jpeg_read_scanlines(&decoder, rows, 1);
+    jpeg_finish_decompress(&decoder);
+  } catch (int) {
+    failed = true;
+  }
+  const int width = failed || errors.num_warnings > 0 ? 0 : static_cast<int>(decoder.output_width);
+  jpeg_destroy_decompress(&decoder);
+  return width;
+}
+
+struct CEntry {
+  std::string ProfileToken, EncoderToken = "<DEFAULT>", Encoding = "JPEG";
+  int Transport = RTP_TRANSPORT_TCP;
+  int Quality = 60, FrameRate = 10, Bitrate = 4096, Width = 640, Height = 480, GovLength = 0, Profile = 4;
+};
+
+void PutEntries(CGXMSG* msg, const std::vector<CEntry>& entries) {
+  msg->PutString("");
+  msg->PutInt(static_cast<int>(entries.size()));
+  for (const CEntry& e : entries) {
+    for (const std::string& text : {e.ProfileToken, e.ProfileToken, e.EncoderToken}) msg->PutString(text);
+    msg->PutInt(e.Transport);
+    msg->PutString(e.Encoding);
+    for (const int number : {e.Quality, e.GovLength, 1, e.FrameRate, e.Bitrate, e.Width, e.Height, e.Profile})
+      msg->PutInt(number);
+  }
+}
+
+void SetEntries(CONVIFCam* camera, const std::vector<CEntry>& h264, const std::vector<CEntry>& jpeg) {
+  CGXMSG msg;
+  PutEntries(&msg, h264);
+  PutEntries(&msg, jpeg);
+  camera->SetONVIFConfig(&msg);
+}
+
+class Streams : public testing::Test {
+ protected:
+  void Start(std::vector<std::string> arguments) {
+    ASSERT_TRUE(SetNetworkInterface("lo"));
+    m_pSim = std::make_unique<CCamsim>(arguments);
+    ASSERT_TRUE(m_pSim->Ready()) << m_pSim->Output();
+  }
+  // Takes the camera into service and waits until it runs.
+  CONVIFCam* Run(std::unique_ptr<CONVIFCam> camera) {
+    CONVIFCam* const added = camera.get();
+    CSystem::Instance()->AddComponent(std::move(camera));
+    added->StartThread("ONVIFCam");
+    EXPECT_TRUE(Eventually(15, [&] { return (added->RunState() & RUNNING) != 0; }));
+    return added;
+  }
+
+  std::unique_ptr<CCamsim> m_pSim;
+  CHostAtWork m_Host;
+};
+
+TEST_F(Streams, DeliverPicturesThatDecodeOverBothTransports) {
+  Start({"--camera", "ptz"});
+  for (const int transport : {RTP_TRANSPORT_TCP, RTP_TRANSPORT_UDP}) {
+    SCOPED_TRACE(transport);
+    auto owned = StaticCamera(SimURL(1));
+    SetEntries(owned.get(), {},
+               {{.ProfileToken = "Profile_2", .Transport = transport},
+                {.ProfileToken = "Profile_3", .Transport = transport}});
+    CPictureSink large(0), small(1), beyond(2);
+    CONVIFCam* const camera = Run(std::move(owned));
+    for (CPictureSink* sink : {&large, &small, &beyond}) camera->AddVideoSink(sink);
+    EXPECT_TRUE(
+        Eventually(10, [&] { return large.Count() > 10 && small.Count() > 10 && beyond.Count() > 10; }));
+    for (CPictureSink* sink : {&large, &small, &beyond}) camera->RemoveVideoSink(sink, 0);
+    for (const auto& picture : large.Kept()) ASSERT_EQ(DecodedWidth(picture), 640);
+    for (const auto& picture : small.Kept()) ASSERT_EQ(DecodedWidth(picture), 320);
+    for (const auto& picture : beyond.Kept())
+      ASSERT_EQ(DecodedWidth(picture), 320);  // the last stream there is
+    CSystem::Instance()->RemoveComponent(camera->ID());
+  }
+}
+
+TEST_F(Streams, RecordH264ThatFfprobeDecodesOverBothTransports) {
+  Start({"--camera", "ptz"});
+  for (const int transport : {RTP_TRANSPORT_TCP, RTP_TRANSPORT_UDP}) {
+    SCOPED_TRACE(transport);
+    auto owned = StaticCamera(SimURL(1));
+    SetEntries(owned.get(), {{.ProfileToken = "Profile_1", .Encoding = "H264", .Transport = transport}},
+               {{.ProfileToken = "Profile_2"}});
+    const auto recording = std::make_shared<CFrameKeeper>();
+    owned->DVRTarget(recording);
+    owned->DVRResolutionIndex(1);
+    owned->WantDVR(true);  // before it is loaded: it starts by itself
+    const CTraceKeeper trace(owned.get());
+    CONVIFCam* const camera = Run(std::move(owned));
+    EXPECT_TRUE(Eventually(10, [&] { return recording->Count() > 40; }));
+    EXPECT_EQ(trace.Count("H264/DVR Stream Started OK"), 1);
+
+    CGXMSG stats;
+    camera->GetVideoStats(&stats);
+    EXPECT_EQ(stats.GetInt(), 0);   // no JPEG pictures
+    EXPECT_EQ(stats.GetInt(), -1);  // no motion information
+    EXPECT_EQ(stats.GetInt(), 1);
+    EXPECT_EQ(stats.GetString(), "H264-DVR");
+    EXPECT_GT(stats.GetInt(), 500);
+
+    const int id = camera->ID();
+    CSystem::Instance()->RemoveComponent(id);
+    const std::string path = testing::TempDir() + "/camera_stream_test.h264";
+    std::ofstream file(path, std::ios::binary);
+    bool begun = false;
+    recording->Each([&](const CFrameData& frame) {
+      ASSERT_EQ(frame.Kind(), FRAME_KIND_H264);
+      ASSERT_EQ(frame.CameraID(), id);
+      begun = begun || frame.Options() == 5;
+      if (begun) file.write(reinterpret_cast<const char*>(frame.Data()), frame.Length());
+    });
+    file.close();
+    const CCommandResult judged = RunCommand(
+        "ffprobe -v error -count_frames -show_entries stream=codec_name,width,nb_read_frames -of csv=p=0 " +
+        path + " 2>&1");
+    EXPECT_EQ(judged.status, 0);
+    EXPECT_EQ(judged.output.substr(0, 10), "h264,1280,") << judged.output;
+    EXPECT_GT(std::atoi(judged.output.c_str() + 10), 20) << judged.output;
+    std::remove(path.c_str());
+  }
+}
+
+TEST_F(Streams, FindACameraAgainByItsIdentity) {
+  Start({"--camera", "ptz", "--camera", "alarm", "--quirk", "clock_offset=7200"});
+  auto owned = std::make_unique<CONVIFCam>(CameraDefinition(CONVIFCam::TYPE_DISCOVERED));
+  CDeviceConfig record(CONVIFCam::TYPE_DISCOVERED);
+  for (const auto& [name, value] :
+       {std::pair("Manufacturer", "Orvell"), std::pair("Model", "OV-4 Bullet"), std::pair("Firmware", "4.9"),
+        std::pair("Serial No.", "ORV000000002"), std::pair("Hardware ID", "OV4-B"),
+        std::pair("Service URL", "http://127.0.0.99/gone"), std::pair("UserName", "admin"),
+        std::pair("Password", "secret")})
+    record.AddDescriptor(name, value, 1);
+  owned->LoadFrom(&record);
+  CSystem::Instance()->TakeSaveRequest();
+  const CTraceKeeper trace(owned.get());
+  CONVIFCam* const camera = Run(std::move(owned));
+  EXPECT_EQ(camera->ServiceURL().Str(), SimURL(2));
+  EXPECT_EQ(camera->RunState() & 0x201, 1U);            // found, never asked who it is
+  EXPECT_TRUE(CSystem::Instance()->TakeSaveRequest());  // it has a newer firmware
+  EXPECT_EQ(trace.Lines().front(), "Looking for Service URL...");
+  EXPECT_TRUE(CIntercomServer::Instance()->HasClient(camera->GetIcomClient(ICOM_CLIENT_SELF)) ||
+              Eventually(2, [&] { return CIntercomServer::Instance()->HasClient(camera); }));
+  sockaddr_in address{};
+  EXPECT_TRUE(camera->GetCameraAddress(&address));
+  EXPECT_EQ(GXFormatAddress(&address), "127.0.0.12");
+}
+
+TEST_F(Streams, ComeBackAfterAPowerCut) {
+  Start({"--camera", "ptz"});
+  CPictureSink sink;
+  CONVIFCam* const camera = Run(StaticCamera(SimURL(1)));
+  const CTraceKeeper trace(camera);
+  camera->AddVideoSink(&sink);
+  ASSERT_TRUE(Eventually(10, [&] { return sink.Count() > 5; }));
+  m_pSim->Post("/cameras/1/power", {{"on", false}});
+  ASSERT_TRUE(Eventually(20, [&] { return trace.Has("FAILED"); }));
+  EXPECT_EQ(camera->RunState(), 0U);
+  const int before = sink.Count();
+  m_pSim->Post("/cameras/1/power", {{"on", true}});
+  const auto answering = Clock::now();
+  EXPECT_TRUE(Eventually(12, [&] { return sink.Count() > before + 2; }));
+  RecordProperty("seconds_to_picture", std::to_string(SecondsSince(answering)));
+  camera->RemoveVideoSink(&sink, 0);
+}
+
+TEST_F(Streams, FollowTheUserToAnotherAddress) {
+  Start({"--camera", "ptz", "--camera", "door"});
+  CPictureSink sink;
+  CONVIFCam* const camera = Run(StaticCamera(SimURL(1)));
+  camera->AddVideoSink(&sink);
+  ASSERT_TRUE(Eventually(10, [&] { return sink.Count() > 3; }));
+  {
+    const CTraceKeeper trace(camera);
+    camera->SetConfigURL(SimURL(1));
+    EXPECT_NE(camera->RunState(), 0U);
+    EXPECT_TRUE(trace.Lines().empty());
+  }
+  SetEntries(camera, {}, {{.ProfileToken = "p0"}});
+  camera->SetConfigURL(SimURL(2));
+  EXPECT_TRUE(Eventually(10, [&] { return camera->IsDoorStation(); }));
+  const int before = sink.Count();
+  EXPECT_TRUE(Eventually(10, [&] { return sink.Count() > before + 3; }));
+  EXPECT_TRUE(CEventServer::Instance()->HasCommand(camera->ID(), COMMAND_PLACE_CALL));
+  camera->RemoveVideoSink(&sink, 0);
+}
+
+TEST_F(Streams, TakeSnapshotsInstead) {
+  Start({"--camera", "ptz"});
+  auto camera = StaticCamera(SimURL(1));
+  EXPECT_EQ(camera->RunSnapshotMode(), 0);  // no profiles yet
+  ASSERT_TRUE(camera->CheckRunState());
+  EXPECT_EQ(camera->RunSnapshotMode(), 1);  // nobody watches
+  CPictureSink sink;
+  camera->AddVideoSink(&sink);
+  camera->StopThread();
+  camera->StopFlag(false);
+  std::thread snapshots([&] { EXPECT_EQ(camera->RunSnapshotMode(), 1); });
+  EXPECT_TRUE(Eventually(10, [&] {
+    camera->OnComponentIdle();
+    return sink.Count() > 3;
+  }));
+  camera->StopFlag(true);
+  snapshots.join();
+  for (const auto& picture : sink.Kept()) EXPECT_GT(DecodedWidth(picture), 0);
+  camera->RemoveVideoSink(&sink, 0);
+}
+
+class CNotices : public CNotifySink {
+ public:
+  void OnNotify(int, int code) override { m_iCode = code; }
+  std::atomic<int> m_iCode{0};
+};
+
+// What the host asks for is applied to the camera first; a notice tells when the stream can be opened.
+TEST_F(Streams, BringTheCameraIntoLineBeforeTheyAreOpened) {
+  Start({"--camera", "ptz"});
+  CONVIFCam* const camera = Run(StaticCamera(SimURL(1)));
+  const struct {
+    const char* EncoderSet;
+    int Bitrate;
+    const char* Line;
+  } cases[] = {{"exact", 1500, "SUCCESS"},
+               {"round", 1111, "WARNING: Encoder settings didn't stick, changing our params"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.EncoderSet);
+    m_pSim->Quirks(1, {{"encoder_set", c.EncoderSet}});
+    SetEntries(camera,
+               {{.ProfileToken = "Profile_1",
+                 .EncoderToken = "VE_1",
+                 .Encoding = "H264",
+                 .FrameRate = 12,
+                 .Bitrate = c.Bitrate,
+                 .Width = 1280,
+                 .Height = 720,
+                 .GovLength = 12}},
+               {{.ProfileToken = "Profile_2"}});
+    const CTraceKeeper trace(camera);
+    CNotices notices;
+    camera->AddONVIF_Client(&notices);
+    CResolutionDescriptor descriptor;
+    camera->LoadResolutionDescriptor(0, &descriptor, RTSP_PROFILE_H264);
+    EXPECT_EQ(camera->LoadRTSPProfile(&descriptor), nullptr);
+    EXPECT_TRUE(Eventually(15, [&] { return notices.m_iCode != 0; }));
+    camera->RemoveONVIF_Client(&notices);
+    EXPECT_EQ(notices.m_iCode, 2);  // profile 0, encoder 0
+    EXPECT_TRUE(trace.Has(c.Line));
+    EXPECT_EQ(trace.Lines().back(), "SUCCESS");
+    const std::unique_ptr<CRTSPProfile> rtsp(camera->LoadRTSPProfile(&descriptor));
+    ASSERT_NE(rtsp, nullptr);
+    EXPECT_EQ(rtsp->PayloadType(), RTSP_PAYLOAD_H264);
+    EXPECT_EQ(rtsp->Transport(), RTP_TRANSPORT_TCP);
+    EXPECT_EQ(rtsp->UserName(), "admin");
+    EXPECT_GT(rtsp->NStartupData(), 10);
+    EXPECT_EQ(rtsp->Resolution().Width, 1280);
+    EXPECT_EQ(camera->GetRTSPResolution(RTSP_PROFILE_H264, -1), 0);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,161 @@
+// What the tests of the camera component share: the host's main and file threads, and what a camera says and
+// delivers.
+#pragma once
+
+#include "camera/ONVIFCam.h"
+#include "host/event_server.h"
+#include "host/gxassert.h"
+#include "host/socket.h"
+#include "host/system.h"
+#include "tests/support/camsim_process.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+using Clock = std::chrono::steady_clock;
+
+inline double SecondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// Asks again and again, every few milliseconds, until it is true or the time is up.
+inline bool Eventually(double seconds, const std::function<bool()>& condition) {
+  for (const auto start = Clock::now(); SecondsSince(start) < seconds;) {
+    if (condition()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return condition();
+}
+
+// Keeps the trace lines of one producer, or of all.
+class CTraceKeeper : public CTraceListener {
+ public:
+  explicit CTraceKeeper(CTraceProducer* producer = nullptr) : m_pProducer(producer) {
+    CTraceServer::Instance()->AddListener(this);
+  }
+  ~CTraceKeeper() override { CTraceServer::Instance()->RemoveListener(this); }
+  void OnTrace(CTraceProducer* producer, const CGXString& line) override {
+    if (m_pProducer != nullptr && producer != m_pProducer) return;
+    const std::lock_guard lock(m_Mutex);
+    m_Lines.push_back(line.Str());
+  }
+  std::vector<std::string> Lines() const {
+    const std::lock_guard lock(m_Mutex);
+    return m_Lines;
+  }
+  int Count(const std::string& line) const {
+    const std::vector<std::string> lines = Lines();
+    return static_cast<int>(std::count(lines.begin(), lines.end(), line));
+  }
+  bool Has(const std::string& line) const { return Count(line) > 0; }
+  void Forget() {
+    const std::lock_guard lock(m_Mutex);
+    m_Lines.clear();
+  }
+
+ private:
+  CTraceProducer* const m_pProducer;
+  mutable std::mutex m_Mutex;
+  std::vector<std::string> m_Lines;
+};
+
+// The host's main thread and file thread at work.
+class CHostAtWork {
+ public:
+  CHostAtWork()
+      : m_Main([this] {
+          while (!m_bEnd) {
+            CSystem::Instance()->MainThreadPass();
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+          }
+        }) {
+    CSystem::Instance()->StartFileThread();
+  }
+  ~CHostAtWork() {
+    CSystem::Instance()->RemoveAllComponents();
+    CSystem::Instance()->StopFileThread();
+    m_bEnd = true;
+    m_Main.join();
+  }
+
+ private:
+  std::atomic<bool> m_bEnd{false};
+  std::thread m_Main;
+};
+
+// Keeps the pictures of one stream.
+class CPictureSink : public CVideoSink {
+ public:
+  explicit CPictureSink(int stream = 0) : CVideoSink("test viewer") { CameraRes(stream); }
+  void OnFrame(const CJPEGBuffer* frame) override {
+    const std::lock_guard lock(m_Mutex);
+    ++m_nPictures;
+    if (m_Kept.size() < 50) m_Kept.emplace_back(frame->Data(), frame->Data() + frame->Length());
+  }
+  int Count() const {
+    const std::lock_guard lock(m_Mutex);
+    return m_nPictures;
+  }
+  std::vector<std::vector<unsigned char>> Kept() const {
+    const std::lock_guard lock(m_Mutex);
+    return m_Kept;
+  }
+
+ private:
+  mutable std::mutex m_Mutex;
+  int m_nPictures = 0;
+  std::vector<std::vector<unsigned char>> m_Kept;
+};
+
+// Keeps a recording.
+class CFrameKeeper : public CDVRTarget {
+ public:
+  void DeliverFrame(std::unique_ptr<CFrameData> frame) override {
+    const std::lock_guard lock(m_Mutex);
+    m_Frames.push_back(std::move(frame));
+  }
+  int Count() const {
+    const std::lock_guard lock(m_Mutex);
+    return static_cast<int>(m_Frames.size());
+  }
+  void Each(const std::function<void(const CFrameData&)>& call) const {
+    const std::lock_guard lock(m_Mutex);
+    for (const auto& frame : m_Frames) call(*frame);
+  }
+
+ private:
+  mutable std::mutex m_Mutex;
+  std::vector<std::unique_ptr<CFrameData>> m_Frames;
+};
+
+inline CSystemComponentDef* CameraDefinition(int type) {
+  static CSystemComponentDef discovered(8072, "ONVIF Video Source", "", 0x100000, 0);
+  static CSystemComponentDef entered(8074, "ONVIF Video Source (Static)", "", 0, 0);
+  return type == CONVIFCam::TYPE_STATIC ? &entered : &discovered;
+}
+
+// A camera entered by its URL; the address of a simulated one by its number.
+inline std::unique_ptr<CONVIFCam> StaticCamera(const std::string& url) {
+  auto camera = std::make_unique<CONVIFCam>(CameraDefinition(CONVIFCam::TYPE_STATIC));
+  CDeviceConfig record(CONVIFCam::TYPE_STATIC);
+  record.AddDescriptor("Service URL", url, 1);
+  record.AddDescriptor("UserName", "admin", 1);
+  record.AddDescriptor("Password", "secret", 1);
+  camera->LoadFrom(&record);
+  camera->Name("Gate");
+  return camera;
+}
+
+inline std::string SimURL(int number, int port = 8080) {
+  return "http://127.0.0." + std::to_string(10 + number) + ":" + std::to_string(port) + "/onvif/device_service";
+}
