@@ -14,48 +14,50 @@ struct CClosingTag {
   const char* After = nullptr;  // behind the first `>` from there on; null: there is none
 };
 
-// Places in a text by name, each name's places ascending. First every Add, then Group, then Find.
-class CNamedPlaces {
+// Closing tags whose name ends with one certain character: first every Add, then Group, then Find.
+class CClosingTagIndex {
  public:
-  struct Place {
-    uint32_t Begin, After;  // offsets into the text; After 0: no `>` follows
-  };
-  explicit CNamedPlaces(uint64_t seed) : m_qwSeed(seed) {}
-  void Add(std::string_view name, Place place);  // in ascending order
+  CClosingTagIndex(std::string_view text, char terminator) : m_Text(text), m_Terminator(terminator) {}
+  void Reserve(size_t tags) { m_Tags.reserve(tags); }
+  bool IsGrouped() const { return !m_Slots.empty(); }
+  // The tag at offset `begin`, in ascending order; `after`: offset behind its `>`, 0 when there is none.
+  void Add(std::string_view name, size_t begin, size_t after) {
+    m_Tags.push_back({Hash(name), static_cast<uint32_t>(begin), static_cast<uint32_t>(after)});
+  }
   void Group();
-  const Place* Find(std::string_view name, size_t from) const;  // the first at or behind `from`; null: none
+  CClosingTag Find(std::string_view name, size_t from) const;  // the first at or behind `from`
 
  private:
-  struct Key {
-    std::string_view Name;
+  struct Tag {
     uint64_t Hash;
-    uint32_t First, Count;  // in m_Places
+    uint32_t Begin, After;
+  };
+  struct Slot {  // the tags with one hash: m_Tags[First] on, ascending; Count 0: free
+    uint64_t Hash;
+    uint32_t First, Count;
   };
   uint64_t Hash(std::string_view name) const;
-  size_t Slot(std::string_view name, uint64_t hash) const;
-  void GrowSlots();
+  size_t SlotOf(uint64_t hash) const;
 
-  uint64_t m_qwSeed;
-  std::vector<Key> m_Keys;
-  std::vector<uint32_t> m_Slots;  // open addressing, a power of two; index into m_Keys plus one, 0 = free
-  std::vector<Place> m_Places;
-  std::vector<uint32_t> m_KeyOfPlace;  // until Group
+  std::string_view m_Text;
+  char m_Terminator;
+  std::vector<Tag> m_Tags;
+  std::vector<Slot> m_Slots;  // open addressing, a power of two
 };
 
 class CClosingTags {
  public:
-  explicit CClosingTags(std::string_view text);  // the text must outlive this object
+  explicit CClosingTags(std::string_view text) : m_Text(text), m_Exact(text, '>'), m_Blank(text, ' ') {}
 
   // `name` holds no `>`; `from` points into the text. `searched` grows by the characters read one by one, which
   // only happens for names that hold a blank (inside quotes).
   CClosingTag Find(std::string_view name, const char* from, size_t* searched);
 
  private:
-  void Build();
-  CClosingTag At(const CNamedPlaces::Place& place) const;
-  CClosingTag Scan(std::string_view name, const char* from, size_t* searched) const;
+  void BuildExact();
+  void BuildBlank();
+  CClosingTag Scan(std::string_view name, size_t from, size_t* searched) const;
 
-  std::string_view m_Text;
-  bool m_bBuilt = false;
-  CNamedPlaces m_Exact, m_Blank;  // by the text up to the `>`, and up to the first blank in front of it
+  std::string_view m_Text;  // must outlive this object
+  CClosingTagIndex m_Exact, m_Blank;
 };

@@ -30,12 +30,6 @@ std::string_view TrimQuotes(std::string_view text) {
   return text;
 }
 
-uint64_t LettersOf(std::string_view text) {
-  uint64_t letters = 0;
-  for (const char c : text) letters |= uint64_t{1} << (static_cast<unsigned char>(c) & 63);
-  return letters;
-}
-
 std::string_view TextBetween(const char* begin, const char* end) {
   return begin < end ? std::string_view(begin, static_cast<size_t>(end - begin)) : std::string_view(begin, 0);
 }
@@ -90,12 +84,8 @@ CONVIFMsg::CONVIFMsg(CGXString name) : m_qwLetters(LettersOf(View(name))) {
   m_Name.Copy(View(name));
 }
 
-CONVIFMsg::CONVIFMsg(CXmlDocument* document, std::string_view name) : m_pDocument(document) {
-  BorrowName(name);
-}
-
 CONVIFMsg::CONVIFMsg(CGXString tag, char* content, int length) : CONVIFMsg(CGXString()) {
-  m_pDocument = new CXmlDocument(this, content);
+  m_pDocument = new CXmlDocument(this, content != nullptr ? content : "");
   m_pDocument->ReadRoot(m_pDocument->CopyText(View(tag)),
                         m_pDocument->Text().substr(0, length > 0 ? static_cast<size_t>(length) : 0));
 }
@@ -158,11 +148,6 @@ CONVIFMsg* CONVIFMsg::CreateMSG(char* buffer, int length) {
   root->m_pDocument->ReadRoot(TagText(copy + open + 1, copy + close),
                               TextBetween(copy + close + 1, copy + closing - 1));
   return root.release();
-}
-
-void CONVIFMsg::BorrowName(std::string_view name) {
-  m_Name.Borrow(name);
-  m_qwLetters = LettersOf(name);
 }
 
 void CONVIFMsg::Next(CONVIFMsg* next) {

@@ -53,6 +53,7 @@ class CONVIFText {
   friend class CONVIFMsg;
   friend class CXmlDocument;
   friend class CXmlReader;
+  friend class CXmlRegularReader;
   CXmlSlice m_Text;
   CONVIFText* m_pNext = nullptr;
 };
@@ -94,8 +95,7 @@ class CONVIFMsg {
   CONVIFMsg* FindResponseMSG(const char* operation);
   CGXString Value(int index) const;  // empty past the end
   CGXString FindSubMSGValue(const char* needle, int index) const;
-  CGXString Attribute(
-      CGXString name) const;  // of the attribute with exactly that name, prefix included; or empty
+  CGXString Attribute(CGXString name) const;  // by its exact name, prefix included; or empty
 
   // Builders: append and return what was made, which stays owned by the tree. Attribute texts are whole
   // (`name="value"`), nothing is escaped.
@@ -131,25 +131,32 @@ class CONVIFMsg {
  private:
   friend class CXmlDocument;
   friend class CXmlReader;
-  CONVIFMsg(CXmlDocument* document, std::string_view name);  // a node in a document's arena
+  friend class CXmlRegularReader;
+  CONVIFMsg(CXmlDocument* document, std::string_view name) : m_pDocument(document) { BorrowName(name); }
 
   bool WriteOpening(class CXmlWriter* writer, int depth) const;
   void WriteTree(class CXmlWriter* writer, int depth) const;
 
-  void BorrowName(std::string_view name);
+  void BorrowName(std::string_view name) {
+    m_Name.Borrow(name);
+    m_qwLetters = LettersOf(name);
+  }
+  static uint64_t LettersOf(std::string_view text) {
+    uint64_t letters = 0;
+    for (const char c : text) letters |= uint64_t{1} << (static_cast<unsigned char>(c) & 63);
+    return letters;
+  }
   void Link(CONVIFMsg* child);
   void AppendText(CONVIFText** list, const CGXString& text);
   CONVIFMsg* LastChild() const;
   void ReleaseChildren(CONVIFMsg** pending);
 
-  // m_pDocument: the document that this node lives in or, in a parsed root, owns (m_pOwnDocument); null on the
-  // heap.
   CONVIFMsg* m_pNext = nullptr;
   CONVIFMsg* m_pFirst = nullptr;
   CONVIFMsg* m_pLast = nullptr;  // a hint: a later sibling may have been linked with Next()
   CONVIFText* m_pAttributes = nullptr;
   CONVIFText* m_pValues = nullptr;
-  CXmlDocument* m_pDocument = nullptr;  // that this node lives in, or of which it is the root and owner
+  CXmlDocument* m_pDocument = nullptr;  // where this node lives, or whose root and owner it is; null: heap
   uint64_t m_qwLetters = 0;  // which characters the name has (bit: code modulo 64): most searches end here
   CXmlSlice m_Name;
 };

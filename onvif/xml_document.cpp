@@ -1,10 +1,10 @@
 #include "onvif/xml_document.h"
 
 #include "onvif/xml_reader.h"
+#include "onvif/xml_regular.h"
 
 #include <algorithm>
 #include <cstring>
-#include <new>
 
 namespace {
 
@@ -24,30 +24,11 @@ CXmlDocument::CXmlDocument(CONVIFMsg* root, std::string_view text)
 
 CXmlDocument::~CXmlDocument() = default;
 
-void* CXmlDocument::Allocate(size_t bytes) {
-  constexpr size_t ALIGN = alignof(std::max_align_t);
-  bytes = (bytes + ALIGN - 1) / ALIGN * ALIGN;
-  if (bytes > m_Left) {
-    const size_t size = std::max(bytes, m_NextBlock);
-    m_Blocks.push_back(std::unique_ptr<char[]>(new char[size]));
-    m_pFree = m_Blocks.back().get();
-    m_Left = size;
-    m_NextBlock = std::min(std::max(m_NextBlock * 2, FIRST_BLOCK_MIN), BLOCK_MAX);
-  }
-  char* const place = m_pFree;
-  m_pFree += bytes;
-  m_Left -= bytes;
-  return place;
-}
-
-CONVIFMsg* CXmlDocument::NewNode(std::string_view name) {
-  return new (Allocate(sizeof(CONVIFMsg))) CONVIFMsg(this, name);
-}
-
-CONVIFText* CXmlDocument::NewText(std::string_view text) {
-  auto* const item = new (Allocate(sizeof(CONVIFText))) CONVIFText;
-  item->m_Text.Borrow(text);
-  return item;
+void CXmlDocument::NewBlock(size_t bytes) {
+  m_Left = std::max(bytes, m_NextBlock);
+  m_Blocks.push_back(std::unique_ptr<char[]>(new char[m_Left]));
+  m_pFree = m_Blocks.back().get();
+  m_NextBlock = std::min(m_NextBlock * 2, BLOCK_MAX);
 }
 
 std::string_view CXmlDocument::CopyText(std::string_view text) {
@@ -66,16 +47,29 @@ std::vector<CONVIFMsg*> CXmlDocument::TakeAdopted() {
 }
 
 void CXmlDocument::ReadRoot(std::string_view tag, std::string_view content) {
-  CXmlReader reader(*this);
-  reader.ReadRoot(m_pRoot, tag, content);
+  CTagWords words(tag);
+  std::string_view word;
+  if (!words.Next(&word)) word = tag;
+  m_pRoot->BorrowName(word);
+  CONVIFText** link = &m_pRoot->m_pAttributes;
+  for (; words.Next(&word); link = &(*link)->m_pNext) *link = NewText(word);
+  if (CXmlRegularReader(*this, m_pRoot, content).Read()) return;
+  m_pRoot->m_pFirst = m_pRoot->m_pLast = nullptr;
+  m_pRoot->m_pValues = nullptr;
+  CXmlReader(*this).Read(m_pRoot, content);
 }
 
 std::string_view TagText(const char* begin, const char* end) {
-  if (end <= begin || static_cast<size_t>(end - begin) > MAX_TAG_TEXT) return {};
+  if (end <= begin || static_cast<size_t>(end - begin) > MAX_TAG_TEXT) return "";
   return {begin, static_cast<size_t>(end - begin)};
 }
 
 bool CTagWords::Next(std::string_view* word) {
+  if (m_Pos == 0 && m_Text.find(' ') == std::string_view::npos) {  // most tags are a name and nothing else
+    *word = m_Text;
+    m_Pos = m_Text.size();
+    return !word->empty();
+  }
   while (m_Pos < m_Text.size()) {
     if (m_bAfterBlank) {  // up to what begins a word
       while (m_Pos < m_Text.size() && (m_Text[m_Pos] == ' ' || m_Text[m_Pos] == '"')) {

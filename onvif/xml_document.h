@@ -5,7 +5,9 @@
 
 #include <cstddef>
 #include <memory>
+#include <new>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 // A copy of the text and an arena with the nodes and lists of the tree. Nodes in the arena are never destroyed
@@ -21,17 +23,31 @@ class CXmlDocument {
   std::string_view Text() const { return m_Text; }  // the copy; a NUL follows
   bool IsRoot(const CONVIFMsg* node) const { return node == m_pRoot; }
 
-  CONVIFMsg* NewNode(std::string_view name);         // `name` must live as long as the document
-  CONVIFText* NewText(std::string_view text);        // likewise
+  CONVIFMsg* NewNode(std::string_view name) {  // `name` must live as long as the document
+    return new (Allocate(sizeof(CONVIFMsg))) CONVIFMsg(this, name);
+  }
+  CONVIFText* NewText(std::string_view text) {  // likewise
+    auto* const item = new (Allocate(sizeof(CONVIFText))) CONVIFText;
+    item->m_Text.Borrow(text);
+    return item;
+  }
   std::string_view CopyText(std::string_view text);  // into the arena
   void Adopt(CONVIFMsg* node);                       // takes ownership of a heap node
   std::vector<CONVIFMsg*> TakeAdopted();             // gives it back, in order
 
-  // Reads the tag text and then the content, both parts of Text(), into the root.
+  // Reads the root's tag text and its content, a part of Text(), into the root.
   void ReadRoot(std::string_view tag, std::string_view content);
 
  private:
-  void* Allocate(size_t bytes);
+  void* Allocate(size_t bytes) {
+    bytes = (bytes + ALIGN - 1) / ALIGN * ALIGN;
+    if (bytes > m_Left) NewBlock(bytes);
+    m_Left -= bytes;
+    return std::exchange(m_pFree, m_pFree + bytes);
+  }
+  void NewBlock(size_t bytes);
+
+  static constexpr size_t ALIGN = alignof(CONVIFMsg);
 
   CONVIFMsg* m_pRoot;
   std::string_view m_Text;
@@ -46,7 +62,7 @@ class CXmlDocument {
 class CTagWords {
  public:
   explicit CTagWords(std::string_view text) : m_Text(text) {}
-  bool Next(std::string_view* word);
+  bool Next(std::string_view* word);  // false: there are no more, and `word` is not to be used
   // Whether the last word began inside quotes, so that splitting it again would give other words.
   bool BeganInQuotes() const { return m_bBeganInQuotes; }
 

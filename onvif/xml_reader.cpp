@@ -40,11 +40,7 @@ CXmlReader::CXmlReader(CXmlDocument& document)
       m_Closing(document.Text()),
       m_Left(document.Text().size() * READ_PER_TEXT + READ_EXTRA) {}
 
-void CXmlReader::ReadRoot(CONVIFMsg* root, std::string_view tag, std::string_view content) {
-  CTagWords words(tag);
-  std::string_view name;
-  root->BorrowName(words.Next(&name) ? name : tag);
-  AddWords(&words, &root->m_pAttributes);
+void CXmlReader::Read(CONVIFMsg* root, std::string_view content) {
   m_Open.reserve(32);
   m_Open.push_back({root, &root->m_pValues, content.data(), content.data() + content.size()});
   while (!m_Open.empty() && m_Left > 0) ReadStep();
@@ -78,7 +74,7 @@ bool CXmlReader::ReadElement(Open* parent) {
   Spend(Distance(parent->Pos, close) + 1);
   CTagWords words(TagText(tag, close));
   std::string_view name;
-  words.Next(&name);
+  if (!words.Next(&name)) name = "";
   const char* const content = close + 1;
   Extent extent{};
   if (close[-1] == '/') {

@@ -1,4 +1,4 @@
-// Reads the text of a document into its tree.
+// Reads any text into a tree.
 #pragma once
 
 #include "onvif/closing_tags.h"
@@ -19,7 +19,7 @@ inline constexpr size_t READ_PER_TEXT = 2, READ_EXTRA = 65536;
 class CXmlReader {
  public:
   explicit CXmlReader(CXmlDocument& document);
-  void ReadRoot(CONVIFMsg* root, std::string_view tag, std::string_view content);
+  void Read(CONVIFMsg* root, std::string_view content);
 
  private:
   struct Open {  // an element whose content is being read

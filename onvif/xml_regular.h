@@ -1,0 +1,40 @@
+// Reads documents whose tags nest properly, which is what most cameras send, in one pass.
+#pragma once
+
+#include "onvif/xml_document.h"
+
+#include <cstddef>
+#include <string_view>
+#include <vector>
+
+// Gives up at anything out of the ordinary: a tag that is not the expected closing tag, an element inside one
+// of the same name, quotes in a text, a `<` in a tag, a self-closing element with a sibling, unusual depth. As
+// long as nothing of that occurs, every `</` of the text is met as a tag and closes the innermost element, so
+// the first closing tag of a name is always the one that belongs to the element, and the tree is that of
+// CXmlReader.
+class CXmlRegularReader {
+ public:
+  CXmlRegularReader(CXmlDocument& document, CONVIFMsg* root, std::string_view content);
+  bool Read();  // false: given up; the tree is not complete
+
+ private:
+  struct Open {
+    CONVIFMsg* Node;
+    CONVIFText** NextValue;  // where its next value is linked
+  };
+  enum Result { GO_ON, DONE, GIVE_UP };
+
+  Result ReadPiece();
+  Result ReadValue();
+  Result ReadOpening();
+  Result ReadClosing();
+  const char* ReadAttributes(CONVIFMsg* node, const char* blank);
+  bool IsOpen(const CONVIFMsg& node) const;
+  bool InRoot() const { return m_Open.size() == 1; }
+
+  CXmlDocument& m_Document;
+  const char* m_Pos;
+  const char* const m_pRootEnd;
+  const char* const m_pTextEnd;
+  std::vector<Open> m_Open;
+};
