@@ -97,12 +97,12 @@ void CPump::Run() {
       if (m_stopped.wait_until(guard, next, [this] { return m_stop; })) return;
     }
     // The source holds one picture; while it is not taken (nobody plays yet), none is made.
-    if (m_wanted.exchange(false) && !PushPicture()) return;
+    if (m_wanted.exchange(false)) PushPicture();
     next = std::max(next + period, Clock::now() - period);
   }
 }
 
-bool CPump::PushPicture() {
+void CPump::PushPicture() {
   uint32_t counter = 0;
   Take(m_model, m_token, true, &m_picture, &counter);
   GstBuffer* buffer = nullptr;
@@ -112,10 +112,9 @@ bool CPump::PushPicture() {
   } else {
     buffer = ToBuffer(m_picture.bytes.data(), m_picture.bytes.size());
   }
-  if (gst_app_src_push_buffer(m_source, buffer) != GST_FLOW_OK) return false;
+  if (gst_app_src_push_buffer(m_source, buffer) != GST_FLOW_OK) return;  // it asks again when it is ready
   const std::lock_guard guard(m_model.lock);
   CStreamCount& count = m_model.streams[m_token];
   if (!count.first) count.first = counter;
   count.last = counter;
-  return true;
 }

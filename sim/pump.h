@@ -25,14 +25,14 @@ class CPump {
 
  private:
   void Run();
-  bool PushPicture();
+  void PushPicture();
 
   CCameraModel& m_model;
   const std::string m_token;
   const CVideoEncoder m_encoder;
   GstAppSrc* const m_source;  // a reference of our own
   CPicture m_picture;
-  std::atomic<bool> m_wanted{true};  // the source asked for a picture
+  std::atomic<bool> m_wanted{false};  // the source asked for a picture
   std::mutex m_lock;                 // guards what follows
   std::condition_variable m_stopped;
   bool m_stop = false;

@@ -30,7 +30,7 @@ std::string Launch(const CVideoEncoder& encoder, bool audio, bool parameterSetsI
                               : profile == "main" ? "cabac=1"
                                                   : "cabac=0";
     text += "caps=\"video/x-raw,format=I420" + size + rate +
-            "! x264enc name=encoder tune=zerolatency speed-preset=ultrafast threads=1 bitrate=" +
+            "! x264enc name=encoder tune=zerolatency aud=false speed-preset=ultrafast threads=1 bitrate=" +
             std::to_string(encoder.bitrate) + " key-int-max=" + std::to_string(encoder.govLength) +
             " option-string=\"" + tools +
             ":scenecut=0\" ! video/x-h264,stream-format=avc,alignment=au,profile=" + profile +
@@ -64,13 +64,43 @@ GstPadProbeReturn RefuseSeeking(GstPad*, GstPadProbeInfo* info, gpointer) {
   return GST_PAD_PROBE_HANDLED;
 }
 
-void MakeLive(GstElement* bin) {
-  GstElement* sound = gst_bin_get_by_name(GST_BIN(bin), "sound");
-  if (sound == nullptr) return;
-  GstPad* pad = gst_element_get_static_pad(sound, "src");
-  gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_QUERY_UPSTREAM, RefuseSeeking, nullptr, nullptr);
+// Takes the parameter sets (NAL types 7 and 8) out of an access unit of length-prefixed NAL units.
+std::string WithoutParameterSets(const uint8_t* data, size_t size) {
+  std::string kept;
+  for (size_t at = 0; at + 4 < size;) {
+    const size_t length = GST_READ_UINT32_BE(data + at);
+    const size_t next = std::min(at + 4 + length, size);
+    const int type = data[at + 4] & 31;
+    if (type != 7 && type != 8) kept.append(reinterpret_cast<const char*>(data + at), next - at);
+    at = next;
+  }
+  return kept;
+}
+
+// The encoder repeats the parameter sets before each key frame; whether they are sent is the payloader's to
+// say.
+GstPadProbeReturn StripParameterSets(GstPad*, GstPadProbeInfo* info, gpointer) {
+  GstBuffer* whole = GST_PAD_PROBE_INFO_BUFFER(info);
+  GstMapInfo map;
+  if (!gst_buffer_map(whole, &map, GST_MAP_READ)) return GST_PAD_PROBE_OK;
+  const std::string kept = WithoutParameterSets(map.data, map.size);
+  gst_buffer_unmap(whole, &map);
+  GstBuffer* stripped = gst_buffer_new_allocate(nullptr, kept.size(), nullptr);
+  gst_buffer_fill(stripped, 0, kept.data(), kept.size());
+  gst_buffer_copy_into(stripped, whole, GstBufferCopyFlags(GST_BUFFER_COPY_FLAGS | GST_BUFFER_COPY_TIMESTAMPS),
+                       0, static_cast<gsize>(-1));
+  gst_buffer_unref(whole);
+  GST_PAD_PROBE_INFO_DATA(info) = stripped;
+  return GST_PAD_PROBE_OK;
+}
+
+void AddProbe(GstElement* bin, const char* element, GstPadProbeType type, GstPadProbeCallback callback) {
+  GstElement* found = gst_bin_get_by_name(GST_BIN(bin), element);
+  if (found == nullptr) return;
+  GstPad* pad = gst_element_get_static_pad(found, "src");
+  gst_pad_add_probe(pad, type, callback, nullptr, nullptr);
   gst_object_unref(pad);
-  gst_object_unref(sound);
+  gst_object_unref(found);
 }
 
 using SessionVisitor = std::function<void(GstRTSPSession*, GstRTSPSessionMedia*)>;
@@ -293,7 +323,9 @@ GstElement* CRtspServer::MakePipeline(const std::string& profileToken) {
   GstElement* bin = gst_parse_launch_full(launch.c_str(), nullptr, GST_PARSE_FLAG_PLACE_IN_BIN, &error);
   if (error != nullptr) g_printerr("camsim: %s\n", error->message);
   g_clear_error(&error);
-  if (bin != nullptr) MakeLive(bin);
+  if (bin == nullptr) return nullptr;
+  AddProbe(bin, "sound", GST_PAD_PROBE_TYPE_QUERY_UPSTREAM, RefuseSeeking);
+  AddProbe(bin, "encoder", GST_PAD_PROBE_TYPE_BUFFER, StripParameterSets);
   return bin;
 }
 

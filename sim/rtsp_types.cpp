@@ -75,7 +75,7 @@ void AskForKeyFrame(GstRTSPClient*, GstRTSPContext* context, gpointer) {
   GstRTSPMedia* media = gst_rtsp_session_media_get_media(context->sessmedia);
   GstElement* bin = gst_rtsp_media_get_element(media);
   if (GstElement* encoder = gst_bin_get_by_name(GST_BIN(bin), "encoder")) {
-    gst_element_send_event(encoder, gst_video_event_new_upstream_force_key_unit(GST_CLOCK_TIME_NONE, TRUE, 0));
+    gst_element_send_event(encoder, gst_video_event_new_upstream_force_key_unit(GST_CLOCK_TIME_NONE, FALSE, 0));
     gst_object_unref(encoder);
   }
   gst_object_unref(bin);
