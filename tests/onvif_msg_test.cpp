@@ -1,0 +1,327 @@
+// The XML tree: read, searched, built and written.
+#include "onvif/namespaces.h"
+#include "onvif/onvif.h"
+#include "tests/support/xml_reference.h"
+#include "util/string_list.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <algorithm>
+#include <iterator>
+#include <memory>
+#include <random>
+#include <string>
+
+namespace {
+
+std::unique_ptr<CONVIFMsg> Parse(std::string text) {
+  return std::unique_ptr<CONVIFMsg>(CONVIFMsg::CreateMSG(text.data(), static_cast<int>(text.size())));
+}
+
+// A tree as "name[attribute|..]{value|..}(child child)".
+std::string Show(const CONVIFMsg& node) {
+  const auto list = [](const CONVIFText* item) {
+    std::string text;
+    for (; item != nullptr; item = item->Next())
+      text += item->Text().Str() + (item->Next() != nullptr ? "|" : "");
+    return text;
+  };
+  std::string text = node.Name().Str();
+  if (node.Attributes() != nullptr) text += "[" + list(node.Attributes()) + "]";
+  if (node.Values() != nullptr) text += "{" + list(node.Values()) + "}";
+  if (node.Messages() == nullptr) return text;
+  text += "(";
+  for (const CONVIFMsg* child = node.Messages(); child != nullptr; child = child->Next()) {
+    text += Show(*child) + (child->Next() != nullptr ? " " : "");
+  }
+  return text + ")";
+}
+
+class CLoginNode : public CONVIFMsg {
+ public:
+  CLoginNode() : CONVIFMsg("Login") {}
+};
+
+class CNotingNode : public CONVIFMsg {
+ public:
+  CNotingNode(const char* name, std::string* order) : CONVIFMsg(name), m_pOrder(order) {}
+  ~CNotingNode() override { *m_pOrder += Name().Str(); }
+
+ private:
+  std::string* const m_pOrder;
+};
+
+TEST(XmlTree, ReadsWhatCamerasSend) {
+  const struct {
+    const char *Text, *Tree;
+  } cases[] = {
+      {"<r><tt:A>1</tt:A><tt:B>2</tt:B></r>", "r(tt:A{1} tt:B{2})"},
+      {"<?xml version=\"1.0\"?>\r\n<r>\r\n<a>1</a>\r\n<b>2\r\n3</b>\r\n</r>\r\n", "r(a{1} b{23})"},
+      {"<t:r xmlns:t=\"u:x y\"><a token=\"P 1\" fixed=\"true\">  a b  </a></t:r>",
+       "t:r[xmlns:t=\"u:x y\"](a[token=\"P 1\"|fixed=\"true\"]{a b  })"},
+      {"<r><a></a><b  x=\"1\"   y=\"2\" ></b ></r>", "r(a b[x=\"1\"|y=\"2\"])"},
+      // Self-closing elements keep the slash and swallow the tag behind them.
+      {"<r><p><tt:A/><tt:B>2</tt:B></p><q>3</q></r>", "r(p{2}(tt:A/) q{3})"},
+      {"<r><p><R w=\"640\"/></p><q><i n=\"1\" /></q></r>", "r(p(R[w=\"640\"/]) q(i[n=\"1\"|/]))"},
+      // The first closing tag of a name counts; the one with a blank only when there is no other.
+      {"<r><a>1<a>2</a>3</a>4 </r>", "r{3}(a{1}(a{2}))"},
+      {"<r><a>1</a ><a>2</a></r>", "r(a{1})"},
+      {"<r><a>1</a ><b>2</b\t></r>", "r(a{1})"},
+      // What is never closed ends its parent, no more.
+      {"<r><p><x>1<y>2</y></p><q>3</q></r>", "r(p q{3})"},
+      {"<r><a>1</a><!-- note --><b>2</b></r>", "r(a{1})"},
+      {"<r><p>text <</p><q>a\"<b>\"c</q></r>", "r(p{text } q{a\"<b>\"c})"},
+      // Quotes behind a blank do not begin a word.
+      {"<r>< \"a b\"c d>1</a b\"c ></r>", "r(a[b\"c|d]{1})"},
+      // The character in front of the root's closing tag is not read.
+      {"<r>12</r>", "r{1}"},
+      {"<r><a/></r>", "r"},
+      {"< >x<a></a></ >", " {x}(a)"},
+      {"no element", "null"},
+      {"<r>", "null"},
+      {"<r/>", "null"},
+      {"<?xml version <r></r", "null"},
+      {"", "null"},
+  };
+  for (const auto& c : cases) {
+    std::string text = c.Text;
+    const std::unique_ptr<CONVIFMsg> root(CONVIFMsg::CreateMSG(text.data(), static_cast<int>(text.size())));
+    EXPECT_EQ(root != nullptr ? Show(*root) : "null", c.Tree) << c.Text;
+  }
+}
+
+TEST(XmlTree, KeepsToItsPartOfTheBuffer) {
+  std::string text = "<r>\r\n<a>1</a><b>2</r>tail</b></r>";
+  const auto length = static_cast<int>(text.find("tail"));
+  std::unique_ptr<CONVIFMsg> root(CONVIFMsg::CreateMSG(text.data(), length));
+  EXPECT_EQ(Show(*root), "r(a{1} b{2})");  // closed behind the document
+  EXPECT_STREQ(text.c_str(), "<r><a>1</a><b>2</r>tail</b></r>");
+
+  text = std::string("<r><a>1</a></r>\0<b></b>", 23);
+  root.reset(CONVIFMsg::CreateMSG(text.data(), static_cast<int>(text.size())));
+  EXPECT_EQ(Show(*root), "r(a{1})");  // a NUL is the end
+
+  char content[] = "1<a>2</a>";
+  EXPECT_EQ(Show(CONVIFMsg("e x=\"1\"", content, 9)), "e[x=\"1\"]{1}(a{2})");
+  EXPECT_EQ(Show(CONVIFMsg("e", content, 1)), "e{1}");
+  EXPECT_EQ(Show(CONVIFMsg("e", content, -1)), "e");
+  EXPECT_EQ(CONVIFMsg::CreateMSG(content, -1), nullptr);
+  EXPECT_EQ(CONVIFMsg::CreateMSG(nullptr, 5), nullptr);
+}
+
+TEST(XmlTree, TakesTagTextsUpTo4096Characters) {
+  const std::string name(4096, 'n');
+  std::unique_ptr<CONVIFMsg> root = Parse("<r><" + name + ">1</" + name + "></r>");
+  ASSERT_NE(root->Messages(), nullptr);
+  EXPECT_EQ(root->Messages()->Name(), name.c_str());
+  root = Parse("<r><x" + name + ">1</x" + name + "><a></></a></r>");
+  ASSERT_NE(root->Messages(), nullptr);  // read as a tag without a name, closed by `</>`
+  EXPECT_EQ(root->Messages()->Name(), "");
+}
+
+// Random texts from pieces that matter: the tree is that of the reader that goes step by step.
+TEST(XmlTree, AgreesWithTheReferenceReader) {
+  constexpr const char* PIECES[] = {"<a>",     "</a>", "<b>",         "</b>", "<c x=\"1\" y='2'>",
+                                    "</c>",    "<a/>", "<b/>",        "</a ", ">",
+                                    "<",       "/",    "\"",          " ",    "t",
+                                    "</",      "\n",   "</b >",       "<d>",  "</d>",
+                                    "<>",      "</>",  "< \"a b\"c>", "=",    "<a b",
+                                    "<e>u</e>"};
+  std::minstd_rand random(20261122);
+  const auto pick = [&random](size_t n) { return random() / 7 % n; };
+  for (int round = 0; round < 40000; ++round) {
+    std::string text = "<r>";
+    for (size_t i = pick(30); i-- > 0;) text += PIECES[pick(std::size(PIECES))];
+    text += "</r>";
+    const size_t length = round % 4 == 0 ? pick(text.size() + 1) : text.size();
+    std::string work = text;
+    const std::unique_ptr<CONVIFMsg> root(CONVIFMsg::CreateMSG(work.data(), static_cast<int>(length)));
+    const auto expected = xml_reference::CreateMSG(text, length);
+    ASSERT_EQ(root != nullptr, expected != nullptr) << text;
+    if (root == nullptr) continue;
+    ASSERT_EQ(xml_reference::Dump(*root), xml_reference::Dump(*expected)) << text;
+  }
+}
+
+TEST(XmlTree, FindsByPartOfTheName) {
+  const auto root = Parse(
+      "<s:Envelope><trt:GetProfilesResponse><trt:Profiles token=\"P1\" fixed=\"true\"><tt:VideoSourceToken>V1"
+      "</tt:VideoSourceToken></trt:Profiles><trt:Profiles "
+      "token=\"P2\"></trt:Profiles></trt:GetProfilesResponse>"
+      "<s:Last>x</s:Last></s:Envelope>");
+  EXPECT_EQ(root->FindSubMSG("Profiles")->Name(), "trt:GetProfilesResponse");
+  EXPECT_EQ(root->FindSubMSG("Token")->Name(), "tt:VideoSourceToken");
+  EXPECT_EQ(root->FindSubMSG("Envelope"), root.get());
+  EXPECT_EQ(root->FindSubMSG(""), root.get());
+  EXPECT_EQ(root->FindSubMSG("profiles"), nullptr);
+  EXPECT_EQ(root->FindSubMSG("Last")->Value(0), "x");
+  CONVIFMsg* const response = root->FindResponseMSG("GetProfiles");
+  ASSERT_NE(response, nullptr);
+  EXPECT_EQ(response->FindSubMSG("Last"), nullptr);  // siblings of where the search began are not searched
+  EXPECT_EQ(root->FindResponseMSG("GetProfile"), nullptr);
+  CONVIFMsg* const profile = response->Messages();
+  EXPECT_EQ(profile->Attribute("token"), "P1");
+  EXPECT_EQ(profile->Attribute("fixed"), "true");
+  EXPECT_EQ(profile->Attribute("Token"), "");
+  EXPECT_EQ(profile->FindSubMSGValue("SourceToken", 0), "V1");
+  EXPECT_EQ(profile->FindSubMSGValue("SourceToken", 1), "");
+  EXPECT_EQ(profile->FindSubMSGValue("SourceToken", -1), "");
+  EXPECT_EQ(profile->FindSubMSGValue("Missing", 0), "");
+}
+
+TEST(XmlTree, ReadsAttributesByTheirExactName) {
+  char empty[] = "";
+  const CONVIFMsg node("tt:R a=\"1\" =\"2\" xmlns:tt=\"u=v\" b='q' c=\" d \" \"e=\"\"f\" a=\"3\" w=\"640\"/",
+                       empty, 0);
+  const struct {
+    const char *Name, *Value;
+  } cases[] = {{"a", "1"}, {"xmlns:tt", "u=v"}, {"tt", ""}, {"b", "'q'"}, {"c", " d "},
+               {"", ""},   {"w", "640\"/"},     {"W", ""},  {"e", "f"}};
+  for (const auto& c : cases) EXPECT_EQ(node.Attribute(c.Name), c.Value) << c.Name;
+}
+
+std::string Words(const char* text) {
+  CStringList words;
+  CONVIFMsg::Separate(text, &words);
+  std::string joined;
+  for (CGXPos position = words.GetHeadPosition(); position;) joined += "[" + words.Next(position)->Str() + "]";
+  return joined;
+}
+
+TEST(XmlTexts, Split) {
+  EXPECT_EQ(Words("  a   b=\"c d\" "), "[a][b=\"c d\"]");
+  EXPECT_EQ(Words("a \"b c\""), "[a][b c\"]");
+  EXPECT_EQ(Words("a\tb\nc"), "[a\tb\nc]");
+  EXPECT_EQ(Words("\"a b\" c"), "[\"a b\"][c]");
+  EXPECT_EQ(Words("a \" b"), "[a][b]");
+  EXPECT_EQ(Words(" \" "), "");
+  char text[] = "ab\"<\"c<d";
+  EXPECT_EQ(CONVIFMsg::LineLength(text), 6);
+  EXPECT_EQ(CONVIFMsg::LineLength(text + 3), 0);
+  EXPECT_EQ(CONVIFMsg::LineLength(text + 4), 4);  // an open quote: up to the NUL
+  EXPECT_EQ(CONVIFMsg::StringBetween(text, text + 2), "ab");
+  EXPECT_EQ(CONVIFMsg::StringBetween(text + 2, text), "");
+}
+
+// ---- Building and writing ----
+
+TEST(XmlTree, WritesWhatWasBuilt) {
+  CONVIFEnvelope envelope;
+  CONVIFMsg* const body = envelope.AddBody();
+  body->AddMSGVer10_Media("GetProfiles");
+  const std::string head =
+      "<s:Envelope xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\" "
+      "xmlns:a=\"http://schemas.xmlsoap.org/ws/2004/08/addressing\"><s:Body "
+      "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\">";
+  const std::string tail = "</s:Body></s:Envelope>";
+  const std::string get = "<GetProfiles xmlns=\"http://www.onvif.org/ver10/media/wsdl\"/>";
+  EXPECT_EQ(envelope.CreateString(), (head + get + tail).c_str());
+  body->AddMSG("tt:Empty");
+  CONVIFMsg* const two = body->AddMSG("Two");
+  two->AddAttrib("x=\"1\"");
+  two->AddAttrib("y=\"<&\"");
+  two->AddValue("a&b");
+  two->AddValue("c");
+  two->AddValueVer10_Schema("n", "v");
+  body->AddValueVer10_Media("m", "w");
+  const std::string all = head + get +
+                          "<tt:Empty></tt:Empty><Two x=\"1\" y=\"<&\">a&b c<n "
+                          "xmlns=\"http://www.onvif.org/ver10/schema\">v</n></Two><m "
+                          "xmlns=\"http://www.onvif.org/ver10/media/wsdl\">w</m>" +
+                          tail;
+  EXPECT_EQ(envelope.CreateString(), all.c_str());
+  std::string buffer(all.size() + 2, '#');
+  EXPECT_EQ(envelope.WriteTo(buffer.data()), static_cast<int>(all.size()));
+  EXPECT_EQ(buffer.c_str(), all);
+  EXPECT_EQ(buffer.back(), '#');  // one NUL and no more
+
+  envelope.AddValue(std::string(10000, 'v').c_str());  // longer than any request of ours
+  EXPECT_EQ(envelope.CreateString().GetLength(), static_cast<int>(all.size()) + 10000);
+}
+
+TEST(XmlTree, CanBeAddedToWhereverItCameFrom) {
+  const auto root = Parse("<r><a>1</a></r>");
+  CONVIFMsg* const a = root->FindSubMSG("a");
+  a->AddAttrib("k=\"v\"");
+  a->AddValue("2");
+  a->AddValue("n", "3")->AppendMSG(new CLoginNode);
+  root->AppendMSG(Parse("<s><t>4</t></s>").release());
+  a->Next()->AddMSG("u");
+  EXPECT_EQ(root->CreateString(), "<r><a k=\"v\">1 2<n>3<Login></Login></n></a><s><t>4</t><u></u></s></r>");
+  EXPECT_EQ(root->FindSubMSG("u")->Name(), "u");
+}
+
+TEST(XmlTree, DeletesNodesOfDerivedClassesInOrder) {
+  std::string order;
+  for (const bool parsed : {false, true}) {
+    order.clear();
+    std::unique_ptr<CONVIFMsg> root = parsed ? Parse("<r><x></x></r>") : std::make_unique<CONVIFMsg>("r");
+    auto* const first = new CNotingNode("1", &order);
+    root->AppendMSG(first);
+    first->AppendMSG(new CNotingNode("2", &order));
+    first->Messages()->Next(new CNotingNode("3", &order));
+    first->AppendMSG(new CNotingNode("4", &order));
+    root->AppendMSG(new CNotingNode("5", &order));
+    root.reset();
+    EXPECT_EQ(order, "12345") << parsed;
+  }
+}
+
+// ---- Hostile input ----
+
+void RunOnSmallStack(void* (*body)(void*)) {
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  ASSERT_EQ(pthread_attr_setstacksize(&attributes, 256000), 0);
+  pthread_t thread;
+  ASSERT_EQ(pthread_create(&thread, &attributes, body, nullptr), 0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
+}
+
+TEST(XmlTree, NestsDeeperThanAnyStack) {
+  RunOnSmallStack([](void*) -> void* {
+    constexpr int DEPTH = 100000;
+    std::string opening, closing;
+    for (int i = 0; i < DEPTH; ++i) opening += "<n" + std::to_string(i) + ">";
+    for (int i = DEPTH; i-- > 0;) closing += "</n" + std::to_string(i) + ">";
+    const auto root = Parse("<r>" + opening + "x" + closing + "</r>");
+    EXPECT_EQ(root->FindSubMSG("n99999")->Value(0), "x");
+    EXPECT_EQ(root->FindSubMSG("n100000"), nullptr);
+    EXPECT_EQ(root->CreateString(), ("<r>" + opening + "x" + closing + "</r>").c_str());
+
+    CONVIFMsg built("r"), appended("r");
+    CONVIFMsg* node = &built;
+    for (int i = 0; i < DEPTH; ++i) node = node->AddMSG("n");
+    node = &appended;
+    for (int i = 0; i < DEPTH; ++i) {
+      CONVIFMsg* const child = i % 2 == 0 ? new CONVIFMsg("n") : Parse("<r><y></y></r>").release();
+      node->AppendMSG(child);
+      node = child;
+    }
+    EXPECT_EQ(built.FindSubMSG("x"), nullptr);
+    EXPECT_EQ(appended.FindSubMSG("z"), nullptr);
+    return nullptr;
+  });
+}
+
+size_t CountNodes(const CONVIFMsg& root) {  // by what it writes, so that depth does not matter
+  const CGXString text = root.CreateString();
+  return static_cast<size_t>(std::count(text.Str().begin(), text.Str().end(), '<'));
+}
+
+// Elements that cross each other would be read twice each time: forty of them for ever, in a tree of any size.
+TEST(XmlTree, EndsWhereTagsCross) {
+  std::string text = "<r>", closing;
+  for (int i = 0; i < 40; ++i) {
+    const std::string n = std::to_string(i);
+    text += "<a" + n + "><b" + n + "></a" + n + " />z<z>";
+    closing = "</b" + n + ">" + closing;
+  }
+  const auto root = Parse(text + closing + "</r>");
+  EXPECT_GT(CountNodes(*root), 100U);
+  EXPECT_LT(CountNodes(*root), 200000U);
+}
+
+}  // namespace
