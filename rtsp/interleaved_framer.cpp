@@ -65,7 +65,7 @@ bool CInterleavedFramer::FindStart() {
 bool CInterleavedFramer::SkipReply(size_t at) {
   m_iBegin += at;
   const std::string_view held(reinterpret_cast<const char*>(Begin()), Held());
-  const size_t end = held.find(REPLY_END);
+  const size_t end = held.substr(0, MAX_REPLY_BYTES).find(REPLY_END);
   if (end != std::string_view::npos) {
     m_iBegin += end + REPLY_END.size();
     return true;

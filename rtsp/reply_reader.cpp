@@ -29,7 +29,7 @@ CReplyReader::CReplyReader(char* reply, int size, bool skipToReply, CInterleaved
       m_iSize(static_cast<size_t>(std::max(size, 0))),
       m_bSkipLead(skipToReply),
       m_pStream(stream) {
-  std::memset(m_pReply, 0, m_iSize);
+  std::fill_n(m_pReply, m_iSize, 0);
 }
 
 std::span<char> CReplyReader::Room() {

@@ -97,6 +97,7 @@ class CRTSP {
   int WaitInterleaved(unsigned char* buffer, int size, unsigned timeoutMs);
   int NextFrame(unsigned char* buffer, int size);
   int Fill(unsigned timeoutMs);
+  void SetReceiveTimeout(unsigned milliseconds);
   void KeepSessionAlive();
   void DrainControl();
 
@@ -128,6 +129,7 @@ class CRTSP {
   unsigned char m_SenderTime[4] = {};  // middle of the NTP time of the last sender report, as received
   unsigned char m_SenderSSRC[4] = {};  // as received
   unsigned char m_cChannel = 0;        // interleaved channel of RTP
+  unsigned m_dwReceiveTimeout = 0;     // ms, of m_Control; 0: none set
   CInterleavedFramer m_Framer;         // what the control connection has delivered and nobody has taken yet
   CDatagramRing m_Datagrams;           // what the RTP socket has delivered and nobody has taken yet
 
