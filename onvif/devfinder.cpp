@@ -1,5 +1,6 @@
 #include "onvif/devfinder.h"
 
+#include "host/socket.h"
 #include "host/system.h"
 #include "onvif/onvif.h"
 #include "util/gxtimer.h"
@@ -11,6 +12,7 @@ namespace {
 constexpr int COMPONENT_TYPE_CAMERA = 8072;  // "ONVIF Video Source", made from a finder's record
 constexpr int COMM_BUFFER_BYTES = 1024;
 constexpr unsigned SEARCH_MS = 2500;  // a discovery takes two seconds and more, so there are two as a rule
+constexpr unsigned RETRY_MS = 250;
 constexpr int SHOWN = 0, NEEDED = 1;  // descriptor flags
 
 std::unique_ptr<CDeviceConfig> RecordOf(const CONVIFDevice& device, const CGXString& user,
@@ -38,7 +40,9 @@ void CONVIF_DevFinder::FindNewDevices(CGXString user, CGXString password, CGXObL
   CONVIFDeviceSet found;
   const CGXTimer timer;
   while (timer.GXTickCount() < SEARCH_MS && !CGXThread::CurrentCancelled()) {
+    const CGXTimer discovery;
     CONVIF::DoDiscovery(&found, user, password);
+    if (discovery.GXTickCount() < RETRY_MS) Sleep(RETRY_MS);  // it ended at once: there is no network to search
   }
   for (const CONVIFDevice* device = found.Devices(); device != nullptr; device = device->Next()) {
     auto record = RecordOf(*device, user, password);

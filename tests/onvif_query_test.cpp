@@ -1,0 +1,168 @@
+// SOAP queries: what goes over the wire, and what is made of the answers.
+#include "onvif/namespaces.h"
+#include "onvif/onvif.h"
+#include "tests/media_support.h"
+#include "util/string_list.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <regex>
+#include <string>
+
+namespace {
+
+constexpr int TIMEOUT_MS = 5000;
+const std::string HEAD =
+    "<s:Envelope xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\" "
+    "xmlns:a=\"http://schemas.xmlsoap.org/ws/2004/08/addressing\">";
+const std::string BODY =
+    "<s:Body xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
+    "xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\">";
+const std::string TIME_ANSWER =
+    "<e:Envelope><e:Body><tds:GetSystemDateAndTimeResponse><tds:SystemDateAndTime><tt:UTCDateTime><tt:Time>"
+    "<tt:Hour>23</tt:Hour><tt:Minute>59</tt:Minute><tt:Second>7</tt:Second></tt:Time><tt:Date><tt:Year>2031"
+    "</tt:Year><tt:Month>1</tt:Month><tt:Day>2</tt:Day></tt:Date></tt:UTCDateTime></tds:SystemDateAndTime>"
+    "</tds:GetSystemDateAndTimeResponse></e:Body></e:Envelope>";
+
+std::string Content(const std::string& request) {
+  return request.substr(request.find("\r\n\r\n") + 4);
+}
+
+CGXString URL(const CScriptedServer& server, const char* start = "http://", const char* path = "/onvif/media") {
+  return (start + ("127.0.0.1:" + std::to_string(server.Port())) + path).c_str();
+}
+
+std::unique_ptr<CONVIFMsg> Query(const CGXString& url) {
+  return std::unique_ptr<CONVIFMsg>(CONVIF::DoQuery_HTTP(url, "GetProfiles", NS_ONVIF_MEDIA, TIMEOUT_MS));
+}
+
+TEST(Query, SendsOneRequest) {
+  CScriptedServer server([](const std::string&) { return HTTPAnswer("<r><t:GetProfilesResponse/></r >"); });
+  ASSERT_NE(Query(URL(server, "HTTP:///")), nullptr);
+  ASSERT_EQ(server.Requests().size(), 1U);
+  const std::string request = server.Requests()[0];
+  const std::string head = request.substr(0, request.find("\r\n\r\n") + 2);
+  EXPECT_EQ(head.substr(0, head.find("\r\n")), "POST /onvif/media HTTP/1.1");
+  for (const std::string& line :
+       {"Host: 127.0.0.1:" + std::to_string(server.Port()), std::string("Connection: Close"),
+        std::string("Content-Type: application/soap+xml; charset=utf-8; "
+                    "action=\"http://www.onvif.org/ver10/media/wsdl/GetProfiles\"")}) {
+    EXPECT_NE(head.find("\r\n" + line + "\r\n"), std::string::npos) << head;
+  }
+  EXPECT_EQ(head.find("Authorization"), std::string::npos);
+  EXPECT_EQ(Content(request), HEAD + BODY +
+                                  "<GetProfiles xmlns=\"http://www.onvif.org/ver10/media/wsdl\"/></s:Body>"
+                                  "</s:Envelope>");
+}
+
+TEST(Query, TakesAnyXmlForAnAnswer) {
+  const struct {
+    const char *Answer, *Name;
+  } cases[] = {
+      {"HTTP/1.1 500 Internal Server Error\r\n\r\n<e:Envelope><e:Fault><a>1</a></e:Fault></e:Envelope>",
+       "e:Fault"},
+      {"HTTP/1.1 401 Unauthorized\r\nContent-Type: text/html\r\n\r\n<html><h1>no</h1></html>", "h1"},
+      {"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n", nullptr},
+      {"HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok", nullptr},
+      {"HTTP/1.1 200 OK\r\nContent-Length: 12", nullptr},
+      {"", nullptr}};
+  for (const auto& c : cases) {
+    // One answer, then the end of the connection.
+    bool answered = false;
+    CScriptedServer server([&](const std::string&) { return std::exchange(answered, true) ? "" : c.Answer; });
+    const CGXString url = URL(server);
+    std::unique_ptr<CONVIFMsg> answer(CONVIF::DoQuery_HTTP(url, "GetProfiles", NS_ONVIF_MEDIA, 700));
+    EXPECT_EQ(answer != nullptr, c.Name != nullptr) << c.Answer;
+    EXPECT_TRUE(answer == nullptr || answer->FindSubMSG(c.Name) != nullptr) << c.Answer;
+  }
+}
+
+TEST(Query, NeedsAnHttpUrlWithAPath) {
+  CGXString address, path;
+  const struct {
+    const char *Url, *Address, *Path;
+  } cases[] = {{"http://10.0.0.1/onvif/device_service", "10.0.0.1", "/onvif/device_service"},
+               {"HTTP://cam:8080/", "cam:8080", "/"},
+               {"http:cam/x/y", "cam", "/x/y"},
+               {"http:////cam//x", "cam", "//x"}};
+  for (const auto& c : cases) {
+    EXPECT_TRUE(CONVIF::SplitURL(c.Url, &address, &path)) << c.Url;
+    EXPECT_EQ(address, c.Address);
+    EXPECT_EQ(path, c.Path);
+  }
+  for (const char* url :
+       {"http://10.0.0.1", "https://10.0.0.1/x", "10.0.0.1/x", "http:", "http:///", "", "htt"}) {
+    EXPECT_FALSE(CONVIF::SplitURL(url, &address, &path)) << url;
+    EXPECT_EQ(Query(url), nullptr) << url;
+  }
+}
+
+TEST(Query, LogsInWithTheCamerasClock) {
+  CScriptedServer server([](const std::string& request) {
+    return HTTPAnswer(request.find("GetSystemDateAndTime") != std::string::npos
+                          ? TIME_ANSWER
+                          : "<r><t:GetProfilesResponse></t:GetProfilesResponse> </r>");
+  });
+  const std::unique_ptr<CONVIFMsg> answer(
+      CONVIF::DoQuery_HTTP_Security(URL(server), "admin", "pw", "GetProfiles", NS_ONVIF_MEDIA, TIMEOUT_MS));
+  ASSERT_NE(answer, nullptr);
+  EXPECT_NE(answer->FindResponseMSG("GetProfiles"), nullptr);
+  ASSERT_EQ(server.Requests().size(), 2U);
+  EXPECT_EQ(
+      Content(server.Requests()[0]),
+      HEAD + BODY +
+          "<GetSystemDateAndTime xmlns=\"http://www.onvif.org/ver10/device/wsdl\"/></s:Body></s:Envelope>");
+  const std::string request = Content(server.Requests()[1]);
+  EXPECT_TRUE(request.starts_with(HEAD + "<s:Header><Security ")) << request;
+  EXPECT_NE(request.find("<Username>admin</Username>"), std::string::npos);
+  EXPECT_TRUE(std::regex_search(request, std::regex(">2031-01-02T23:59:[01][0-9]\\.000Z</Created>")))
+      << request;
+  EXPECT_TRUE(
+      request.ends_with("</s:Header>" + BODY +
+                        "<GetProfiles xmlns=\"http://www.onvif.org/ver10/media/wsdl\"/></s:Body></s:Envelope>"))
+      << request;
+}
+
+TEST(Query, DoesNotLogInWithoutAClock) {
+  for (const char* answer : {"<r><a>1</a></r >", "<r><UTCDate>1</UTCDate></r >", "nothing"}) {
+    CScriptedServer server([&](const std::string&) { return HTTPAnswer(answer); });
+    EXPECT_EQ(CONVIF::DoQuery_HTTP_Security(URL(server), "u", "p", "GetProfiles", NS_ONVIF_MEDIA, TIMEOUT_MS),
+              nullptr);
+    EXPECT_EQ(server.Requests().size(), 1U) << answer;
+  }
+}
+
+TEST(Query, SurvivesAnyClock) {
+  std::string clock =
+      "<r><UTCDateTime><Hour>99999999999999999999</Hour><Minute>-1</Minute><Second>x</Second><Year>"
+      "2147483647</Year><Month>2147483647</Month><Day>-2147483648</Day></UTCDateTime></r >";
+  CScriptedServer server([&](const std::string& request) {
+    return HTTPAnswer(request.find("GetSystemDateAndTime") != std::string::npos ? clock : "<r><a></a> </r>");
+  });
+  const std::unique_ptr<CONVIFMsg> answer(
+      CONVIF::DoQuery_HTTP_Security(URL(server), "u", "p", "GetProfiles", NS_ONVIF_MEDIA, TIMEOUT_MS));
+  EXPECT_NE(answer, nullptr);
+}
+
+TEST(QueryTexts, AreMadeAndSplit) {
+  EXPECT_EQ(CONVIF::FormatXMLNS("u"), "xmlns=\"u\"");
+  EXPECT_EQ(CONVIF::FormatXMLNS_TT("u"), "xmlns:tt=\"u\"");
+  EXPECT_EQ(CONVIF::FormatXMLNS_M("u") + CONVIF::FormatXMLNS_D("u"), "xmlns:m=\"u\"xmlns:d=\"u\"");
+  EXPECT_EQ(CONVIF::Prefix("tt", "Name"), "tt:Name");
+  const std::string id = CONVIF::GenerateMSGID().Str();
+  EXPECT_TRUE(std::regex_match(id, std::regex("uuid:[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}"))) << id;
+  EXPECT_NE(CONVIF::GenerateMSGID(), id.c_str());
+  EXPECT_EQ(CONVIF::GenerateRandomHex(0), "");
+
+  EXPECT_EQ(CONVIF::LengthToDelim("ab c", ' ', 4), 2);
+  EXPECT_EQ(CONVIF::LengthToDelim("a\"b c\" d", ' ', 8), 6);
+  EXPECT_EQ(CONVIF::LengthToDelim("abc d", ' ', 3), 3);
+  CStringList words;
+  CONVIF::Split(" \r\nhttp://a/x  \nhttp://b/\"q r\"\ny z ", &words);
+  std::string joined;
+  for (CGXPos position = words.GetHeadPosition(); position;) joined += "[" + words.Next(position)->Str() + "]";
+  EXPECT_EQ(joined, "[http://a/x][http://b/\"q r\"\ny][z]");
+}
+
+}  // namespace
