@@ -61,6 +61,7 @@ CONVIFCam::CONVIFCam(CSystemComponentDef* definition)
 CONVIFCam::~CONVIFCam() {
   m_RunState.Reset();
   StopThread();  // first: it is the one that starts the others
+  m_Queue.DropAll();
   StopWorkers();
   FreeEventPort(m_wEventPort);
   CIntercomServer::Instance()->RemoveClient(this);
@@ -142,6 +143,7 @@ void CONVIFCam::SetConfigURL(CGXString url) {
   for (CGXThread& thread : m_StreamThreads) thread.Reset();
   m_QueueThread.Reset();
   m_RunState.Reset();
+  StartONVIFThread();  // for what was pushed meanwhile
   StartThread(THREAD_NAME_AFTER_MOVE);
 }
 

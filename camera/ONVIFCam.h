@@ -24,6 +24,7 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -282,6 +283,7 @@ class CONVIFCam : public CVideoSystem,
 
   // Streams: threads started by the connection thread; mask and flags are read by them for every packet.
   CGXThread m_StreamThreads[STREAMS];
+  std::optional<CGXTimer> m_LastStreamStarts[STREAMS];  // connection thread only
   CGXCritical m_DVRLock;  // for writing m_bDVRActive: connection, file and main thread
   std::atomic<bool> m_bDVRActive{false};
   std::atomic<int> m_iMotionLevel{-1};  // -1 unknown, 0 none, 100 motion

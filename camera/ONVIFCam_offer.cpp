@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -231,24 +233,24 @@ void CONVIFCam::SetDVRActive(bool active) {
 // ---- Statistics ----
 
 void CONVIFCam::GetVideoStats(CGXMSG* msg) {
-  const CGXLock lock(m_RTSPSinkLock);
-  const bool recording = m_bDVRActive;
-  const int sinks = NSinks();
+  std::vector<std::pair<CGXString, int>> takers;
+  ForEachSink([&takers](CComponentSink* sink) {
+    const auto* const video = dynamic_cast<CVideoSink*>(sink);
+    takers.emplace_back(video != nullptr ? video->Name() : "ERROR",
+                        video != nullptr ? HundredTimes(video->OutgoingFPS()) : 0);
+  });
+  {
+    const CGXLock lock(m_RTSPSinkLock);
+    for (CObjectSink* const sink : m_RTSPSinks) takers.emplace_back(sink->SinkName(), sink->SinkRate());
+  }
+  if (m_bDVRActive) takers.emplace_back("H264-DVR", DVRRate());
   msg->PutInt(HundredTimes(IncomingFPS()));
   msg->PutInt(Motion());
-  msg->PutInt(sinks + static_cast<int>(m_RTSPSinks.size()) + (recording ? 1 : 0));
-  for (int i = 0; i < sinks; ++i) {
-    const auto* const sink = dynamic_cast<CVideoSink*>(Sink(i));
-    msg->PutString(sink != nullptr ? sink->Name() : CGXString("ERROR"));
-    msg->PutInt(sink != nullptr ? HundredTimes(sink->OutgoingFPS()) : 0);
+  msg->PutInt(static_cast<int>(takers.size()));
+  for (const auto& [name, rate] : takers) {
+    msg->PutString(name);
+    msg->PutInt(rate);
   }
-  for (CObjectSink* const sink : m_RTSPSinks) {
-    msg->PutString(sink->SinkName());
-    msg->PutInt(sink->SinkRate());
-  }
-  if (!recording) return;
-  msg->PutString("H264-DVR");
-  msg->PutInt(DVRRate());
 }
 
 int CONVIFCam::DVRRate() {

@@ -13,7 +13,8 @@ namespace {
 constexpr int PACKET_BYTES = 2048;
 constexpr int PACKET_TIMEOUT_MS = 5000;
 constexpr unsigned NAL_TIMEOUT_MS = 5000;
-constexpr int NAL_BYTES = 128000;  // one NAL unit with its start code
+constexpr unsigned STREAM_RESTART_MS = 1000;  // least time between two starts of a stream
+constexpr int NAL_BYTES = 128000;             // one NAL unit with its start code
 
 }  // namespace
 
@@ -26,9 +27,13 @@ void CONVIFCam::StartStreams() {
   } THREADS[STREAMS] = {
       {":Proc0", StreamProc0}, {":Proc1", StreamProc1}, {":Proc2", StreamProc2}, {":ProcH264", H264_DVR_Proc}};
   const unsigned mask = m_dwResMask | (m_bDVRActive ? 1U << JPEG_STREAMS : 0U);
-  for (int i = 0; i < STREAMS; ++i)
-    if ((mask & (1U << i)) != 0 && !m_StreamThreads[i].IsRunning())
-      m_StreamThreads[i].Start(THREADS[i].Entry, this, 0, Name() + THREADS[i].Suffix);
+  for (int i = 0; i < STREAMS; ++i) {
+    if ((mask & (1U << i)) == 0 || m_StreamThreads[i].IsRunning()) continue;
+    std::optional<CGXTimer>& last = m_LastStreamStarts[i];
+    if (last && last->GXTickCount() < STREAM_RESTART_MS) continue;
+    last.emplace();
+    m_StreamThreads[i].Start(THREADS[i].Entry, this, 0, Name() + THREADS[i].Suffix);
+  }
 }
 
 unsigned CONVIFCam::RunStream(void* camera, int stream) {

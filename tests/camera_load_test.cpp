@@ -156,6 +156,24 @@ TEST_F(Load, ForgetsAStepThatWasUnderWayWhenTheStateWasReset) {
   EXPECT_EQ(m_pCamera->RunState(), ALL_STEPS);
 }
 
+// Streams that fail at once load the camera anew each time, but at the pace of one a second.
+TEST_F(Load, IsNotRepeatedWithoutPauseWhenStreamsFail) {
+  const CHostAtWork host;
+  CPictureSink viewer;
+  m_pCamera->WantDVR(true);
+  m_pCamera->DVRResolutionIndex(1);
+  CONVIFCam* const camera = m_pCamera.get();
+  CSystem::Instance()->AddComponent(std::move(m_pCamera));
+  camera->AddVideoSink(&viewer);  // starts it
+  ASSERT_TRUE(Eventually(5, [&] { return m_Script.Requests("Subscribe").size() == 2; }));
+  const auto start = Clock::now();
+  ASSERT_TRUE(Eventually(10, [&] { return m_Script.Requests("Subscribe").size() >= 5; }));
+  EXPECT_GT(SecondsSince(start), 1.2);
+  EXPECT_EQ(m_pTrace->Count("FAILED"), 0);
+  m_pTrace.reset();
+  CSystem::Instance()->RemoveComponent(camera->ID());
+}
+
 TEST_F(Load, TellsWhatTheCameraCanDo) {
   const std::string ptz = "<t:PTZConfiguration token=\"z\"><t:DefaultRelativePanTiltTranslationSpace>";
   const std::string fov = CONVIFCam::SPACE_FIELD_OF_VIEW;

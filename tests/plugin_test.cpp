@@ -111,7 +111,7 @@ TEST_F(Plugin, HasNothingBehindTheOtherEntryPoints) {
   EXPECT_EQ(Call<void*>("CreateAudioShare", none, none, none), nullptr);
   EXPECT_EQ(Call<void*>("CreateAudioFile", none, none), nullptr);
   const int asserted = AssertCount();
-  EXPECT_EQ(Call<void*>("CreateDeviceInterface", none), nullptr);
+  EXPECT_EQ(Call<void*>("CreateDeviceInterface", static_cast<CDeviceInterfaceDef*>(nullptr)), nullptr);
   EXPECT_EQ(AssertCount(), asserted + 1);
 }
 
