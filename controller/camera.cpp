@@ -109,7 +109,10 @@ bool CCamera::HasProfiles() const {
 bool CCamera::Tick() {
   NotePicture();
   AnswerRecorder();
-  if (!Registered()) return false;
+  if (!Registered()) {
+    if (m_pBook->Failed(m_iID)) m_Reachability.Check(m_pVideo->GetConfigURL().Str());
+    return false;
+  }
   bool changed = false;
   if (m_fSecondsToRunning < 0) {
     m_fSecondsToRunning = Seconds();
@@ -227,6 +230,8 @@ void CCamera::DescribeState(CCameraStatus* status) const {
   } else if (progress.Failed()) {
     status->State = "failed";
     status->Reason = progress.Reason() + ", tried at " + status->ServiceURL;
+    const std::string finding = m_Reachability.Finding();
+    if (!finding.empty()) status->Reason += ": " + finding;
   } else {
     status->State = "loading";
   }

@@ -4,6 +4,7 @@
 #include "controller/camera_config.h"
 #include "controller/camera_status.h"
 #include "controller/picture_store.h"
+#include "controller/reachability.h"
 #include "controller/recorder.h"
 #include "controller/trace_book.h"
 #include "host/video.h"
@@ -71,6 +72,7 @@ class CCamera {
   const std::string m_FileName;
   std::vector<std::unique_ptr<CViewer>> m_Viewers;
   std::shared_ptr<CRecorder> m_pRecorder;
+  CReachability m_Reachability;
   std::chrono::steady_clock::time_point m_Started;
   bool m_bTransportDone = false, m_bDVRDone = false;
   double m_fSecondsToRunning = -1, m_fSecondsToPicture = -1;

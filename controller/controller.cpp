@@ -13,7 +13,6 @@ namespace {
 
 constexpr unsigned PASS_PERIOD_MS = 10;
 constexpr std::chrono::milliseconds TICK_PERIOD{20};
-constexpr std::chrono::milliseconds SHOW_PERIOD{500};
 constexpr std::chrono::seconds SEARCH_PERIOD{60};
 constexpr std::chrono::seconds SAVE_RETRY{5};
 constexpr unsigned SUMMARY_MODE = 0644;
@@ -160,7 +159,7 @@ bool CController::Run(std::string* error) {
     CSystem::Instance()->MainThreadPass();
     SearchWhenDue();
     if (Due(&m_NextTick, TICK_PERIOD)) Tick();
-    if (Due(&m_NextShow, SHOW_PERIOD)) Show();
+    if (Due(&m_NextShow, std::chrono::milliseconds(m_pDisplay->PeriodMs()))) Show();
   }
   Show();
   const bool saved = m_pSite->Save(error);

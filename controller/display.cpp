@@ -73,10 +73,21 @@ void CDisplay::Say(const CCameraStatus& camera, const char* what, const std::str
   WriteResult(stamp + Printable(camera.Name + ": " + text) + "\n");
 }
 
+// How long something has taken, once it is known.
+void CDisplay::SayOnce(const CCameraStatus& camera, bool* said, const char* what, double seconds) const {
+  if (*said || seconds < 0) return;
+  *said = true;
+  char text[64];
+  std::snprintf(text, sizeof text, "%s %.3f s after its start", what, seconds);
+  Say(camera, "time", text);
+}
+
 void CDisplay::Progress(const CCameraStatus& camera) {
   Shown& shown = m_Shown[camera.ID];
   for (; shown.Steps < camera.Steps.size(); ++shown.Steps) Say(camera, "trace", camera.Steps[shown.Steps]);
   if (shown.State != StateOf(camera)) Say(camera, "state", shown.State = StateOf(camera));
+  SayOnce(camera, &shown.Running, "running", camera.SecondsToRunning);
+  SayOnce(camera, &shown.Picture, "first picture", camera.SecondsToPicture);
   for (; shown.Recordings < camera.Recordings.size(); ++shown.Recordings)
     Say(camera, "recording", camera.Recordings[shown.Recordings]);
 }

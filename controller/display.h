@@ -12,7 +12,9 @@ class CDisplay {
  public:
   explicit CDisplay(bool json);
 
-  // The cameras as they are now; about twice a second. `note`: what the controller itself has to say.
+  unsigned PeriodMs() const { return m_bTerminal ? 500 : 100; }  // how often to call Update
+
+  // The cameras as they are now. `note`: what the controller itself has to say.
   void Update(const std::vector<CCameraStatus>& cameras, const std::string& note);
 
  private:
@@ -20,8 +22,10 @@ class CDisplay {
     size_t Steps = 0;
     std::string State;
     size_t Recordings = 0;
+    bool Running = false, Picture = false;  // their times
   };
   void Redraw(const std::vector<CCameraStatus>& cameras, const std::string& note);
+  void SayOnce(const CCameraStatus& camera, bool* said, const char* what, double seconds) const;
   void Progress(const CCameraStatus& camera);
   void Say(const CCameraStatus& camera, const char* what, const std::string& text) const;
 

@@ -5,10 +5,13 @@
 #include "host/rtsp_profile.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 
 namespace {
 
+constexpr char HELP_HINT[] = "\nRun controller --help, or --help behind a command, for what there is.";
 constexpr char HTTP_PREFIX[] = "http://";
 constexpr size_t HTTP_PREFIX_LENGTH = sizeof HTTP_PREFIX - 1;
 
@@ -84,12 +87,19 @@ void AddShow(CLI::App* command, COptions* o) {
       ->check(CLI::PositiveNumber);
 }
 
+// So that a path in the summary means the same wherever it is read.
+void MakeAbsolute(std::string* path) {
+  if (!path->empty()) *path = std::filesystem::absolute(*path).lexically_normal().string();
+}
+
 void FillDefaults(COptions* o) {
   if (o->Plugin.empty()) o->Plugin = CPlugin::DefaultPath();
   if (o->SiteFile.empty()) o->SiteFile = o->DataFolder + "/site.json";
   if (o->LogFile.empty()) o->LogFile = o->DataFolder + "/controller.log";
   if (o->PictureFolder.empty()) o->PictureFolder = o->DataFolder + "/pictures";
   if (o->Record && o->RecordFolder.empty()) o->RecordFolder = o->DataFolder + "/recordings";
+  for (std::string* path : {&o->SiteFile, &o->LogFile, &o->PictureFolder, &o->KeepFolder, &o->RecordFolder})
+    MakeAbsolute(path);
 }
 
 }  // namespace
@@ -130,6 +140,11 @@ EParse ParseOptions(int argc, const char* const* argv, COptions* options, std::s
   AddUser(discover, options);
   AddCommon(components, options);
   AddShow(show, options);
+  const auto named = [&](const CLI::App* command) { return command->check_name(argv[1]); };
+  if (argc > 1 && argv[1][0] != '-' && std::ranges::none_of(app.get_subcommands({}), named)) {
+    *text = std::string("there is no command '") + argv[1] + "'" + HELP_HINT;
+    return EParse::Wrong;
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {
@@ -137,8 +152,7 @@ EParse ParseOptions(int argc, const char* const* argv, COptions* options, std::s
     *text = chosen.empty() ? app.help() : chosen.front()->help("controller");
     return EParse::Done;
   } catch (const CLI::ParseError& error) {
-    *text =
-        std::string(error.what()) + "\nRun controller --help, or --help behind a command, for what there is.";
+    *text = error.what() + std::string(HELP_HINT);
     return EParse::Wrong;
   }
   if (run->parsed()) options->Command = ECommand::Run;

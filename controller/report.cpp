@@ -164,6 +164,7 @@ std::string Table(const std::vector<std::vector<std::string>>& rows) {
     std::string line;
     for (size_t i = 0; i < row.size(); ++i)
       line += row[i] + std::string(i + 1 < row.size() ? widths[i] - CharactersIn(row[i]) + 2 : 0, ' ');
+    line.resize(line.find_last_not_of(' ') + 1);
     text += line + "\n";
   }
   return text;

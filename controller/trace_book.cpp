@@ -13,19 +13,27 @@ CTraceBook::~CTraceBook() {
 
 void CTraceBook::OnTrace(CTraceProducer* producer, const CGXString& line) {
   const auto* component = dynamic_cast<CSystemComponent*>(producer);
+  CGXString text = line;
+  text.TrimRight();  // some lines end in a line feed
   const std::string speaker = producer == nullptr ? "driver" : producer->TraceName().Str();
-  Log(speaker + ": " + line.Str());
+  Log(speaker + ": " + text.Str());
   if (component == nullptr) return;
   const std::lock_guard<std::mutex> lock(m_Lock);
   Page& page = m_Pages[component->ID()];
-  page.Progress.Add(line.Str());
-  if (page.OnLine) page.OnLine(line.Str());
+  page.Progress.Add(text.Str());
+  if (page.OnLine) page.OnLine(text.Str());
 }
 
 CLoadProgress CTraceBook::Progress(int id) const {
   const std::lock_guard<std::mutex> lock(m_Lock);
   const auto page = m_Pages.find(id);
   return page == m_Pages.end() ? CLoadProgress() : page->second.Progress;
+}
+
+bool CTraceBook::Failed(int id) const {
+  const std::lock_guard<std::mutex> lock(m_Lock);
+  const auto page = m_Pages.find(id);
+  return page != m_Pages.end() && page->second.Progress.Failed();
 }
 
 void CTraceBook::Follow(int id, Follower follower) {

@@ -19,6 +19,7 @@ class CTraceBook : public CTraceListener {
 
   // What the component with that id has said; empty when nothing.
   CLoadProgress Progress(int id) const;
+  bool Failed(int id) const;  // its loading
 
   // Calls `follower` with each line of that component, on the thread that speaks; it must not block. Null ends
   // it, and after that the old one is not called any more.
