@@ -1,6 +1,7 @@
 #include "controller/log.h"
 
 #include <fcntl.h>
+#include <spdlog/async.h>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
 #include <unistd.h>
@@ -10,6 +11,8 @@
 #include <cstring>
 
 namespace {
+
+constexpr size_t QUEUE_LINES = 8192;  // beyond that the oldest are dropped
 
 int g_iResult = STDOUT_FILENO;
 
@@ -31,8 +34,12 @@ bool OpenLog(const std::string& path, std::string* error) {
   return true;
 }
 
+void CloseLog() {
+  spdlog::shutdown();
+}
+
 void Log(const std::string& line) {
-  spdlog::info("{}", line);
+  if (auto* logger = spdlog::default_logger_raw()) logger->info("{}", line);
 }
 
 int ResultDescriptor() {

@@ -8,7 +8,8 @@
 // or pipe that it was for results. Once, before the plug-in is loaded. False with a reason.
 bool OpenLog(const std::string& path, std::string* error);
 
-void Log(const std::string& line);  // any thread
+void CloseLog();                    // writes what waits; before the end of main, when nobody logs any more
+void Log(const std::string& line);  // any thread; does not wait for the disk
 
 int ResultDescriptor();                    // 1 until OpenLog
 void WriteResult(std::string_view text);   // the whole text, as far as the reader takes it

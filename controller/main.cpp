@@ -4,6 +4,26 @@
 #include "controller/password.h"
 #include "controller/stop_signal.h"
 
+namespace {
+
+int RunChosen(const COptions& options) {
+  switch (options.Command) {
+    case ECommand::Run:
+      return RunCommand(options);
+    case ECommand::Discover:
+      return DiscoverCommand(options);
+    case ECommand::Components:
+      return ComponentsCommand(options);
+    case ECommand::Show:
+      return ShowCommand(options);
+    case ECommand::None:
+      break;
+  }
+  return 2;
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
   InstallStopSignals();
   COptions options;
@@ -22,17 +42,7 @@ int main(int argc, char** argv) {
     WriteProblem(text);
     return 2;
   }
-  switch (options.Command) {
-    case ECommand::Run:
-      return RunCommand(options);
-    case ECommand::Discover:
-      return DiscoverCommand(options);
-    case ECommand::Components:
-      return ComponentsCommand(options);
-    case ECommand::Show:
-      return ShowCommand(options);
-    case ECommand::None:
-      break;
-  }
-  return 2;
+  const int code = RunChosen(options);
+  CloseLog();
+  return code;
 }
