@@ -1,5 +1,5 @@
 // rtsp_feeder FILE.h264 PORT PICTURES RATE: serves an Annex B file over RTSP on 127.0.0.1, again and again up
-// to PICTURES pictures, RATE a second (0: as fast as the receiver takes them), to one client after another.
+// to PICTURES pictures, RATE a second (0: as fast as the receiver takes them), to any number of clients.
 // Each picture is one send over TCP. It is only as much of a server as measuring receivers needs.
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
@@ -13,6 +13,7 @@
 #include <iterator>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -218,10 +219,15 @@ int main(int argc, char** argv) {
   }
   std::printf("ready\n");
   std::fflush(stdout);
-  for (int fd; (fd = accept(listener, nullptr, nullptr)) >= 0; close(fd)) {
-    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
-    CClient(fd, movie).Serve(std::atoi(argv[3]), std::atoi(argv[4]));
-    shutdown(fd, SHUT_WR);
-  }
+  for (int fd; (fd = accept(listener, nullptr, nullptr)) >= 0;)
+    std::thread([fd, &movie, pictures = std::atoi(argv[3]), rate = std::atoi(argv[4])] {
+      const int on = 1;
+      setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+      CClient(fd, movie).Serve(pictures, rate);
+      shutdown(fd, SHUT_WR);
+      for (char rest[256]; recv(fd, rest, sizeof rest, 0) > 0;) {
+      }
+      close(fd);
+    }).detach();
   return 0;
 }

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 namespace {
@@ -21,6 +22,8 @@ constexpr int NAL_BYTES = 128000;
 constexpr int DESCRIBE_BYTES = 2048;
 constexpr int WAIT_MS = 5000;
 constexpr int JPEG_FORMAT = 26;
+constexpr int PLAY_ATTEMPTS = 3;
+constexpr unsigned PLAY_PAUSE_MS = 200;
 
 struct Options {
   const char* URL = nullptr;
@@ -158,27 +161,35 @@ bool Describe(const Options& options, const char* password, CSessionDescription*
   return true;
 }
 
+// The playing session; null when the camera refuses it. One that is just putting the described stream away says
+// that it is busy, so it is asked again.
+std::unique_ptr<CRTSP> Play(const Options& options, const char* password, CRTSPProfile* profile) {
+  for (int attempt = 1;; ++attempt) {
+    auto session = std::make_unique<CRTSP>(options.URL, profile->ControlURL(), options.Transport, options.User,
+                                           password, -1, nullptr, nullptr);
+    if (session->Login() && session->Init(profile) && session->InitSession()) return session;
+    if (attempt == PLAY_ATTEMPTS) return nullptr;
+    Sleep(PLAY_PAUSE_MS);
+  }
+}
+
 int Pull(const Options& options) {
   const char* const password = std::getenv("RTSP_PASSWORD");
   CSessionDescription description;
   if (!Describe(options, password, &description)) return 1;
-
   CRTSPProfile profile;
   profile.ControlURL(description.ControlURLVideo());
   profile.Transport(options.Transport);
-  CRTSP session(options.URL, description.ControlURLVideo(), options.Transport, options.User, password, -1,
-                nullptr, nullptr);
-  if (!session.Login()) return Fail("login failed at ", options.URL);
-  if (!session.Init(&profile)) return Fail("no local port for UDP", "");
-  if (!session.InitSession()) return Fail("the camera does not play ", description.ControlURLVideo());
+  const std::unique_ptr<CRTSP> session = Play(options, password, &profile);
+  if (session == nullptr) return Fail("the camera does not play ", description.ControlURLVideo());
   int result;
   if (!options.First)
-    result = PullAll(session);
+    result = PullAll(*session);
   else if (description.VideoFormatTag() == JPEG_FORMAT)
-    result = PullFirst(session, CFirstJPEG());
+    result = PullFirst(*session, CFirstJPEG());
   else
-    result = PullFirst(session, CFirstH264(description.StartupData()));
-  session.Stop();
+    result = PullFirst(*session, CFirstH264(description.StartupData()));
+  session->Stop();
   return result;
 }
 
