@@ -22,9 +22,9 @@ std::string Digest(const EVP_MD* kind, const std::string& data) {
 
 std::string Md5Hex(const std::string& data) {
   std::string hex;
-  for (const unsigned char byte : Digest(EVP_md5(), data)) {
+  for (const char byte : Digest(EVP_md5(), data)) {
     char two[3];
-    std::snprintf(two, sizeof two, "%02x", byte);
+    std::snprintf(two, sizeof two, "%02x", static_cast<unsigned char>(byte));
     hex += two;
   }
   return hex;

@@ -103,7 +103,7 @@ bool CControl::Start(const std::string& where, std::string* error) {
         1;  // without SO_REUSEPORT, the library's default, which would hide that the port is occupied
     setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   });
-  if (port <= 0 || !m_server->http.bind_to_port(address.c_str(), port)) {
+  if (port <= 0 || !m_server->http.bind_to_port(address, port)) {
     *error = "the control address " + where + " cannot be used: in use, or not an ADDRESS:PORT of this machine";
     return false;
   }

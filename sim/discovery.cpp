@@ -31,8 +31,8 @@ bool WantsCamera(const std::string& types) {
 }
 
 std::string XAddrs(const CCameraModel& model) {
-  const std::string url = model.HttpBase() + "/onvif/device_service";
-  const std::string secure = "https://" + model.address + "/onvif/device_service";
+  std::string url = model.HttpBase() + "/onvif/device_service";
+  std::string secure = "https://" + model.address + "/onvif/device_service";
   if (model.quirks.xaddrs == "https") return secure;
   if (model.quirks.xaddrs == "two") return url + " " + secure;
   return url;

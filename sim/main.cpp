@@ -140,9 +140,7 @@ int Run(const COptions& options, const sigset_t& signals) {
   return 0;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Main(int argc, char** argv) {
   COptions options;
   CLI::App app("Simulated ONVIF cameras on addresses of their own");
   app.add_option("--camera", options.kinds, "A camera at the next address from 127.0.0.11: ptz, door or alarm");
@@ -176,4 +174,14 @@ int main(int argc, char** argv) {
   signal(SIGPIPE, SIG_IGN);
   gst_init(nullptr, nullptr);
   return Run(options, signals);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return Main(argc, argv);
+  } catch (const std::exception& error) {
+    return Fail(error.what());
+  }
 }

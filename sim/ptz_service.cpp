@@ -105,7 +105,7 @@ void AddVector(pugi::xml_node parent, const char* name, const CPtzVector& at) {
 }
 
 COutcome GetPresets(CCall& call) {
-  if (const COutcome fault = FindProfile(call)) return fault;
+  if (COutcome fault = FindProfile(call)) return fault;
   for (const CPreset& preset : call.model.presets) {
     pugi::xml_node node = Attr(Add(call.out, "tptz:Preset"), "token", preset.token);
     Add(node, "tt:Name", preset.name);
@@ -115,7 +115,7 @@ COutcome GetPresets(CCall& call) {
 }
 
 COutcome SetPreset(CCall& call) {
-  if (const COutcome fault = FindProfile(call)) return fault;
+  if (COutcome fault = FindProfile(call)) return fault;
   const std::string token = Text(call.in, "PresetToken"), name = Text(call.in, "PresetName");
   CPreset* preset = call.model.PresetByToken(token);
   if (preset == nullptr && !token.empty()) return NoPreset();
@@ -132,7 +132,7 @@ COutcome SetPreset(CCall& call) {
 }
 
 COutcome RemovePreset(CCall& call) {
-  if (const COutcome fault = FindProfile(call)) return fault;
+  if (COutcome fault = FindProfile(call)) return fault;
   const std::string token = Text(call.in, "PresetToken");
   const auto gone =
       std::erase_if(call.model.presets, [&](const CPreset& preset) { return preset.token == token; });
@@ -141,7 +141,7 @@ COutcome RemovePreset(CCall& call) {
 }
 
 COutcome GotoPreset(CCall& call) {
-  if (const COutcome fault = FindProfile(call)) return fault;
+  if (COutcome fault = FindProfile(call)) return fault;
   const CPreset* preset = call.model.PresetByToken(Text(call.in, "PresetToken"));
   if (preset == nullptr) return NoPreset();
   call.model.head.MoveTo(preset->position, Clock::now());
@@ -154,7 +154,7 @@ Clock::duration Timeout(const std::string& text) {
 }
 
 COutcome ContinuousMove(CCall& call) {
-  if (const COutcome fault = FindProfile(call)) return fault;
+  if (COutcome fault = FindProfile(call)) return fault;
   const pugi::xml_node panTilt = Child(call.in, "Velocity/PanTilt"), zoom = Child(call.in, "Velocity/Zoom");
   if (!panTilt && !zoom) return InvalidArgument("ter:InvalidVelocity", "Velocity is missing");
   call.model.head.Continuous({Value(panTilt, "x"), Value(panTilt, "y"), Value(zoom, "x")},
@@ -163,7 +163,7 @@ COutcome ContinuousMove(CCall& call) {
 }
 
 COutcome RelativeMove(CCall& call) {
-  if (const COutcome fault = FindProfile(call)) return fault;
+  if (COutcome fault = FindProfile(call)) return fault;
   const pugi::xml_node panTilt = Child(call.in, "Translation/PanTilt"),
                        zoom = Child(call.in, "Translation/Zoom");
   if (!panTilt && !zoom) return InvalidArgument("ter:InvalidTranslation", "Translation is missing");
@@ -178,7 +178,7 @@ COutcome RelativeMove(CCall& call) {
 }
 
 COutcome AbsoluteMove(CCall& call) {
-  if (const COutcome fault = FindProfile(call)) return fault;
+  if (COutcome fault = FindProfile(call)) return fault;
   const pugi::xml_node panTilt = Child(call.in, "Position/PanTilt"), zoom = Child(call.in, "Position/Zoom");
   if (!panTilt && !zoom) return InvalidArgument("ter:InvalidPosition", "Position is missing");
   CPtzVector to = call.model.head.Target(Clock::now());
@@ -190,13 +190,13 @@ COutcome AbsoluteMove(CCall& call) {
 }
 
 COutcome Stop(CCall& call) {
-  if (const COutcome fault = FindProfile(call)) return fault;
+  if (COutcome fault = FindProfile(call)) return fault;
   call.model.head.Stop(Text(call.in, "PanTilt") != "false", Text(call.in, "Zoom") != "false", Clock::now());
   return {};
 }
 
 COutcome GetStatus(CCall& call) {
-  if (const COutcome fault = FindProfile(call)) return fault;
+  if (COutcome fault = FindProfile(call)) return fault;
   const auto now = Clock::now();
   CPtzHead& head = call.model.head;
   pugi::xml_node status = Add(call.out, "tptz:PTZStatus");

@@ -96,7 +96,8 @@ bool SetQuirk(CQuirks& quirks, const std::string& name, const std::string& value
   for (const CQuirkDef& def : Table()) {
     if (name != def.name) continue;
     if (Assign(quirks, def, value)) return true;
-    *error = "quirk " + name + " takes " + Values(def) + ", not '" + value + "'";
+    *error = "quirk ";
+    error->append(name).append(" takes ").append(Values(def)).append(", not '").append(value).append("'");
     return false;
   }
   *error = "no quirk is called '" + name + "'";

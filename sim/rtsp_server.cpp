@@ -68,7 +68,8 @@ GstPadProbeReturn RefuseSeeking(GstPad*, GstPadProbeInfo* info, gpointer) {
 std::string WithoutParameterSets(const uint8_t* data, size_t size) {
   std::string kept;
   for (size_t at = 0; at + 4 < size;) {
-    const size_t length = GST_READ_UINT32_BE(data + at);
+    const size_t length = static_cast<size_t>(data[at]) << 24 | static_cast<size_t>(data[at + 1]) << 16 |
+                          static_cast<size_t>(data[at + 2]) << 8 | data[at + 3];
     const size_t next = std::min(at + 4 + length, size);
     const int type = data[at + 4] & 31;
     if (type != 7 && type != 8) kept.append(reinterpret_cast<const char*>(data + at), next - at);

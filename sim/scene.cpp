@@ -118,9 +118,9 @@ void DrawCar(double at, const CWindow& window, CPicture* picture) {
 }
 
 void DrawCars(const CShot& shot, const CWindow& window, CPicture* picture) {
+  constexpr double kGap = double{kSceneWidth} / kCars;
   const double first = std::fmod(shot.seconds * kCarSpeed, kSceneWidth);
-  for (int car = 0; car < kCars; ++car)
-    DrawCar(std::fmod(first + car * kSceneWidth / kCars, kSceneWidth), window, picture);
+  for (int car = 0; car < kCars; ++car) DrawCar(std::fmod(first + car * kGap, kSceneWidth), window, picture);
 }
 
 void DrawCaption(const CShot& shot, CPicture* picture) {

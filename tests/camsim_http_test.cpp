@@ -27,7 +27,7 @@ class CamsimHttp : public testing::Test {
   std::string Ask(const nlohmann::json& switches, int ms = 2000, const std::string& operation = "GetHostname") {
     EXPECT_TRUE(switches.empty() || m_camsim.Quirks(1, switches));
     const auto start = Clock::now();
-    const std::string answer = Exchange("127.0.0.11", 8080, Soap(operation), ms);
+    std::string answer = Exchange("127.0.0.11", 8080, Soap(operation), ms);
     m_ms = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
     EXPECT_TRUE(m_camsim.Quirks(1, {{"http", "normal"},
                                     {"http_keep_open", false},
