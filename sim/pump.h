@@ -33,7 +33,7 @@ class CPump {
   GstAppSrc* const m_source;  // a reference of our own
   CPicture m_picture;
   std::atomic<bool> m_wanted{false};  // the source asked for a picture
-  std::mutex m_lock;                 // guards what follows
+  std::mutex m_lock;                  // guards what follows
   std::condition_variable m_stopped;
   bool m_stop = false;
   std::thread m_thread;
