@@ -50,8 +50,7 @@ class CONVIFCam : public CVideoSystem,
  public:
   static constexpr int TYPE_DISCOVERED = 8072;  // found again by its identity wherever it moves
   static constexpr int TYPE_STATIC = 8074;      // asked at the URL that the user entered
-  // Relative moves in this space are in parts of the picture (ONVIF PTZ 5.8); cameras with another are moved by
-  // speed.
+  // Relative moves in this space are in parts of the picture; cameras with another are moved by speed.
   static constexpr const char* SPACE_FIELD_OF_VIEW =
       "http://www.onvif.org/ver10/tptz/PanTiltSpaces/TranslationSpaceFov";
 
@@ -293,7 +292,7 @@ class CONVIFCam : public CVideoSystem,
   CGXCritical m_RTSPSinkLock;
   std::vector<CObjectSink*> m_RTSPSinks GUARDED_BY(m_RTSPSinkLock);
 
-  // Events: the port of the notification listener, whose thread lives while STATE_EVENTS is set.
+  // Events: the port that is announced to the camera. The listener's thread belongs here; nothing listens yet.
   static CGXCritical g_EventPortLock;
   static constexpr int MAX_EVENT_PORTS = 64;
   static unsigned short g_wEventPorts[MAX_EVENT_PORTS] GUARDED_BY(g_EventPortLock);

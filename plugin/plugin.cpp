@@ -19,7 +19,7 @@ constexpr int TYPE_FINDER = 8073;
 template <class Definition>
 void Append(CGXObList* list, std::unique_ptr<Definition> definition) {
   list->AddTail(definition.get());
-  definition.release();
+  static_cast<void>(definition.release());  // the list's now
 }
 
 }  // namespace
