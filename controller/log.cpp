@@ -27,8 +27,11 @@ bool OpenLog(const std::string& path, std::string* error) {
   if (!good) return false;
   g_iResult = result;
   setvbuf(stdout, nullptr, _IOLBF, 0);
-  auto logger =
-      std::make_shared<spdlog::logger>("controller", std::make_shared<spdlog::sinks::stdout_sink_mt>());
+  // The driver speaks on its stream threads and under its locks: a slow disk must not hold them.
+  spdlog::init_thread_pool(QUEUE_LINES, 1);
+  auto logger = std::make_shared<spdlog::async_logger>(
+      "controller", std::make_shared<spdlog::sinks::stdout_sink_mt>(), spdlog::thread_pool(),
+      spdlog::async_overflow_policy::overrun_oldest);
   logger->set_pattern("%Y-%m-%d %H:%M:%S.%e [%t] %v");
   spdlog::set_default_logger(std::move(logger));
   return true;
