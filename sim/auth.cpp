@@ -75,7 +75,7 @@ AuthResult CheckDigest(const std::string& text, const std::string& method, const
 
 AuthResult CTokenChecker::Check(const pugi::xml_node& header, const std::string& user,
                                 const std::string& password, std::chrono::system_clock::time_point clock,
-                                std::chrono::seconds tolerance) {
+                                std::chrono::seconds tolerance, bool once) {
   const pugi::xml_node token = Child(header, "Security/UsernameToken");
   if (!token) return AuthResult::missing;
   const std::string created = Text(token, "Created");
@@ -85,7 +85,7 @@ AuthResult CTokenChecker::Check(const pugi::xml_node& header, const std::string&
   if (!ParseUtc(created, &at) || std::chrono::abs(at - clock) > tolerance) return AuthResult::wrong;
   const std::string expected = Base64Encode(Digest(EVP_sha1(), nonce + created + password));
   if (Text(token, "Password") != expected) return AuthResult::wrong;
-  return FirstUse(nonce + created) ? AuthResult::ok : AuthResult::wrong;
+  return FirstUse(nonce + created) || !once ? AuthResult::ok : AuthResult::wrong;
 }
 
 bool CTokenChecker::FirstUse(const std::string& key) {

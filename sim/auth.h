@@ -9,12 +9,13 @@
 
 enum class AuthResult { missing, wrong, ok };
 
-// One login of a UsernameToken at a camera's clock. Remembers nonces, so a token is good once.
+// Logins by UsernameToken at a camera's clock.
 class CTokenChecker {
  public:
-  // `clock` is the camera's; a Created more than `tolerance` away from it is refused.
+  // `clock` is the camera's; a Created more than `tolerance` away from it is refused. With `once`, so is a
+  // token that was used before (not the default of cameras: some clients make a new nonce only once a second).
   AuthResult Check(const pugi::xml_node& header, const std::string& user, const std::string& password,
-                   std::chrono::system_clock::time_point clock, std::chrono::seconds tolerance);
+                   std::chrono::system_clock::time_point clock, std::chrono::seconds tolerance, bool once);
 
  private:
   bool FirstUse(const std::string& key);

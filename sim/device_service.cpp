@@ -155,6 +155,25 @@ COutcome GetNetworkInterfaces(CCall& call) {
   return {};
 }
 
+// The first address of the camera's network, as routers have it.
+std::string Gateway(const CCameraModel& model) {
+  return model.address.substr(0, model.address.rfind('.')) + ".1";
+}
+
+COutcome GetNetworkDefaultGateway(CCall& call) {
+  Add(Add(call.out, "tds:NetworkGateway"), "tt:IPv4Address", Gateway(call.model));
+  return {};
+}
+
+COutcome GetDNS(CCall& call) {
+  pugi::xml_node node = Add(call.out, "tds:DNSInformation");
+  Add(node, "tt:FromDHCP", "false");
+  pugi::xml_node server = Add(node, "tt:DNSManual");
+  Add(server, "tt:Type", "IPv4");
+  Add(server, "tt:IPv4Address", Gateway(call.model));
+  return {};
+}
+
 constexpr COperation kOperations[] = {
     {"GetSystemDateAndTime", true, GetSystemDateAndTime},
     {"GetDeviceInformation", true, GetDeviceInformation},
@@ -164,6 +183,8 @@ constexpr COperation kOperations[] = {
     {"GetHostname", true, GetHostname},
     {"GetScopes", false, GetScopes},
     {"GetNetworkInterfaces", false, GetNetworkInterfaces},
+    {"GetNetworkDefaultGateway", false, GetNetworkDefaultGateway},
+    {"GetDNS", false, GetDNS},
 };
 
 }  // namespace

@@ -25,6 +25,7 @@ const std::vector<CQuirkDef>& Table() {
        {},
        "seconds that the camera's clock is ahead (negative: behind)"},
       {"clock_tolerance", &CQuirks::clockTolerance, {}, "seconds that a login's creation time may be off"},
+      {"reject_replay", &CQuirks::rejectReplay, {}, "a login with a nonce and time seen before is refused"},
       {"auth_device_info", &CQuirks::authDeviceInfo, {}, "GetDeviceInformation demands a login"},
       {"bare_401", &CQuirks::bare401, {}, "a missing login is answered by 401 without a body"},
       {"no_snapshot", &CQuirks::noSnapshot, {}, "no snapshots"},

@@ -8,6 +8,7 @@
 struct CQuirks {
   int clockOffset = 0;      // seconds that the camera's clock is ahead of ours
   int clockTolerance = 10;  // seconds that a login's creation time may differ from the camera's clock
+  bool rejectReplay = false;
   bool authDeviceInfo = false;
   bool bare401 = false;
   bool noSnapshot = false;

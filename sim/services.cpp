@@ -41,8 +41,8 @@ CFault NotSupported(const std::string& reason) {
 AuthResult CSoapServer::Authorise(const CSoapRequest& request, const std::string& authorization,
                                   const std::string& nonce) {
   const auto tolerance = std::chrono::seconds(m_model.quirks.clockTolerance);
-  const AuthResult token =
-      m_tokens.Check(request.Header(), m_model.user, m_model.password, m_model.Clock(), tolerance);
+  const AuthResult token = m_tokens.Check(request.Header(), m_model.user, m_model.password, m_model.Clock(),
+                                          tolerance, m_model.quirks.rejectReplay);
   if (token != AuthResult::missing) return token;
   return CheckHttpAuth(authorization, "POST", m_model.user, m_model.password, nonce);
 }
