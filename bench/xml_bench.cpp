@@ -197,51 +197,36 @@ void ParseIndented(benchmark::State& state) {  // a line for each tag, as some c
 }
 BENCHMARK(ParseIndented)->Unit(benchmark::kMicrosecond);
 
-// A megabyte that a small reader would take minutes for, or never return from.
-std::string Hostile(int kind) {
-  constexpr size_t SIZE = 1000000;
-  std::string text = "<r>";
-  for (int i = 0; text.size() < SIZE; ++i) {
-    const std::string n = std::to_string(i);
-    switch (kind) {
-      case 0:
-        text += "<a" + n + ">";
-        break;  // never closed
-      case 1:
-        text += "<a>";
-        break;  // one name, never closed
-      case 2:
-        text += "</";
-        break;  // only beginnings of closing tags
-      case 3:
-        text += "<a" + n + "><b" + n + "></a" + n + " />z<z>";
-        break;  // crossing
-      case 4:
-        text += "<a\" " + n + "\">";
-        break;  // blanks in names
-      case 5:
-        text += "<>";
-        break;  // nothing but nesting
-      case 6:
-        text += "<b><c/>";
-        break;
-      default:
-        text += (i % 1000 == 999 ? ">" : "<a b");
-        break;
-    }
-  }
-  if (kind == 5) return text + "</></r>";
-  if (kind == 1) return text + "</a></r>";
-  if (kind == 3) {
-    for (int i = 40000; i-- > 0;) text += "</b" + std::to_string(i) + ">";
-  }
-  return text + "</r>";
-}
+// A megabyte of one piece again and again (`#`: its number), between the tags of a root: what a reader that
+// searches the text for each tag takes minutes for, or never returns from.
+struct CHostile {
+  const char *Name, *Piece, *Tail;
+};
+constexpr CHostile HOSTILE[] = {
+    {"unclosed in turn", "<p><a#></p>", ""},
+    {"one name unclosed", "<a>", "</a>"},
+    {"nameless", "<>", "</>"},
+    {"closing tags only", "<p></", "></p>"},
+    {"half tags", "<a#><b#></a# />z<z>", "</b0>"},
+    {"crossing", "<a#><b#></a# />z<z>", "</b9></b8></b7></b6></b5></b4></b3></b2></b1></b0>"},
+    {"blanks in names", "<p><a\" #\"></p>", ""},
+    {"self-closing", "<b><c/></b>", ""},
+    {"quotes", "\"\"", "<a>1</a>"},
+    {"attributes", "<a b c d e f=\"#\"></a>", ""},
+    {"question marks", "?<", "></a>"},
+};
 
 void ParseHostile(benchmark::State& state) {
-  ParseText(state, Hostile(static_cast<int>(state.range(0))));
+  const CHostile& kind = HOSTILE[state.range(0)];
+  std::string text = "<r>";
+  for (int i = 0; text.size() < 1000000; ++i) {
+    for (const char* p = kind.Piece; *p != '\0'; ++p)
+      text += *p == '#' ? std::to_string(i) : std::string(1, *p);
+  }
+  state.SetLabel(kind.Name);
+  ParseText(state, text + kind.Tail + "</r>");
 }
-BENCHMARK(ParseHostile)->DenseRange(0, 7)->Unit(benchmark::kMillisecond);
+BENCHMARK(ParseHostile)->DenseRange(0, std::ssize(HOSTILE) - 1)->Unit(benchmark::kMillisecond);
 
 void ParseNested(benchmark::State& state) {  // different names, each inside the one before, all closed
   std::string text, closing;

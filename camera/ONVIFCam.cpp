@@ -64,6 +64,7 @@ CONVIFCam::~CONVIFCam() {
   m_Queue.DropAll();
   StopWorkers();
   FreeEventPort(m_wEventPort);
+  const CMainThreadLock lock;  // under which clients come and go
   CIntercomServer::Instance()->RemoveClient(this);
 }
 
@@ -136,14 +137,21 @@ void CONVIFCam::SetURL(CGXString CONVIFCam::*field, const CGXString& url) {
 
 void CONVIFCam::SetConfigURL(CGXString url) {
   if (ServiceURL() == url) return;
-  SetURL(&CONVIFCam::m_ServiceURL, url);
+  {
+    const CGXLock lock(m_IdentityLock);
+    m_ServiceURL = m_PTZURL = url;
+  }
   // What was loaded is that of the camera at the old address, and its streams would go on for ever.
   StopThread();
-  StopWorkers();
-  for (CGXThread& thread : m_StreamThreads) thread.Reset();
-  m_QueueThread.Reset();
+  LeaveIntercom();
+  m_Queue.DropAll();
+  {
+    const CGXLock lock(m_QueueStartLock);  // a push meanwhile starts its worker afterwards
+    StopWorkers();
+    for (CGXThread& thread : m_StreamThreads) thread.Reset();
+    m_QueueThread.Reset();
+  }
   m_RunState.Reset();
-  StartONVIFThread();  // for what was pushed meanwhile
   StartThread(THREAD_NAME_AFTER_MOVE);
 }
 
@@ -342,10 +350,10 @@ CProfile* CONVIFCam::PTZProfile(const CProfileConfig& profiles) {
 }
 
 CUserSettingsRef CONVIFCam::FindUserSettings(const void* entry) const {
-  for (const CUserConfigRef& list : {H264Settings(), JPEGSettings()})
-    for (CONVIFUserSettings* own = list->Settings(); own != nullptr; own = own->Next())
-      if (own == entry) return {list, own};
-  return nullptr;
+  const CUserConfigRef h264 = H264Settings(), jpeg = JPEGSettings();
+  CONVIFUserSettings* const own = ::FindUserSettings(*h264, *jpeg, entry);
+  if (own == nullptr) return nullptr;
+  return {std::make_shared<std::pair<CUserConfigRef, CUserConfigRef>>(h264, jpeg), own};
 }
 
 bool CONVIFCam::GetCameraAddress(sockaddr_in* address) const {

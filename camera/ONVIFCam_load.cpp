@@ -68,6 +68,8 @@ bool CONVIFCam::LoadONVIF_TimeSync() {
   // Without login: the login needs this clock.
   const CMsgRef reply(
       CONVIF::DoQuery_HTTP(ServiceURL(), "GetSystemDateAndTime", NS_ONVIF_DEVICE, QUERY_TIMEOUT_MS));
+  // Both names stand in the element's own, so the numbers are looked for in all of it: some devices have no
+  // Time or Date of their own in it.
   const CONVIFMsg* const utc = reply != nullptr ? reply->FindSubMSG("UTCDateTime") : nullptr;
   const CONVIFMsg* const time = utc != nullptr ? utc->FindSubMSG("Time") : nullptr;
   const CONVIFMsg* const date = utc != nullptr ? utc->FindSubMSG("Date") : nullptr;
@@ -184,6 +186,7 @@ bool CONVIFCam::LoadONVIF_SnapshotConfig() {
   for (CProfile* profile = profiles->Profiles(); profile != nullptr; profile = profile->Next()) {
     const CMsgRef reply = Ask(MediaURL(), "GetSnapshotUri", NS_ONVIF_MEDIA, "ProfileToken", profile->Token());
     const CONVIFMsg* const response = reply != nullptr ? reply->FindResponseMSG("GetSnapshotUri") : nullptr;
+    // With the colon: "MediaUri" around it would match without.
     const CGXString uri = response != nullptr ? response->FindSubMSGValue(":Uri", 0) : CGXString();
     if (uri.IsEmpty()) continue;
     profile->SnapshotUri(UnformatHTTPString(uri));

@@ -187,7 +187,11 @@ void CONVIFCam::RequestDVR(CRunState::Epoch since) {
 }
 
 void CONVIFCam::FileThreadOnIdle() {
-  if (m_RunState.TakeDVRRequest()) StartDVR();
+  if (m_RunState.Has(STATE_DVR_REQUESTED)) {
+    const CMainThreadLock lock;
+    // The user may have changed his mind since the connection thread asked.
+    if (lock && m_RunState.TakeDVRRequest() && (DVRFlags() & DVR_FLAG_WANTED) != 0) StartDVR();
+  }
   CVideoSystem::FileThreadOnIdle();
 }
 

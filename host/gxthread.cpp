@@ -54,6 +54,10 @@ void CGXSemaphore::SetEvent() {
 
 bool CGXSemaphore::WaitSignal(unsigned milliseconds) {
   const CGXDeadline deadline(milliseconds);
+  if (m_iEvent == -1) {  // out of descriptors: as if nobody signalled, rather than a loop without pause
+    GXPause(deadline);
+    return false;
+  }
   // Several may wait: who finds the signal taken waits on.
   while (GXPoll(m_iEvent, GXT_POLL::Read, deadline))
     if (TakeSignal(m_iEvent)) return true;
@@ -172,6 +176,7 @@ bool CGXThread::WaitComplete(unsigned milliseconds) {
 }
 
 void CGXThread::Cancel() {
+  const std::lock_guard<std::mutex> hold(m_pState->Lock);  // flag and signal as one, towards Reset
   m_pState->Cancelled = true;
   Signal(m_pState->CancelEvent);
 }

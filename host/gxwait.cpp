@@ -19,7 +19,7 @@ bool PollCancellable(pollfd awaited, const CGXDeadline& deadline) {
     const int left = deadline.Left();
     const int ready = poll(both, 2, left);
     if (CGXThread::CurrentCancelled()) return false;
-    if (ready > 0) return (both[0].revents & POLLNVAL) == 0;
+    if (both[0].revents != 0) return (both[0].revents & POLLNVAL) == 0;
     if (ready < 0 && errno != EINTR) return false;
     if (left == 0) return false;
   }

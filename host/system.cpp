@@ -176,8 +176,13 @@ bool CSystem::MayRemove() const {
 
 void CSystem::Retire(CSystemComponent* component) {
   component->Leaving(true);
-  CEventServer::Instance()->ForgetComponent(component->ID());
   if (auto* thread = dynamic_cast<CGeneralCommThread*>(component)) thread->RequestStop();
+}
+
+// Its thread may declare commands until it has ended.
+void CSystem::End(CSystemComponent* component) {
+  if (auto* thread = dynamic_cast<CGeneralCommThread*>(component)) thread->StopThread();
+  CEventServer::Instance()->ForgetComponent(component->ID());
 }
 
 bool CSystem::RemoveComponent(int id) {
@@ -194,7 +199,7 @@ bool CSystem::RemoveComponent(int id) {
   if (taken.empty()) return false;
   m_pState->WaitForReaders();
   Retire(taken.front().get());
-  if (auto* thread = dynamic_cast<CGeneralCommThread*>(taken.front().get())) thread->StopThread();
+  End(taken.front().get());
   return true;
 }
 
@@ -209,7 +214,7 @@ void CSystem::RemoveAllComponents() {
   m_pState->WaitForReaders();
   for (const auto& component : taken) Retire(component.get());
   for (auto& component : taken) {
-    if (auto* thread = dynamic_cast<CGeneralCommThread*>(component.get())) thread->StopThread();
+    End(component.get());
     component.reset();
   }
 }

@@ -67,7 +67,8 @@ class CSystem {
   friend class CComponentListLock;
   CSystem();
   ~CSystem();
-  void Retire(CSystemComponent* component);
+  static void Retire(CSystemComponent* component);
+  static void End(CSystemComponent* component);
   bool MayRemove() const;
   void FileThreadPass();
   static unsigned FileThreadEntry(void* self);

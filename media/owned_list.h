@@ -16,7 +16,6 @@ class COwnedList {
   COwnedList& operator=(const COwnedList&) = delete;
 
   T* Head() const { return m_pHead; }  // null when empty
-  bool IsEmpty() const { return Head() == nullptr; }
 
   T* Append(std::unique_ptr<T> entry) {  // at the tail; returns it
     T* const added = entry.release();

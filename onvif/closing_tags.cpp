@@ -36,7 +36,7 @@ size_t FindClosing(std::string_view text, size_t from) {
 
 // ---- CClosingTagIndex ----
 
-// Begins with the address of the text: a camera cannot know it, and so cannot choose names that collide.
+// Begins with the address of the text, so that names which collide here do not collide in the next answer.
 uint64_t CClosingTagIndex::Hash(std::string_view name) const {
   uint64_t hash = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(m_Text.data())) * HASH_FACTOR ^ name.size();
   const auto mix = [&hash](uint64_t word) {

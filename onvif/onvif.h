@@ -28,7 +28,8 @@ class CONVIF {
   static CGXString Prefix(CGXString prefix, CGXString name);  // "prefix:name"
 
   // ---- Queries. `timeout` in ms for each exchange. An answer is any XML that came back, a fault or an error
-  // page included: success is that FindResponseMSG finds the operation ---- The operation without arguments.
+  // page included: success is that FindResponseMSG finds the operation. ----
+  // The operation without arguments.
   static CONVIFMsg* DoQuery_HTTP(CGXString url, CGXString action, CGXString ns, int timeout);
   // A whole envelope, which stays the caller's.
   static CONVIFMsg* DoQuery_HTTP(CGXString url, CGXString action, CGXString ns, CONVIFMsg* envelope,
@@ -52,8 +53,8 @@ class CONVIF {
 
   // ---- Discovery ----
   static bool TransmitDiscoveryProbe(int socket);
-  // Listens for 125 ms after the first answer, 500 ms when none comes. Appends each new service URL (new
-  // CGXString).
+  // Listens for 500 ms, and no longer than 125 ms once answers come; later ones are left for the next call.
+  // Appends each new service URL (new CGXString).
   static void ListenForDeviceURL(int socket, CGXObList* urls);
   // Appends the "http:" addresses of one answer (NUL-terminated behind `length`, altered) that `urls` has not
   // yet.

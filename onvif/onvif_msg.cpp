@@ -31,7 +31,7 @@ std::string_view TrimQuotes(std::string_view text) {
 }
 
 std::string_view TextBetween(const char* begin, const char* end) {
-  return begin < end ? std::string_view(begin, static_cast<size_t>(end - begin)) : std::string_view(begin, 0);
+  return {begin, begin < end ? static_cast<size_t>(end - begin) : 0};
 }
 
 size_t FindDeclaration(std::string_view text) {

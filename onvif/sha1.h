@@ -1,4 +1,4 @@
-// SHA-1 (FIPS 180-1) of a stream of bytes, with the length bytes as the cameras' side of this system has them.
+// SHA-1 (FIPS 180-1) of a stream of bytes, with two length bytes of long messages exchanged: see pad().
 #pragma once
 
 #include <cstdint>

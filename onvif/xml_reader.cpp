@@ -24,8 +24,9 @@ bool IsClosingTag(const char* p, const char* end, std::string_view name) {
 }  // namespace
 
 const char* ValueEnd(const char* p, const char* end) {
+  const char* stop = FindChar(p, end, '<');
   for (;;) {
-    const char* const stop = FindChar(p, end, '<');
+    if (stop != nullptr && stop < p) stop = FindChar(p, end, '<');
     const char* const quote = FindChar(p, stop != nullptr ? stop : end, '"');
     if (quote == nullptr) return stop != nullptr ? stop : end;
     const char* const closing = FindChar(quote + 1, end, '"');
@@ -50,14 +51,12 @@ void CXmlReader::Read(CONVIFMsg* root, std::string_view content) {
 void CXmlReader::ReadStep() {
   Open& open = m_Open.back();
   open.Pos = SkipBlanks(open.Pos, open.End);
-  if (open.Pos >= open.End) {
-    m_Open.pop_back();
-  } else if (*open.Pos != '<') {
+  if (open.Pos < open.End && *open.Pos != '<') {
     const char* const end = ValueEnd(open.Pos, open.End);
     open.NextValue = AddText({open.Pos, Distance(open.Pos, end)}, open.NextValue);
     Spend(Distance(open.Pos, end));
     open.Pos = end;
-  } else if (!ReadElement(&open)) {
+  } else if (open.Pos >= open.End || !ReadElement(&open)) {
     m_Open.pop_back();
   }
 }

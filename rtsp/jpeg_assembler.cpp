@@ -49,7 +49,7 @@ bool CJPEGAssembler::Fragment::Parse(const unsigned char* p, int length) {
 }
 
 // The system zeroes large blocks when they are first touched, so a stream of small pictures stays small and a
-// gap in a damaged picture shows no other data.
+// gap in a damaged picture shows nothing but earlier pictures of this stream.
 CJPEGAssembler::CJPEGAssembler()
     : m_pAssembly(static_cast<unsigned char*>(std::calloc(CAPACITY, 1))),
       m_pFinished(static_cast<unsigned char*>(std::calloc(CAPACITY, 1))) {

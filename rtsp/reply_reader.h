@@ -24,6 +24,7 @@ class CReplyReader {
   std::span<char> Room();     // where to receive to; empty when nothing more is accepted
   State Added(size_t bytes);  // after `bytes` were received to there
 
+  bool Begun() const { return !m_bSkipLead; }  // false while only the rest of an earlier body has come
   std::string_view Text() const { return {m_pReply, m_iHeld}; }
   bool BodyUnread() const { return m_bBodyUnread || m_iMissing > 0; }  // the rest of its body is still to come
 

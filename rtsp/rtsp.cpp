@@ -54,6 +54,8 @@ CRTSP::CRTSP(CGXString url, CGXString trackUrl, RTP_TRANSPORT transport, CGXStri
 }
 
 CRTSP::~CRTSP() {
+  m_RTP.Close();  // first: another session may take the port as soon as it is free
+  m_RTCP.Close();
   ReleasePort();
 }
 
@@ -77,6 +79,7 @@ int CRTSP::Init(CRTSPProfile* profile) {
 }
 
 int CRTSP::OpenPortPair() {
+  m_RTCP.Close();
   ReleasePort();
   m_wLocalPort = GetRTPPort();
   m_bPortHeld = m_wLocalPort != 0;
@@ -88,6 +91,7 @@ int CRTSP::OpenPortPair() {
   }
   if (m_RTP.IsOpen()) m_RTCP = CreateDatagramSocket();
   if (!m_RTCP.IsOpen()) {
+    m_RTP.Close();
     ReleasePort();
     m_wLocalPort = 0;
     return 0;

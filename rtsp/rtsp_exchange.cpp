@@ -16,7 +16,7 @@ namespace {
 constexpr const char* USER_AGENT = "User-Agent: NORVA RTP Client";
 constexpr const char* CHALLENGE = "WWW-Authenticate:";
 constexpr int REQUEST_BYTES = 1024;
-constexpr unsigned SEND_MS = 1000;
+constexpr unsigned SEND_MS = 0;  // a camera that does not read its requests must not hold the stream's thread
 constexpr unsigned FIRST_REPLY_MS = 5000;  // until a reply begins
 constexpr unsigned NEXT_REPLY_MS = 1000;   // between its pieces
 constexpr unsigned EXCHANGE_MS = 20000;    // altogether, for a camera that sends a byte now and then
@@ -83,6 +83,9 @@ void CRTSP::MakeMD5String(const char* text, char* out) const {
 }
 
 int CRTSP::SendRequest(const char* url, const char* method, const char* extraHeaders) {
+  // URLs come from cameras: one that holds a line end could add lines of its own to the request.
+  for (const char* p = url; *p != 0; ++p)
+    if (static_cast<unsigned char>(*p) < ' ') return 0;
   const bool extra = extraHeaders != nullptr && extraHeaders[0] != 0;
   char request[REQUEST_BYTES];
   const int length =
@@ -130,13 +133,13 @@ CRTSP::Reply CRTSP::ReadReply(CReplyReader& reader) {
       LOGE("Error Reading from Socket (%d)", NORVA_GetLastError());
       return Reply::FAILED;
     }
-    wait = NEXT_REPLY_MS;
     const CReplyReader::State state = reader.Added(static_cast<size_t>(received));
+    if (reader.Begun()) wait = NEXT_REPLY_MS;
     if (state == CReplyReader::State::COMPLETE) return Reply::READ;
     if (state == CReplyReader::State::UNAUTHORIZED) return Reply::UNAUTHORIZED;
   }
   // A reply that stops in the middle is taken as far as it came: some cameras announce more than they send.
-  if (!reader.Text().empty()) return Reply::READ;
+  if (reader.Begun() && !reader.Text().empty()) return Reply::READ;
   LOGE("No Bytes Received");
   return Reply::FAILED;
 }
@@ -208,6 +211,7 @@ int CRTSP::SetupUDP() {
 int CRTSP::SetupTCP() {
   LOGI("InitSession:TCP");
   char reply[RTSP_REPLY_BYTES + 1] = {};
+  // The status is not looked at beyond this: a camera that refused sends nothing, and the stream ends for that.
   if (!RTSPExchange(m_TrackURL, "SETUP", "Transport: RTP/AVP/TCP;unicast;interleaved=0-1", reply,
                     RTSP_REPLY_BYTES, 0)) {
     LOGE("RTSPExchange(SETUP) Failed:\n%s", reply);
@@ -235,6 +239,7 @@ int CRTSP::SetupTCP() {
   LOGI("Found Session ID %s", session);
   TakeSessionID(session);
   LOGI("Session ID %s", m_SessionID);
+  // No Range here: cameras were found that refuse one on an interleaved session of live pictures.
   CGXString extra;
   extra.Format("Session: %s", m_SessionID);
   LOGI("Calling Play...");
