@@ -197,6 +197,40 @@ void ParseIndented(benchmark::State& state) {  // a line for each tag, as some c
 }
 BENCHMARK(ParseIndented)->Unit(benchmark::kMicrosecond);
 
+// Lists of self-closing elements, as other cameras write them.
+std::string SelfClosingAnswer() {
+  std::string text = Answer();
+  const std::string pair = "\"60\"></tt:SimpleItem>";
+  const std::string closed = "\"60\"/><tt:SimpleItem Name=\"Layout\" Value=\"1\"/>";
+  for (size_t at = text.find(pair); at != std::string::npos; at = text.find(pair))
+    text.replace(at, pair.size(), closed);
+  return text;
+}
+
+void ParseSelfClosing_ours(benchmark::State& state) {
+  ParseText(state, SelfClosingAnswer());
+}
+BENCHMARK(ParseSelfClosing_ours)->Unit(benchmark::kMicrosecond);
+
+// An opening tag behind a self-closing element: more than the reader of regular documents takes.
+void ParseGeneral(benchmark::State& state) {
+  std::string text = Answer();
+  ParseText(state, text.replace(text.find("<trt:Profiles "), 0, "<a><b/><c>1</c></a>"));
+}
+BENCHMARK(ParseGeneral)->Unit(benchmark::kMicrosecond);
+
+void ParseSelfClosing_pugixml(benchmark::State& state) {
+  const std::string text = SelfClosingAnswer();
+  std::string buffer;
+  for (auto _ : state) {
+    buffer = text;
+    pugi::xml_document document;
+    document.load_buffer_inplace(buffer.data(), buffer.size());
+  }
+  Account(state, text.size());
+}
+BENCHMARK(ParseSelfClosing_pugixml)->Unit(benchmark::kMicrosecond);
+
 // A megabyte of one piece again and again (`#`: its number), between the tags of a root: what a reader that
 // searches the text for each tag takes minutes for, or never returns from.
 struct CHostile {

@@ -80,8 +80,20 @@ CXmlRegularReader::Result CXmlRegularReader::ReadOpening() {
   (parent->m_pFirst == nullptr ? parent->m_pFirst : parent->m_pLast->m_pNext) = node;
   parent->m_pLast = node;
   m_Pos = close + 1;
-  if (close[-1] == '/') return *m_Pos == '<' && m_Pos[1] == '/' ? ReadClosing() : GIVE_UP;
+  if (close[-1] == '/') return SkipBehindSelfClosing();
   m_Open.push_back({node, &node->m_pValues});
+  return GO_ON;
+}
+
+// The tag behind a self-closing element is skipped with it: the closing tag of its parent, or another
+// self-closing one.
+CXmlRegularReader::Result CXmlRegularReader::SkipBehindSelfClosing() {
+  while (*m_Pos == ' ') ++m_Pos;
+  if (*m_Pos != '<') return GIVE_UP;
+  if (m_Pos[1] == '/') return ReadClosing();
+  const char* const close = FindChar(m_Pos, m_pTextEnd, '>');
+  if (close == nullptr || close[-1] != '/' || FindChar(m_Pos + 1, close, '<') != nullptr) return GIVE_UP;
+  m_Pos = close + 1;
   return GO_ON;
 }
 

@@ -8,10 +8,10 @@
 #include <vector>
 
 // Gives up at anything out of the ordinary: a tag that is not the expected closing tag, an element inside one
-// of the same name, quotes in a text, a `<` in a tag, a self-closing element with a sibling, unusual depth. As
-// long as nothing of that occurs, every `</` of the text is met as a tag and closes the innermost element, so
-// the first closing tag of a name is always the one that belongs to the element, and the tree is that of
-// CXmlReader.
+// of the same name, quotes in a text, a `<` in a tag, an opening tag behind a self-closing element, unusual
+// depth. As long as nothing of that occurs, every `</` of the text is met as a tag and closes the innermost
+// element, so the first closing tag of a name is always the one that belongs to the element, and the tree is
+// that of CXmlReader.
 class CXmlRegularReader {
  public:
   CXmlRegularReader(CXmlDocument& document, CONVIFMsg* root, std::string_view content);
@@ -28,6 +28,7 @@ class CXmlRegularReader {
   Result ReadValue();
   Result ReadOpening();
   Result ReadClosing();
+  Result SkipBehindSelfClosing();
   const char* ReadAttributes(CONVIFMsg* node, const char* blank);
   bool IsOpen(const CONVIFMsg& node) const;
   bool InRoot() const { return m_Open.size() == 1; }
