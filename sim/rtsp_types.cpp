@@ -7,6 +7,7 @@
 namespace {
 
 constexpr char kProfileKey[] = "camera-profile", kOwnerKey[] = "camera-owner";
+constexpr char kLatestKey[] = "camera-latest-media";
 
 struct CameraClient {
   GstRTSPClient parent;
@@ -130,17 +131,38 @@ GstElement* CreateElement(GstRTSPMediaFactory* factory, const GstRTSPUrl*) {
   return OwnerOf(factory)->MakePipeline(FactoryProfile(factory));
 }
 
+// The media that a factory made last, and the number of its key.
+struct CLatestMedia {
+  CLatestMedia() { g_weak_ref_init(&media, nullptr); }
+  ~CLatestMedia() { g_weak_ref_clear(&media); }
+  GWeakRef media;
+  gint generation = 0;
+};
+
+CLatestMedia* LatestOf(gpointer factory) {
+  return static_cast<CLatestMedia*>(g_object_get_data(G_OBJECT(factory), kLatestKey));
+}
+
 void Configure(GstRTSPMediaFactory* factory, GstRTSPMedia* media) {
   const gpointer parent = g_type_class_peek(GST_TYPE_RTSP_MEDIA_FACTORY);
   static_cast<GstRTSPMediaFactoryClass*>(parent)->configure(factory, media);
   const std::string profile = FactoryProfile(factory);
   g_object_set_data_full(G_OBJECT(media), kProfileKey, g_strdup(profile.c_str()), g_free);
+  g_weak_ref_set(&LatestOf(factory)->media, media);
   OwnerOf(factory)->MediaMade(profile, media);
 }
 
-// One media a profile, whatever URL of it (with a track or without) is asked for first.
+// One media a profile, whatever URL of it (with a track or without) is asked for first. A media that is
+// shutting down would answer 503 until it is gone: who comes meanwhile, often the client that has just
+// described it, gets a new one.
 gchar* GenKey(GstRTSPMediaFactory* factory, const GstRTSPUrl*) {
-  return g_strdup(FactoryProfile(factory).c_str());
+  CLatestMedia* latest = LatestOf(factory);
+  if (gpointer media = g_weak_ref_get(&latest->media)) {
+    if (gst_rtsp_media_get_status(GST_RTSP_MEDIA(media)) == GST_RTSP_MEDIA_STATUS_UNPREPARING)
+      g_atomic_int_inc(&latest->generation);
+    g_object_unref(media);
+  }
+  return g_strdup_printf("%s %d", FactoryProfile(factory).c_str(), g_atomic_int_get(&latest->generation));
 }
 
 void FactoryClassInit(gpointer klass, gpointer) {
@@ -171,6 +193,8 @@ GstRTSPMediaFactory* NewCameraFactory(CRtspServer* owner, const std::string& pro
   auto* factory = GST_RTSP_MEDIA_FACTORY(g_object_new(g_type, nullptr));
   g_object_set_data(G_OBJECT(factory), kOwnerKey, owner);
   g_object_set_data_full(G_OBJECT(factory), kProfileKey, g_strdup(profileToken.c_str()), g_free);
+  g_object_set_data_full(G_OBJECT(factory), kLatestKey, new CLatestMedia,
+                         [](gpointer latest) { delete static_cast<CLatestMedia*>(latest); });
   gst_rtsp_media_factory_set_shared(factory, TRUE);
   return factory;
 }
