@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -18,31 +17,37 @@ namespace {
 
 constexpr int PICTURES = 10;
 
-// A stream of a simulated camera that plays until the object goes. The describing connection stays open
-// meanwhile.
+// What a camera says of a stream. The connection stays open: a stream that nobody looks at any more is put
+// away.
+struct CDescribed {
+  explicit CDescribed(const char* url)
+      : URL(url), Session(url, url, RTP_TRANSPORT_TCP, "admin", "secret", -1, nullptr, nullptr) {
+    char answer[2049] = {};
+    EXPECT_TRUE(Session.RTSPExchange(url, "DESCRIBE", "Accept: application/sdp", answer, 2048, 0));
+    Description.Parse(answer, 2048, url);
+  }
+
+  const CGXString URL;
+  CRTSP Session;
+  CSessionDescription Description;
+};
+
+// A stream that plays until the object goes.
 class CStream {
  public:
-  CStream(const std::string& url, RTP_TRANSPORT transport)
-      : m_Describe(url.c_str(), url.c_str(), RTP_TRANSPORT_TCP, "admin", "secret", -1, nullptr, nullptr) {
-    char answer[2049] = {};
-    EXPECT_TRUE(m_Describe.RTSPExchange(url.c_str(), "DESCRIBE", "Accept: application/sdp", answer, 2048, 0));
-    m_Description.Parse(answer, 2048, url.c_str());
-    const CGXString track = m_Description.ControlURLVideo();
-    m_Profile.ControlURL(track);
-    m_pSession =
-        std::make_unique<CRTSP>(url.c_str(), track, transport, "admin", "secret", -1, nullptr, nullptr);
-    EXPECT_TRUE(m_pSession->Login() && m_pSession->Init(&m_Profile) && m_pSession->InitSession());
+  CStream(const CDescribed& described, RTP_TRANSPORT transport)
+      : m_Session(described.URL, described.Description.ControlURLVideo(), transport, "admin", "secret", -1,
+                  nullptr, nullptr) {
+    CRTSPProfile profile;
+    profile.ControlURL(described.Description.ControlURLVideo());
+    EXPECT_TRUE(m_Session.Login() && m_Session.Init(&profile) && m_Session.InitSession());
   }
-  ~CStream() { m_pSession->Stop(); }
+  ~CStream() { m_Session.Stop(); }
 
-  const CSessionDescription& Description() const { return m_Description; }
-  int Next(unsigned char* packet, int size) { return m_pSession->WaitNextPacket(packet, size, 5000); }
+  int Next(unsigned char* packet, int size) { return m_Session.WaitNextPacket(packet, size, 5000); }
 
  private:
-  CRTSP m_Describe;
-  CSessionDescription m_Description;
-  CRTSPProfile m_Profile;
-  std::unique_ptr<CRTSP> m_pSession;
+  CRTSP m_Session;
 };
 
 // What a program that is not ours says about these bytes, standard error included.
@@ -67,11 +72,10 @@ void PlayJPEG(CStream& stream) {
   }
 }
 
-void PlayH264(CStream& stream) {
+void PlayH264(CStream& stream, const std::vector<unsigned char>& sets) {
   CH264Depacketizer depacketizer(-1);
   CAccessUnitCollector collector;
   std::vector<unsigned char> nal(128000);
-  const std::vector<unsigned char>& sets = stream.Description().StartupData();
   EXPECT_FALSE(sets.empty());
   std::string movie(sets.begin(), sets.end());
   unsigned char packet[2048];
@@ -93,13 +97,14 @@ void PlayH264(CStream& stream) {
 }  // namespace
 
 TEST(RtspCamsim, PicturesAreWholeOverBothTransports) {
-  CCamsim cameras({"--camera", "ptz", "--camera", "door"});
-  ASSERT_TRUE(cameras.Ready()) << cameras.Output();
   for (const RTP_TRANSPORT transport : {RTP_TRANSPORT_TCP, RTP_TRANSPORT_UDP}) {
     SCOPED_TRACE(transport == RTP_TRANSPORT_TCP ? "TCP" : "UDP");
-    CStream door("rtsp://127.0.0.12:8554/live.sdp", transport);
-    PlayJPEG(door);
-    CStream ptz("rtsp://127.0.0.11:8554/Profile_1", transport);
-    PlayH264(ptz);
+    CCamsim cameras({"--camera", "ptz", "--camera", "door"});
+    ASSERT_TRUE(cameras.Ready()) << cameras.Output();
+    const CDescribed door("rtsp://127.0.0.12:8554/live.sdp"), ptz("rtsp://127.0.0.11:8554/Profile_1");
+    CStream jpeg(door, transport);
+    PlayJPEG(jpeg);
+    CStream h264(ptz, transport);
+    PlayH264(h264, ptz.Description.StartupData());
   }
 }
