@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdarg>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
@@ -17,13 +16,9 @@ std::string Dump(const json& value) {
   return value.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
 }
 
-std::string Text(const char* format, ...) __attribute__((format(printf, 1, 2)));
-std::string Text(const char* format, ...) {
-  char text[256];
-  va_list arguments;
-  va_start(arguments, format);
-  std::vsnprintf(text, sizeof text, format, arguments);
-  va_end(arguments);
+std::string Fixed(double value, int digits) {
+  char text[64];
+  std::snprintf(text, sizeof text, "%.*f", digits, value);
   return text;
 }
 
@@ -70,8 +65,8 @@ std::string MotionText(int motion) {
 std::string StreamsText(const CCameraStatus& status) {
   std::string text;
   for (const CStreamStatus& stream : status.Streams)
-    text += Text("%s%s %dx%d %.1f fps", text.empty() ? "" : ", ", stream.Kind.c_str(), stream.Width,
-                 stream.Height, stream.FPS);
+    text += (text.empty() ? "" : ", ") + stream.Kind + " " + std::to_string(stream.Width) + "x" +
+            std::to_string(stream.Height) + " " + Fixed(stream.FPS, 1) + " fps";
   return text.empty() ? "none" : text;
 }
 
@@ -79,8 +74,8 @@ std::string StateText(const CCameraStatus& status) {
   std::string text = status.State;
   if (!status.Reason.empty()) text += ": " + status.Reason;
   if (status.State == "loading" && !status.Step.empty()) text += ": " + status.Step;
-  if (status.SecondsToRunning >= 0) text += Text(" (up after %.2f s", status.SecondsToRunning);
-  if (status.SecondsToPicture >= 0) text += Text(", first picture %.2f s", status.SecondsToPicture);
+  if (status.SecondsToRunning >= 0) text += " (up after " + Fixed(status.SecondsToRunning, 2) + " s";
+  if (status.SecondsToPicture >= 0) text += ", first picture " + Fixed(status.SecondsToPicture, 2) + " s";
   return text + (status.SecondsToRunning >= 0 ? ")" : "");
 }
 
@@ -134,14 +129,13 @@ std::vector<std::string> CameraLines(const CCameraStatus& s, size_t width) {
   add(std::to_string(s.ID) + "  " + s.Name + "   " + s.Manufacturer + " " + s.Model + ", serial " +
       (s.Serial.empty() ? "?" : s.Serial) + "   " + s.ServiceURL);
   add("   " + StateText(s));
-  add("   " + Text("%.1f", s.FPS) + " pictures/s   motion " + MotionText(s.Motion) +
+  add("   " + Fixed(s.FPS, 1) + " pictures/s   motion " + MotionText(s.Motion) +
       "   streams: " + StreamsText(s));
   add("   last: " + s.LastLine);
-  if (!s.Pictures.empty())
-    add("   pictures " + s.Pictures.back() + Text(" (%lld)", static_cast<long long>(s.JPEGFrames)));
+  if (!s.Pictures.empty()) add("   pictures " + s.Pictures.back() + " (" + std::to_string(s.JPEGFrames) + ")");
   if (!s.Recordings.empty())
     add("   recording " + s.Recordings.back() +
-        (s.H264Frames > 0 ? Text(" (%lld H.264)", static_cast<long long>(s.H264Frames)) : ""));
+        (s.H264Frames > 0 ? " (" + std::to_string(s.H264Frames) + " H.264)" : ""));
   if (!s.Problem.empty()) add("   PROBLEM: " + s.Problem);
   return lines;
 }
