@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr size_t BLOCK_BYTES = 256 * 1024;
+constexpr size_t BLOCK_BYTES = 512 * 1024;
 
 bool Exchange(int fd, const std::string& request, std::string* surplus) {
   if (send(fd, request.data(), request.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(request.size()))

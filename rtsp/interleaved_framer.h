@@ -8,7 +8,10 @@
 
 class CInterleavedFramer {
  public:
-  static constexpr size_t CAPACITY = 128 * 1024;  // above the longest frame with its header, 65539 bytes
+  // The larger the blocks that the system hands over, the fewer its acknowledgements, which are most of the
+  // cost of a fast stream. Only what a stream's bursts touch becomes memory. Holds the longest frame (65539
+  // bytes) many times.
+  static constexpr size_t CAPACITY = 512 * 1024;
 
   struct Frame {
     unsigned char Channel;
