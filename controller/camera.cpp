@@ -1,6 +1,7 @@
 #include "controller/camera.h"
 
 #include "controller/atomic_file.h"
+#include "controller/picture_clock.h"
 #include "host/comm_thread.h"
 #include "host/gxfile.h"
 #include "host/intercom.h"
@@ -9,7 +10,6 @@
 
 namespace {
 
-constexpr int64_t MICROSECONDS = 1000000;
 constexpr int MOST_STREAMS = 3;
 constexpr int MOST_ENTRIES = 1000;               // of the statistics
 constexpr char H264_STREAM_NAME[] = "H264-DVR";  // of the recorded stream in the statistics
@@ -192,7 +192,7 @@ void CCamera::DescribeStreamToRecorder() {
   CRTSPProfile profile;
   m_pVideo->DVREncodeProfile(&profile);
   const GXT_RESOLUTION size = m_pVideo->DVREncodeDimensions();
-  const int64_t interval = profile.FrameRate() > 0 ? MICROSECONDS / profile.FrameRate() : 0;
+  const int64_t interval = profile.FrameRate() > 0 ? RECORDING_HZ / profile.FrameRate() : 0;
   m_pRecorder->StreamInfo({profile.StartupData(), static_cast<size_t>(profile.NStartupData())},
                           {size.Width, size.Height, interval});
 }

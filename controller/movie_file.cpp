@@ -1,5 +1,7 @@
 #include "controller/movie_file.h"
 
+#include "controller/picture_clock.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -15,10 +17,9 @@ extern "C" {
 
 namespace {
 
-constexpr AVRational MICROSECONDS = {1, 1000000};
-constexpr int CLOCK_HZ = 90000;
-constexpr int64_t FALLBACK_DURATION = CLOCK_HZ / 25;  // of the last picture when it is the only one
-constexpr int FRAGMENT_US = 1000000;                  // what a kill may cost at most, in microseconds
+constexpr AVRational CLOCK = {1, RECORDING_HZ};
+constexpr int64_t FALLBACK_DURATION = RECORDING_HZ / 25;  // of the last picture when it is the only one
+constexpr int FRAGMENT_US = 1000000;                      // what a kill may cost at most, in microseconds
 constexpr int CLUSTER_MS = 1000;
 
 std::string Reason(int code) {
@@ -40,7 +41,7 @@ bool Describe(AVStream* stream, EMovieKind kind, int width, int height, CBytes s
   codec->codec_id = kind == EMovieKind::H264 ? AV_CODEC_ID_H264 : AV_CODEC_ID_MJPEG;
   codec->width = width;
   codec->height = height;
-  stream->time_base = {1, CLOCK_HZ};
+  stream->time_base = CLOCK;
   if (sets.empty()) return true;
   codec->extradata = static_cast<uint8_t*>(av_mallocz(sets.size() + AV_INPUT_BUFFER_PADDING_SIZE));
   if (codec->extradata == nullptr) return false;
@@ -81,21 +82,18 @@ struct CMovieFile::State {
   // The newest picture waits for its successor, which tells how long it is shown.
   std::unique_ptr<AVPacket, void (*)(AVPacket*)> Held{nullptr,
                                                       [](AVPacket* packet) { av_packet_free(&packet); }};
-  int64_t Origin = 0, LastDuration = FALLBACK_DURATION;
-  bool Started = false;
-
-  int64_t Ticks(int64_t time) const { return av_rescale_q(time - Origin, MICROSECONDS, {1, CLOCK_HZ}); }
+  int64_t LastDuration = FALLBACK_DURATION;
 
   int WriteHeld(int64_t duration) {
     if (!Held) return 0;
     Held->duration = LastDuration = duration;
-    av_packet_rescale_ts(Held.get(), {1, CLOCK_HZ}, Stream->time_base);
+    av_packet_rescale_ts(Held.get(), CLOCK, Stream->time_base);
     const int result = av_write_frame(Context.get(), Held.get());
     Held.reset();
     return result < 0 ? result : Context->pb->error;
   }
 
-  int Hold(CBytes picture, bool key, int64_t ticks) {
+  int Hold(CBytes picture, bool key, int64_t time) {
     Held.reset(av_packet_alloc());
     if (!Held) return AVERROR(ENOMEM);
     const int result = av_new_packet(Held.get(), static_cast<int>(picture.size()));
@@ -104,7 +102,7 @@ struct CMovieFile::State {
       return result;
     }
     std::ranges::copy(picture, Held->data);
-    Held->pts = Held->dts = ticks;
+    Held->pts = Held->dts = time;
     Held->flags = key ? AV_PKT_FLAG_KEY : 0;
     Held->stream_index = Stream->index;
     return 0;
@@ -150,11 +148,8 @@ bool CMovieFile::Open(const std::string& path, EMovieKind kind, int width, int h
 
 bool CMovieFile::Write(CBytes picture, bool key, int64_t time, std::string* error) {
   State& s = *m_pState;
-  if (!s.Started) s.Origin = time;
-  s.Started = true;
-  const int64_t ticks = s.Ticks(time);
-  int result = s.Held ? s.WriteHeld(ticks - s.Held->pts) : 0;
-  if (result >= 0) result = s.Hold(picture, key, ticks);
+  int result = s.Held ? s.WriteHeld(time - s.Held->pts) : 0;
+  if (result >= 0) result = s.Hold(picture, key, time);
   if (result >= 0) return true;
   *error = s.Path + ": " + Reason(result);
   return false;

@@ -22,8 +22,8 @@ class CMovieFile {
   bool Open(const std::string& path, EMovieKind kind, int width, int height, CBytes sets, std::string* error);
   bool IsOpen() const { return m_pState != nullptr; }
 
-  // Adds a picture that arrived at that time in microseconds, of any origin; times that do not increase are
-  // moved up. False with a reason, as on a full disk: close it then.
+  // Adds a picture that is to be shown at that time of the recording's clock, a millisecond or more after the
+  // one before. False with a reason, as on a full disk: close it then.
   bool Write(CBytes picture, bool key, int64_t arrival, std::string* error);
 
   // Ends the file properly. False when the last of it could not be written.

@@ -1,5 +1,7 @@
 #include "controller/picture_info.h"
 
+#include "controller/picture_clock.h"
+
 #include <algorithm>
 #include <memory>
 
@@ -11,9 +13,8 @@ namespace {
 
 constexpr unsigned char FIRST_MB_IS_ZERO = 0x80;  // ue(v) 0 is a single 1 bit (ITU-T H.264 9.1)
 
-constexpr int64_t MICROSECONDS = 1000000;
-constexpr int64_t SHORTEST_INTERVAL = MICROSECONDS / 240;  // what is beyond is a stream that does not know
-constexpr int64_t LONGEST_INTERVAL = MICROSECONDS;
+constexpr int64_t SHORTEST_INTERVAL = RECORDING_HZ / 240;  // what is beyond is a stream that does not know
+constexpr int64_t LONGEST_INTERVAL = RECORDING_HZ;
 
 // The start code 00 00 01 at or after `at`; the end when there is none.
 size_t FindStartCode(CBytes s, size_t at) {
@@ -96,7 +97,8 @@ CPictureFormat H264Format(CBytes sets, CBytes picture) {
   CPictureFormat format{parser->width, parser->height, 0};
   // The parser tells the rate of fields, of which a picture has two (ITU-T H.264 E.2.1).
   const AVRational fields = context->framerate;
-  if (fields.num > 0 && fields.den > 0) format.Interval = av_rescale(2 * MICROSECONDS, fields.den, fields.num);
+  if (fields.num > 0 && fields.den > 0)
+    format.Interval = av_rescale_rnd(2 * RECORDING_HZ, fields.den, fields.num, AV_ROUND_UP);
   if (format.Interval < SHORTEST_INTERVAL || format.Interval > LONGEST_INTERVAL) format.Interval = 0;
   return format;
 }

@@ -32,7 +32,7 @@ std::vector<unsigned char> ParameterSetsOf(CBytes stream);
 
 struct CPictureFormat {
   int Width = 0, Height = 0;
-  int64_t Interval = 0;  // between pictures, microseconds; 0: unknown
+  int64_t Interval = 0;  // between pictures, on the recording's clock; 0: unknown
 };
 
 // Of an H.264 stream, from its parameter sets and a picture. Zeros when they do not tell.
