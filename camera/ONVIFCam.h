@@ -3,7 +3,8 @@
 //
 // Source files by role: ONVIFCam.cpp identity, record and configuration; ONVIFCam_load.cpp the loading steps;
 // ONVIFCam_run.cpp the connection thread and the queue; ONVIFCam_stream.cpp the stream threads;
-// ONVIFCam_offer.cpp what tells the host about the streams; ONVIFCam_event.cpp the event subscription.
+// ONVIFCam_ptz.cpp moves and presets; ONVIFCam_offer.cpp what tells the host about the streams;
+// ONVIFCam_event.cpp the event subscription.
 #pragma once
 
 #include "camera/proc_queue.h"
@@ -143,10 +144,21 @@ class CONVIFCam : public CVideoSystem,
   void OnComponentIdle() override;
   void FileThreadOnIdle() override;
 
-  // ---- Queue of procs; any thread ----
-  void PushProc(std::unique_ptr<CONVIF_Proc> proc);
+  // ---- Moves; any thread. Each queues a proc and returns 1 at once; see ptz_proc.h for what it does ----
+  int MoveFrame(int pan, int tilt, int reserved1, int reserved2) override;  // takes the place of a pending move
+  int StopMove() override;
+  int ZoomInOut(int direction) override;
+  int PresetControl(int store, int index) override;
+  int NPresets() override;                   // of the first profile with PTZ; 0 without one
+  CGXString PresetName(int index) override;  // empty when there is none
+
+  // ---- Queue of procs; any thread. See CProcQueue ----
+  void PushProc(std::unique_ptr<CONVIF_Proc> proc);  // and starts the queue's thread
+  std::unique_ptr<CONVIF_Proc> PullProc() { return m_Queue.Pull(); }
   void KillProc(int type) { m_Queue.Kill(type); }
-  void StartONVIFThread();
+  void PushFinishedProc(std::unique_ptr<CONVIF_Proc> proc);
+  std::unique_ptr<CONVIF_Proc> PullFinishedProc() { return m_Queue.PullFinished(); }
+  void StartONVIFThread();  // no effect while it runs
 
   // ---- Events ----
   static unsigned short GetEventPort();  // 8795, 8797, ...: the first that is free; 0 when the table is full

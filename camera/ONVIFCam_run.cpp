@@ -217,17 +217,21 @@ unsigned CONVIFCam::ONVIFThreadProc(void* camera) {
 }
 
 void CONVIFCam::RunThreadProc() {
-  while (std::unique_ptr<CONVIF_Proc> proc = m_Queue.Pull()) {
+  while (std::unique_ptr<CONVIF_Proc> proc = PullProc()) {
     proc->DoProc(this);
-    // Of no effect here, where the worker runs; a proc that finishes behind others makes sure of it.
-    if (m_Queue.PushFinished(std::move(proc))) StartONVIFThread();
+    PushFinishedProc(std::move(proc));
   }
+}
+
+void CONVIFCam::PushFinishedProc(std::unique_ptr<CONVIF_Proc> proc) {
+  // Of no effect from the worker itself; a proc that finishes behind others makes sure that it runs.
+  if (m_Queue.PushFinished(std::move(proc))) StartONVIFThread();
 }
 
 // ---- Main thread ----
 
 void CONVIFCam::OnComponentIdle() {
-  while (const std::unique_ptr<CONVIF_Proc> proc = m_Queue.PullFinished()) proc->PostProc(this);
+  while (const std::unique_ptr<CONVIF_Proc> proc = PullFinishedProc()) proc->PostProc(this);
   CVideoSystem::OnComponentIdle();
   SendAudio(IDLE_AUDIO_BYTES);
   if (!ProcessReadyFrames()) ProcessDeadCamera();

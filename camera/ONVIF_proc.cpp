@@ -1,10 +1,8 @@
 #include "camera/ONVIF_proc.h"
 
-#include "camera/ONVIFCam.h"
+#include "camera/service_request.h"
 #include "host/gxassert.h"
-#include "onvif/login_header.h"
 #include "onvif/namespaces.h"
-#include "onvif/onvif.h"
 
 namespace {
 
@@ -16,24 +14,9 @@ constexpr const char* SESSION_TIMEOUT = "PT1M";
 
 using CMsgRef = std::unique_ptr<CONVIFMsg>;
 
-// One request to the media service; `Body` is its operation's element.
-struct CMediaRequest {
-  CMediaRequest(CONVIFCam* camera, const char* operation)
-      : Camera(camera), Operation(operation), Envelope(std::make_unique<CONVIFEnvelope>()) {
-    Envelope->AppendMSG(camera->CreateLoginHeader());
-    Body = Envelope->AddBody()->AddMSGVer10_Media(operation);
-  }
-  // Null when no XML came back.
-  CMsgRef Send() const {
-    return CMsgRef(CONVIF::DoQuery_HTTP(Camera->MediaURL(), Operation, NS_ONVIF_MEDIA, Envelope.get(),
-                                        CONVIFCam::QUERY_TIMEOUT_MS));
-  }
-
-  CONVIFCam* const Camera;
-  const char* const Operation;
-  const std::unique_ptr<CONVIFEnvelope> Envelope;
-  CONVIFMsg* Body;
-};
+CServiceRequest MediaRequest(CONVIFCam* camera, const char* operation) {
+  return {camera, camera->MediaURL(), operation, NS_ONVIF_MEDIA};
+}
 
 CGXString Decimal(int value) {
   return std::to_string(value);
@@ -66,20 +49,20 @@ int CONVIF_Proc::PostProc(CONVIFCam* /*camera*/) {
 }
 
 bool CONVIF_Proc::ReloadEncoder(CONVIFCam* camera, CEncoder* encoder) {
-  const CMediaRequest request(camera, "GetVideoEncoderConfiguration");
-  request.Body->AddValue("ConfigurationToken", encoder->Token());
+  const CServiceRequest request = MediaRequest(camera, "GetVideoEncoderConfiguration");
+  request.Body()->AddValue("ConfigurationToken", encoder->Token());
   const CMsgRef reply = request.Send();
-  const CONVIFMsg* const configuration = FirstOf(reply, request.Operation);
+  const CONVIFMsg* const configuration = FirstOf(reply, request.Operation());
   if (configuration == nullptr) return false;
   encoder->ReloadFrom(configuration);
   return true;
 }
 
 bool CONVIF_Proc::ReloadProfile(CONVIFCam* camera, CProfile* profile) {
-  const CMediaRequest request(camera, "GetProfile");
-  request.Body->AddValue("ProfileToken", profile->Token());
+  const CServiceRequest request = MediaRequest(camera, "GetProfile");
+  request.Body()->AddValue("ProfileToken", profile->Token());
   const CMsgRef reply = request.Send();
-  const CONVIFMsg* const answer = FirstOf(reply, request.Operation);
+  const CONVIFMsg* const answer = FirstOf(reply, request.Operation());
   if (answer == nullptr) return false;
   profile->ReloadFrom(answer);
   return true;
@@ -155,8 +138,8 @@ bool CCheckUserSet::AlignProfile(CONVIFCam* camera, const CONVIFUserSettings& en
 }
 
 bool CCheckUserSet::ConfigureEncoder(CONVIFCam* camera, const CEncoder& encoder, CONVIFSettings* settings) {
-  const CMediaRequest request(camera, "SetVideoEncoderConfiguration");
-  WriteEncoder(request.Body, encoder, settings);
+  const CServiceRequest request = MediaRequest(camera, "SetVideoEncoderConfiguration");
+  WriteEncoder(request.Body(), encoder, settings);
   return request.Send() != nullptr;
 }
 
@@ -188,9 +171,9 @@ void CCheckUserSet::WriteEncoder(CONVIFMsg* parent, const CEncoder& encoder, CON
 
 bool CCheckUserSet::ConfigureProfileEncoderToken(CONVIFCam* camera, const CProfile& profile,
                                                  const CGXString& encoderToken) {
-  const CMediaRequest request(camera, "AddVideoEncoderConfiguration");
-  request.Body->AddValue("ProfileToken", profile.Token());
-  request.Body->AddValue("ConfigurationToken", encoderToken);
+  const CServiceRequest request = MediaRequest(camera, "AddVideoEncoderConfiguration");
+  request.Body()->AddValue("ProfileToken", profile.Token());
+  request.Body()->AddValue("ConfigurationToken", encoderToken);
   return request.Send() != nullptr;
 }
 

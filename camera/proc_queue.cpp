@@ -32,6 +32,16 @@ void CProcQueue::Push(std::unique_ptr<CONVIF_Proc> proc) {
 
 void CProcQueue::Kill(int type) {
   const CGXLock lock(m_Lock);
+  KillPending(type);
+}
+
+void CProcQueue::Replace(std::unique_ptr<CONVIF_Proc> proc) {
+  const CGXLock lock(m_Lock);
+  KillPending(proc->Type());
+  Append(&m_pPending, std::move(proc));
+}
+
+void CProcQueue::KillPending(int type) {
   CONVIF_Proc* kept = nullptr;
   CONVIF_Proc* proc = std::exchange(m_pPending, nullptr);
   while (proc != nullptr) {

@@ -18,8 +18,10 @@ class CProcQueue {
 
   void Push(std::unique_ptr<CONVIF_Proc> proc);
   void Kill(int type);  // drops the pending procs of that type; a running one is not touched
-  bool Claim();         // true: no worker runs, the caller starts it now
-  void Release();       // the worker could not be started
+  // Kill of the procs of its type and Push in one: of many callers at once, one proc is left pending.
+  void Replace(std::unique_ptr<CONVIF_Proc> proc);
+  bool Claim();    // true: no worker runs, the caller starts it now
+  void Release();  // the worker could not be started
 
   std::unique_ptr<CONVIF_Proc> Pull();                   // the next one to run; null: the worker has ended
   bool PushFinished(std::unique_ptr<CONVIF_Proc> proc);  // true when another one waits already
@@ -32,6 +34,8 @@ class CProcQueue {
  private:
   static void Append(CONVIF_Proc** head, std::unique_ptr<CONVIF_Proc> proc);
   static void DeleteAll(CONVIF_Proc* head);
+
+  void KillPending(int type) REQUIRES(m_Lock);
 
   CGXCritical m_Lock;
   CONVIF_Proc* m_pPending GUARDED_BY(m_Lock) = nullptr;   // owned

@@ -1,0 +1,68 @@
+#include "camera/ptz_proc.h"
+
+#include "camera/service_request.h"
+#include "onvif/namespaces.h"
+
+namespace {
+
+constexpr int ZOOM_STEPS = 8;          // from one end of the range to the other
+constexpr double ZOOM_RANGE_OPEN = 1;  // of a camera that names none
+
+bool MovesInPicture(const CProfile& profile) {
+  return profile.PTZRelPositionSpace() == CONVIFCam::SPACE_FIELD_OF_VIEW;
+}
+
+CServiceRequest MakeRequest(CONVIFCam* camera, const CProfile& profile, const char* operation) {
+  CServiceRequest request(camera, camera->PTZURL(), operation, NS_ONVIF_PTZ);
+  request.Body()->AddValue("ProfileToken", profile.Token());
+  return request;
+}
+
+}  // namespace
+
+int CCamMoveProc::DoProc(CONVIFCam* camera) {
+  const CProfileRef profile = camera->RelativeMoveProfile();
+  if (profile == nullptr) return 0;
+  const bool inPicture = MovesInPicture(*profile);
+  const CServiceRequest request = MakeRequest(camera, *profile, inPicture ? "RelativeMove" : "ContinuousMove");
+  // The host's tilt grows downwards, the camera's upwards.
+  CGXString vector;
+  vector.Format(R"(<PanTilt x="%.2f" y="%.2f" xmlns="%s"/>)", m_iPan / 100.0, 0.0 - m_iTilt / 100.0,
+                NS_ONVIF_SCHEMA);
+  request.Body()->AddValue(inPicture ? "Translation" : "Velocity", vector);
+  return request.Send() != nullptr;
+}
+
+int CCamZoomProc::DoProc(CONVIFCam* camera) {
+  const CProfileRef profile = camera->RelativeMoveProfile();
+  if (profile == nullptr) return 0;
+  const GXT_PTZ_RANGE zoom = profile->RangeZoom();
+  double range = zoom.Max - zoom.Min;
+  if (range == 0) range = ZOOM_RANGE_OPEN;
+  const double step = range / ZOOM_STEPS;
+  const CServiceRequest request = MakeRequest(camera, *profile, "RelativeMove");
+  CGXString vector;
+  vector.Format(R"(<Zoom x="%.2f" xmlns="%s"/>)", m_iDirection > 0 ? -step : step, NS_ONVIF_SCHEMA);
+  request.Body()->AddValue("Translation", vector);
+  return request.Send() != nullptr;
+}
+
+int CCamStopProc::DoProc(CONVIFCam* camera) {
+  const CProfileRef profile = camera->RelativeMoveProfile();
+  if (profile == nullptr) return 0;
+  if (MovesInPicture(*profile)) return 1;
+  const CServiceRequest request = MakeRequest(camera, *profile, "Stop");
+  request.Body()->AddValue("PanTilt", "true");
+  request.Body()->AddValue("Zoom", "true");
+  return request.Send() != nullptr;
+}
+
+int CCamPresetControl::DoProc(CONVIFCam* camera) {
+  const CProfileRef profile = camera->RelativeMoveProfile();
+  if (profile == nullptr) return 0;
+  const auto preset = profile->Preset(m_iIndex);
+  if (preset == nullptr) return 0;
+  const CServiceRequest request = MakeRequest(camera, *profile, m_iStore != 0 ? "SetPreset" : "GotoPreset");
+  request.Body()->AddValue("PresetToken", preset->Token());
+  return request.Send() != nullptr;
+}
