@@ -21,7 +21,8 @@ CCamera::CCamera(const CIdentity& identity, const std::string& address, int http
       m_soap(m_model),
       m_nonce(RandomNonce()),
       m_http([this](const CHttpRequest& request) { return Answer(request); }, [this] { return Manner(); }),
-      m_rtsp(m_model, loop) {
+      m_rtsp(m_model, loop),
+      m_notifier(m_model) {
   FillKind(m_model);
   m_model.powered = false;
 }
@@ -55,6 +56,7 @@ bool CCamera::PowerOnLocked(std::string* error) {
   if (m_on) return true;
   if (!m_http.Start(m_model.address, m_model.httpPort, error)) return false;
   if (!m_rtsp.Start(error)) return m_http.Stop(), false;
+  m_notifier.Start();
   m_on = true;
   const std::lock_guard guard(m_model.lock);
   m_model.powered = true;
@@ -68,6 +70,7 @@ void CCamera::PowerOffLocked() {
     m_model.powered = false;
     m_model.subscriptions.clear();
   }
+  m_notifier.Stop();
   m_rtsp.Stop();
   m_http.Stop();
   m_on = false;
@@ -114,7 +117,8 @@ nlohmann::json CCamera::State() {
 
 CHttpReply CCamera::AnswerSoap(const CHttpRequest& request) {
   std::vector<std::string> changedProfiles;
-  CSoapAnswer answer = m_soap.Handle(request.body, request.Header("authorization"), m_nonce, &changedProfiles);
+  CSoapAnswer answer =
+      m_soap.Handle(request.path, request.body, request.Header("authorization"), m_nonce, &changedProfiles);
   for (const std::string& token : changedProfiles) m_rtsp.Restart(token);
   const std::string extra = answer.status == 401 ? HttpChallenges(m_nonce) : "";
   return {answer.status, "application/soap+xml; charset=utf-8", extra, std::move(answer.body)};

@@ -2,6 +2,7 @@
 // One simulated camera: its model with everything that listens on its address.
 #include "sim/http_front.h"
 #include "sim/model.h"
+#include "sim/notifier.h"
 #include "sim/rtsp_server.h"
 #include "sim/services.h"
 
@@ -23,6 +24,8 @@ class CCamera {
   void PowerOff();
   // Takes another address, as after a new DHCP lease: off, moved, and on again if it was on.
   bool Move(const std::string& address, std::string* error);
+  // Motion before the lens begins or ends: the pictures show it and subscribers are told, `times` times.
+  void Motion(bool on, int times) { m_notifier.PushMotion(on, times); }
 
  private:
   CHttpReply Answer(const CHttpRequest& request);
@@ -37,6 +40,7 @@ class CCamera {
   const std::string m_nonce;  // of HTTP Digest challenges
   CHttpFront m_http;
   CRtspServer m_rtsp;
+  CNotifier m_notifier;
   std::mutex m_powerLock;  // one change of power at a time; taken before the model's lock
   bool m_on = false;
 };

@@ -1,5 +1,7 @@
 #include "sim/control.h"
 
+#include "sim/alarm.h"
+
 #include <httplib.h>
 
 #include <cstdlib>
@@ -11,6 +13,7 @@ namespace {
 using Json = nlohmann::json;
 
 constexpr char kJsonType[] = "application/json";
+constexpr int kMostTimes = 10000;
 
 void Reply(httplib::Response& out, const Json& json) {
   out.set_content(json.dump(1) + "\n", kJsonType);
@@ -43,6 +46,32 @@ bool SetAddress(CCamera& camera, const Json& json, std::string* error) {
   if (!address.empty()) return camera.Move(address, error);
   *error = "address is missing";
   return false;
+}
+
+// {"on": BOOL, "times": NUMBER}; once when it does not say how often.
+bool ReadSignal(const Json& json, bool* on, int* times, std::string* error) {
+  const Json flag = json.value("on", Json()), count = json.value("times", Json(1));
+  if (!flag.is_boolean() || !count.is_number_integer() || count < 1 || count > kMostTimes) {
+    *error = "\"on\" must be true or false, and \"times\" 1 to " + std::to_string(kMostTimes);
+    return false;
+  }
+  *on = flag;
+  *times = count;
+  return true;
+}
+
+bool RaiseMotion(CCamera& camera, const Json& json, std::string* error) {
+  bool on = false;
+  int times = 0;
+  if (!ReadSignal(json, &on, &times, error)) return false;
+  camera.Motion(on, times);
+  return true;
+}
+
+bool RaiseAlarm(CCamera& camera, const Json& json, std::string* error) {
+  bool on = false;
+  int times = 0;
+  return ReadSignal(json, &on, &times, error) && SendAlarm(camera.Model(), on, times, error);
 }
 
 }  // namespace
@@ -83,6 +112,8 @@ CControl::CControl(std::vector<CCamera*> cameras, std::function<void()> quit)
   change(R"(/cameras/(\d+)/quirks)", SetQuirks);
   change(R"(/cameras/(\d+)/power)", SetPower);
   change(R"(/cameras/(\d+)/address)", SetAddress);
+  change(R"(/cameras/(\d+)/motion)", RaiseMotion);
+  change(R"(/cameras/(\d+)/alarm)", RaiseAlarm);
   http.Post("/quit", [this](const httplib::Request&, httplib::Response& out) {
     Reply(out, {{"quit", true}});
     m_quit();

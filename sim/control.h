@@ -8,10 +8,12 @@
 #include <vector>
 
 // GET  /cameras                 the state of all, as an array
-// GET  /cameras/N               of one (N from 1)
+// GET  /cameras/N               of one (N from 1); every POST below answers with it
 // POST /cameras/N/quirks        {"http":"chunked","clock_offset":7200}
 // POST /cameras/N/power         {"on":false}
 // POST /cameras/N/address       {"address":"127.0.0.31"}
+// POST /cameras/N/motion        {"on":true}, and "times" to tell subscribers that often
+// POST /cameras/N/alarm         {"on":true}, and "times" for as many datagrams; cameras of the alarm brand
 // POST /quit                    ends the program
 class CControl {
  public:

@@ -120,6 +120,7 @@ int Run(const COptions& options, const sigset_t& signals) {
   std::vector<CCamera*> all;
   std::vector<CCameraModel*> models;
   for (const auto& camera : cameras) {
+    camera->Model().interfaceAddress = interfaceAddress;
     if (!camera->PowerOn(&error)) return Fail(error);
     all.push_back(camera.get());
     models.push_back(&camera->Model());
@@ -148,7 +149,8 @@ int Main(int argc, char** argv) {
   app.add_option("--user", options.user, "User name of all cameras")->capture_default_str();
   app.add_option("--password-env", options.passwordEnv,
                  "Environment variable with the password (default: 'secret')");
-  app.add_option("--interface", options.interfaceName, "Interface of WS-Discovery")->capture_default_str();
+  app.add_option("--interface", options.interfaceName, "Interface of WS-Discovery and alarms")
+      ->capture_default_str();
   app.add_option("--http-port", options.httpPort, "HTTP port of all cameras")->capture_default_str();
   app.add_option("--rtsp-port", options.rtspPort, "RTSP port of all cameras")->capture_default_str();
   app.add_option("--control", options.control, "Where state is asked and switches are turned")

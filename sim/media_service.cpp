@@ -14,7 +14,8 @@ constexpr CSize kSizes[] = {{1280, 720}, {640, 480}, {640, 360}, {320, 240}, {17
 constexpr const char* kH264Profiles[] = {"Baseline", "Main", "High"};
 constexpr int kBestQuality = 100, kMostFps = 25, kLongestInterval = 10, kLongestGov = 100;
 constexpr int kLeastBitrate = 64, kMostBitrate = 8192;  // kbit/s
-constexpr int kBitrateStep = 256, kQualityStep = 10;    // of a camera that rounds
+// Of a camera that rounds; it also takes Main for High.
+constexpr int kBitrateStep = 256, kQualityStep = 10, kFpsStep = 5, kGovStep = 10;
 constexpr char kSourceToken[] = "VS_0", kSourceConfigToken[] = "VSC_0";
 constexpr char kAudioSourceToken[] = "AS_0", kAudioSourceConfigToken[] = "ASC_0", kAudioEncoderToken[] = "AE_0";
 
@@ -227,12 +228,14 @@ COutcome SetVideoEncoderConfiguration(CCall& call) {
   if (manner == "round") {
     wanted.bitrate = Rounded(wanted.bitrate, kBitrateStep, kMostBitrate);
     wanted.quality = Rounded(wanted.quality, kQualityStep, kBestQuality);
-    wanted.frameRate = std::min(wanted.frameRate, kMostFps);
-    wanted.govLength = std::min(wanted.govLength, kLongestGov);
+    wanted.frameRate = Rounded(wanted.frameRate, kFpsStep, kMostFps);
+    if (wanted.encoding == "H264") wanted.govLength = Rounded(wanted.govLength, kGovStep, kLongestGov);
+    if (wanted.h264Profile == "High") wanted.h264Profile = "Main";
   }
   if (const std::string objection = Objection(wanted); !objection.empty()) return BadConfig(objection);
   if (wanted == *encoder) return {};
   *encoder = wanted;
+  ++encoder->changes;
   for (const CSimProfile& profile : call.model.profiles)
     if (profile.videoEncoder == encoder->token) call.changedProfiles.push_back(profile.token);
   return {};

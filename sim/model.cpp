@@ -25,7 +25,8 @@ nlohmann::json EncoderToJson(const CVideoEncoder& e) {
           {"interval", e.interval},
           {"bitrate_kbit", e.bitrate},
           {"gov", e.govLength},
-          {"h264_profile", e.h264Profile}};
+          {"h264_profile", e.h264Profile},
+          {"changes", e.changes}};
 }
 
 nlohmann::json StreamToJson(const CStreamCount& count) {
@@ -70,9 +71,14 @@ void CCameraModel::Note(const std::string& operation, const std::string& outcome
   if (recent.size() > kRecentRequests) recent.pop_front();
 }
 
+void CCameraModel::DropLapsed() {
+  const auto now = std::chrono::steady_clock::now();
+  std::erase_if(subscriptions, [&](const CSubscription& s) { return s.until <= now; });
+}
+
 nlohmann::json CCameraModel::ToJson() {
   const auto now = CPtzHead::Clock::now();
-  std::erase_if(subscriptions, [&](const CSubscription& s) { return s.until <= now; });
+  DropLapsed();
   nlohmann::json json = {{"name", identity.name},
                          {"kind", identity.kind},
                          {"manufacturer", identity.manufacturer},
@@ -88,6 +94,19 @@ nlohmann::json CCameraModel::ToJson() {
                          {"auth_failures", authFailures},
                          {"ptz", PositionToJson(head.Position(now))}};
   json["ptz"]["moving"] = head.MovingPanTilt(now) || head.MovingZoom(now);
+  json["ptz"]["moves"] = ptzCount.moves;
+  json["ptz"]["zooms"] = ptzCount.zooms;
+  json["ptz"]["stops"] = ptzCount.stops;
+  json["ptz"]["presets_recalled"] = ptzCount.recalled;
+  json["ptz"]["presets_stored"] = ptzCount.stored;
+  json["ptz"]["last_preset"] = ptzCount.lastPreset;
+  json["motion"] = motion;
+  json["notifications"] = {{"pending", notifications.pending},
+                           {"sent", notifications.sent},
+                           {"accepted", notifications.accepted},
+                           {"failed", notifications.failed}};
+  json["alarm"] = alarm;
+  json["alarms_sent"] = alarmsSent;
   json["presets"] = nlohmann::json::array();
   for (const CPreset& preset : presets)
     json["presets"].push_back(

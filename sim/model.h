@@ -23,6 +23,7 @@ struct CVideoEncoder {
   std::string token, name, encoding;  // encoding: JPEG or H264
   int width = 0, height = 0, quality = 0, frameRate = 0, interval = 1, bitrate = 0, govLength = 0;
   std::string h264Profile = "Baseline";
+  int changes = 0;  // how often a client changed it
   bool operator==(const CVideoEncoder&) const = default;
 };
 
@@ -41,6 +42,19 @@ struct CSubscription {
   int id = 0;
   std::string consumer;  // URL to which notifications go
   std::chrono::steady_clock::time_point until;
+};
+
+// What the head was told and did.
+struct CPtzCount {
+  int moves = 0, zooms = 0, stops = 0, recalled = 0, stored = 0;  // moves: pan or tilt, of any kind
+  std::string lastPreset;                                         // token of the last one recalled
+};
+
+struct CNotificationCount {
+  int pending = 0;
+  int sent = 0;      // completely, to one subscriber each
+  int accepted = 0;  // of these, answered 202
+  int failed = 0;    // no connection, or broken off
 };
 
 // Pictures of one profile. The counter is drawn into each picture and goes on over restarts of the stream.
@@ -68,8 +82,13 @@ class CCameraModel {
   std::vector<CPreset> presets;
   int nextPreset = 100;
   CPtzHead head;
+  CPtzCount ptzCount;
   std::vector<CSubscription> subscriptions;
   int nextSubscription = 1;
+  bool motion = false, alarm = false;  // as last raised through the control address
+  CNotificationCount notifications;
+  uint32_t alarmsSent = 0;                      // datagrams
+  std::string interfaceAddress;                 // of the interface that multicast goes to
   std::map<std::string, CStreamCount> streams;  // by profile token
 
   // What the camera saw.
@@ -85,6 +104,7 @@ class CCameraModel {
   std::string StreamUri(const CSimProfile& profile) const;              // rtsp://127.0.0.11:8554/Profile_1
   std::chrono::system_clock::time_point Clock() const;                  // the camera's own, quirk included
   void Note(const std::string& operation, const std::string& outcome);  // counts a request
+  void DropLapsed();                                                    // subscriptions whose time is over
   nlohmann::json ToJson();
 };
 

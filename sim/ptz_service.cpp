@@ -127,6 +127,7 @@ COutcome SetPreset(CCall& call) {
   }
   if (!name.empty()) preset->name = name;
   preset->position = call.model.head.Position(Clock::now());
+  ++call.model.ptzCount.stored;
   Add(call.out, "tptz:PresetToken", preset->token);
   return {};
 }
@@ -145,7 +146,14 @@ COutcome GotoPreset(CCall& call) {
   const CPreset* preset = call.model.PresetByToken(Text(call.in, "PresetToken"));
   if (preset == nullptr) return NoPreset();
   call.model.head.MoveTo(preset->position, Clock::now());
+  ++call.model.ptzCount.recalled;
+  call.model.ptzCount.lastPreset = preset->token;
   return {};
+}
+
+void CountMove(CCall& call, const pugi::xml_node& panTilt, const pugi::xml_node& zoom) {
+  if (panTilt) ++call.model.ptzCount.moves;
+  if (zoom) ++call.model.ptzCount.zooms;
 }
 
 Clock::duration Timeout(const std::string& text) {
@@ -159,6 +167,7 @@ COutcome ContinuousMove(CCall& call) {
   if (!panTilt && !zoom) return InvalidArgument("ter:InvalidVelocity", "Velocity is missing");
   call.model.head.Continuous({Value(panTilt, "x"), Value(panTilt, "y"), Value(zoom, "x")},
                              Timeout(Text(call.in, "Timeout")), Clock::now());
+  CountMove(call, panTilt, zoom);
   return {};
 }
 
@@ -174,6 +183,7 @@ COutcome RelativeMove(CCall& call) {
   to.tilt += Value(panTilt, "y") * (fov ? HalfViewTilt(to.zoom) : 1);
   to.zoom += Value(zoom, "x");
   call.model.head.MoveTo(to, Clock::now());
+  CountMove(call, panTilt, zoom);
   return {};
 }
 
@@ -186,12 +196,14 @@ COutcome AbsoluteMove(CCall& call) {
   if (panTilt) to.tilt = Value(panTilt, "y");
   if (zoom) to.zoom = Value(zoom, "x");
   call.model.head.MoveTo(to, Clock::now());
+  CountMove(call, panTilt, zoom);
   return {};
 }
 
 COutcome Stop(CCall& call) {
   if (COutcome fault = FindProfile(call)) return fault;
   call.model.head.Stop(Text(call.in, "PanTilt") != "false", Text(call.in, "Zoom") != "false", Clock::now());
+  ++call.model.ptzCount.stops;
   return {};
 }
 

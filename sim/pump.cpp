@@ -21,7 +21,7 @@ std::string Label(const CCameraModel& model) {
   gmtime_r(&now, &tm);
   char text[32];
   std::strftime(text, sizeof text, "  %Y-%m-%d %H:%M:%S", &tm);
-  return model.identity.name + text;
+  return model.identity.name + text + (model.motion ? "  MOTION" : "") + (model.alarm ? "  ALARM" : "");
 }
 
 GstBuffer* ToBuffer(const void* data, size_t size) {
@@ -39,6 +39,7 @@ void Take(CCameraModel& model, const std::string& token, bool advance, CPicture*
     shot.code = {count.next, at.pan, at.tilt, at.zoom};
     if (advance) count.next = (count.next + 1) & kCounterMask;
     shot.label = Label(model);
+    shot.visitor = model.motion || model.alarm;
   }
   shot.seconds = SceneSeconds();
   RenderScene(shot, picture);

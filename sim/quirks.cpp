@@ -48,8 +48,14 @@ const std::vector<CQuirkDef>& Table() {
       {"encoder_set",
        &CQuirks::encoderSet,
        {"exact", "round", "refuse", "ignore"},
-       "what becomes of set encoder values"},
+       "what becomes of set encoder values (round: bit rate to 256, quality and GOV length to 10, frame rate "
+       "to 5, "
+       "High to Main)"},
       {"ptz_space", &CQuirks::ptzSpace, {"continuous", "fov"}, "default relative move space"},
+      {"notify",
+       &CQuirks::notify,
+       {"whole", "pieces", "no_length"},
+       "how notifications are posted (no_length: the end of the connection ends them)"},
       {"parameter_sets_in_band", &CQuirks::parameterSetsInBand, {}, "SPS and PPS repeat before each key frame"},
       {"rtcp_interval_ms", &CQuirks::rtcpIntervalMs, {}, "RTCP-Interval header in the PLAY reply (0: none)"},
   };

@@ -23,6 +23,7 @@ struct CQuirks {
   std::string xmlEmpty = "pair";
   std::string encoderSet = "exact";
   std::string ptzSpace = "continuous";
+  std::string notify = "whole";
   bool parameterSetsInBand = true;
   int rtcpIntervalMs = 0;
 };

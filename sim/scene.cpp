@@ -11,6 +11,8 @@ namespace {
 constexpr int kHorizon = 700, kRoadTop = 910, kRoadHeight = 90, kPoles = 24, kCars = 5;
 constexpr double kCarSpeed = 180;  // scene pixels a second
 constexpr CColor kWhite{235, 128, 128}, kBlack{16, 128, 128}, kAsphalt{70, 128, 128}, kGrass{105, 110, 115};
+constexpr double kVisitorSeconds = 4;  // from side to side
+constexpr CColor kSkin{180, 110, 150}, kCoat{130, 90, 190};
 constexpr CColor kHill{85, 118, 112}, kCar{90, 100, 210}, kPole{200, 110, 150};
 
 CColor HouseColor(int number) {
@@ -123,6 +125,18 @@ void DrawCars(const CShot& shot, const CWindow& window, CPicture* picture) {
   for (int car = 0; car < kCars; ++car) DrawCar(std::fmod(first + car * kGap, kSceneWidth), window, picture);
 }
 
+// Walks to and fro close to the camera, so he is in every view.
+void DrawVisitor(double seconds, CPicture* picture) {
+  const int unit = picture->height / 24, walk = picture->width - 8 * unit;
+  const double phase = std::fmod(seconds / kVisitorSeconds, 2);
+  const int x = 2 * unit + static_cast<int>((phase < 1 ? phase : 2 - phase) * walk), y = picture->height / 3;
+  const int stride = static_cast<int>(std::fmod(seconds * 2, 2)) * unit;
+  FillRect(*picture, x + unit, y, 2 * unit, 2 * unit, kSkin);
+  FillRect(*picture, x, y + 2 * unit, 4 * unit, 6 * unit, kCoat);
+  FillRect(*picture, x + stride / 2, y + 8 * unit, unit, 5 * unit, kBlack);
+  FillRect(*picture, x + 3 * unit - stride / 2, y + 8 * unit, unit, 5 * unit, kBlack);
+}
+
 void DrawCaption(const CShot& shot, CPicture* picture) {
   const int scale = std::max(1, picture->width / 320), height = 11 * scale;
   FillRect(*picture, 0, picture->height - height, LabelWidth(shot.label, scale) + 4 * scale, height, kBlack);
@@ -139,6 +153,7 @@ void RenderScene(const CShot& shot, CPicture* picture) {
   SamplePlane(g_scene.Y() + area, picture->U(), width / 2, height / 2, 2, window);
   SamplePlane(g_scene.Y() + area * 5 / 4, picture->V(), width / 2, height / 2, 2, window);
   DrawCars(shot, window, picture);
+  if (shot.visitor) DrawVisitor(shot.seconds, picture);
   DrawCaption(shot, picture);
   FillRect(*picture, 0, 0, width, frame_code::StripHeight(width), kBlack);
   DrawFrameCode(picture->Y(), width, width, shot.code);

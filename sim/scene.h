@@ -7,9 +7,10 @@
 #include <string>
 
 struct CShot {
-  CFrameCode code;     // counter and PTZ position: where the camera looks
-  std::string label;   // name and time, written below
-  double seconds = 0;  // scene time: moves the cars
+  CFrameCode code;       // counter and PTZ position: where the camera looks
+  std::string label;     // name and time, written below
+  double seconds = 0;    // scene time: moves the cars and the visitor
+  bool visitor = false;  // somebody walks about in front of the lens
 };
 
 // Renders one picture; its size is already set. Any thread.

@@ -58,8 +58,9 @@ CSoapAnswer CSoapServer::Fail(CSoapReply& reply, const std::string& operation, c
   return {fault.httpStatus, reply.ToString(m_model.quirks.xmlEmpty)};
 }
 
-CSoapAnswer CSoapServer::Handle(const std::string& text, const std::string& authorization,
-                                const std::string& nonce, std::vector<std::string>* changedProfiles) {
+CSoapAnswer CSoapServer::Handle(const std::string& path, const std::string& text,
+                                const std::string& authorization, const std::string& nonce,
+                                std::vector<std::string>* changedProfiles) {
   CSoapReply reply(m_model.identity.soapPrefix);
   CSoapRequest request;
   const std::lock_guard guard(m_model.lock);
@@ -81,7 +82,7 @@ CSoapAnswer CSoapServer::Handle(const std::string& text, const std::string& auth
     }
   }
   const std::string response = std::string(service->prefix) + ":" + name + "Response";
-  CCall call{m_model, request.Operation(), Add(reply.Body(), response.c_str()), reply, {}};
+  CCall call{m_model, request.Operation(), Add(reply.Body(), response.c_str()), reply, path, {}};
   if (const COutcome fault = operation->run(call)) return Fail(reply, name, *fault);
   *changedProfiles = call.changedProfiles;
   m_model.Note(name, "ok");

@@ -15,6 +15,7 @@ struct CCall {
   const pugi::xml_node in;  // the operation's element in the request
   pugi::xml_node out;       // the ...Response element
   CSoapReply& reply;
+  const std::string& path;                   // that the request was posted to
   std::vector<std::string> changedProfiles;  // tokens of profiles whose stream must start anew
 };
 
@@ -55,10 +56,11 @@ class CSoapServer {
  public:
   explicit CSoapServer(CCameraModel& model) : m_model(model) {}
 
-  // Runs one request. `authorization` is the HTTP header of that name ("" when missing), `nonce` the one of our
-  // HTTP challenges. Tokens of profiles whose stream must start anew come back in `changedProfiles`.
-  CSoapAnswer Handle(const std::string& text, const std::string& authorization, const std::string& nonce,
-                     std::vector<std::string>* changedProfiles);
+  // Runs one request that was posted to `path`. `authorization` is the HTTP header of that name ("" when
+  // missing), `nonce` the one of our HTTP challenges. Tokens of profiles whose stream must start anew come back
+  // in `changedProfiles`.
+  CSoapAnswer Handle(const std::string& path, const std::string& text, const std::string& authorization,
+                     const std::string& nonce, std::vector<std::string>* changedProfiles);
 
  private:
   AuthResult Authorise(const CSoapRequest& request, const std::string& authorization, const std::string& nonce);

@@ -110,11 +110,15 @@ TEST_F(CamsimOnvif, Moves) {
   EXPECT_NEAR(state["ptz"]["pan"], 0.5, 1e-6);
   EXPECT_NEAR(state["ptz"]["tilt"], -0.25, 1e-6);
   EXPECT_NEAR(state["ptz"]["zoom"], 0.5, 1e-6);
+  EXPECT_GE(state["ptz"]["moves"], 1);
+  EXPECT_GE(state["ptz"]["zooms"], 1);
   Judge("preset 127.0.0.11:8080 3");
   Json at;
   for (int i = 0; i < 100 && (at = m_camsim.Camera(1)["ptz"])["moving"] == true; ++i) RunCommand("sleep 0.05");
   EXPECT_NEAR(at["pan"], -0.6, 1e-6);
   EXPECT_NEAR(at["tilt"], 0.3, 1e-6);
+  EXPECT_EQ(at["presets_recalled"], 1);
+  EXPECT_EQ(at["last_preset"], "3");
 }
 
 }  // namespace

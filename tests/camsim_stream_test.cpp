@@ -180,6 +180,7 @@ TEST_F(CamsimStream, NewEncoderSettingsChangeTheStream) {
   const Json rounded = m_camsim.Camera(2)["encoders"][2];
   EXPECT_EQ(rounded["bitrate_kbit"], 1024);
   EXPECT_EQ(rounded["quality"], 70);
+  EXPECT_EQ(rounded["changes"], 3);
   ASSERT_TRUE(m_camsim.Quirks(2, {{"encoder_set", "refuse"}}));
   EXPECT_NE(set("mjpeg-s,JPEG,640,480,50,1000").status, 0);
   EXPECT_EQ(m_camsim.Camera(2)["encoders"][2], rounded);
