@@ -8,6 +8,7 @@
 #include "host/socket.h"
 #include "host/system.h"
 #include "tests/support/camsim_process.h"
+#include "tests/support/eventually.h"
 
 #include <gtest/gtest.h>
 
@@ -21,21 +22,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-using Clock = std::chrono::steady_clock;
-
-inline double SecondsSince(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-// Asks again and again, every few milliseconds, until it is true or the time is up.
-inline bool Eventually(double seconds, const std::function<bool()>& condition) {
-  for (const auto start = Clock::now(); SecondsSince(start) < seconds;) {
-    if (condition()) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return condition();
-}
 
 // Keeps the trace lines of one producer, or of all.
 class CTraceKeeper : public CTraceListener {

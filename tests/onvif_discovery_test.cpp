@@ -6,26 +6,20 @@
 #include "onvif/onvif.h"
 #include "tests/media_support.h"
 #include "tests/support/camsim_process.h"
+#include "tests/support/eventually.h"
 #include "util/owned_socket.h"
 #include "util/string_list.h"
 
 #include <gtest/gtest.h>
-#include <poll.h>
 
 #include <chrono>
 #include <functional>
-#include <map>
 #include <regex>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-double SecondsSince(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
 
 std::string Join(const CStringList& words) {
   std::string text;
@@ -54,41 +48,31 @@ class CResponder {
     EXPECT_EQ(setsockopt(m_Socket.Get(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &group, sizeof group), 0);
     m_Thread = std::thread([this] { Serve(); });
   }
-  ~CResponder() {
+  // Those that came, once the responder has ended.
+  const std::vector<std::string>& Probes() {
     m_bEnd = true;
-    m_Thread.join();
-  }
-  CResponder(const CResponder&) = delete;
-  CResponder& operator=(const CResponder&) = delete;
-
-  std::vector<std::string> Probes() {
-    const std::lock_guard lock(m_Mutex);
+    if (m_Thread.joinable()) m_Thread.join();
     return m_Probes;
   }
+  ~CResponder() { Probes(); }
 
  private:
   void Serve() {
     while (!m_bEnd) {
-      pollfd ready{m_Socket.Get(), POLLIN, 0};
-      if (poll(&ready, 1, 20) <= 0) continue;
+      if (!WaitSocketReadState(m_Socket.Get(), 20)) continue;
       char bytes[4096];
       sockaddr_in sender{};
       socklen_t size = sizeof sender;
       const ssize_t length =
           recvfrom(m_Socket.Get(), bytes, sizeof bytes, 0, reinterpret_cast<sockaddr*>(&sender), &size);
       if (length <= 0) continue;
-      {
-        const std::lock_guard lock(m_Mutex);
-        m_Probes.emplace_back(bytes, static_cast<size_t>(length));
-      }
-      for (const std::string& answer : m_Answers) {
+      m_Probes.emplace_back(bytes, static_cast<size_t>(length));
+      for (const std::string& answer : m_Answers)
         sendto(m_Socket.Get(), answer.data(), answer.size(), 0, reinterpret_cast<sockaddr*>(&sender), size);
-      }
     }
   }
 
   std::vector<std::string> m_Answers, m_Probes;
-  std::mutex m_Mutex;
   std::atomic<bool> m_bEnd{false};
   COwnedSocket m_Socket{socket(AF_INET, SOCK_DGRAM, 0)};
   std::thread m_Thread;
@@ -136,14 +120,17 @@ TEST_F(Discovery, ProbesAndSurvivesWhoeverAnswers) {
   ASSERT_TRUE(CONVIF::TransmitDiscoveryProbe(probe.Get()));
   CStringList urls;
   testing::internal::CaptureStdout();
-  const auto start = Clock::now();
   CONVIF::ListenForDeviceURL(probe.Get(), &urls);
-  EXPECT_LT(SecondsSince(start), 2);
   fflush(stdout);
   const std::string output = testing::internal::GetCapturedStdout();
   EXPECT_EQ(Join(urls), "[http://127.0.0.77/x][http://127.0.0.78/y]");
   EXPECT_TRUE(std::regex_match(output, std::regex("(Recv from 127\\.0\\.0\\.1\r\n)+"))) << output;
 
+  CStringList none;
+  const auto start = Clock::now();
+  CONVIF::ListenForDeviceURL(probe.Get(), &none);  // nobody speaks any more
+  EXPECT_GE(SecondsSince(start), 0.4);
+  EXPECT_TRUE(none.IsEmpty());
   ASSERT_EQ(responder.Probes().size(), 1U);
   const std::string text =
       "<soap:Envelope xmlns:soap=\"http://www.w3.org/2003/05/soap-envelope\" "
@@ -158,15 +145,6 @@ TEST_F(Discovery, ProbesAndSurvivesWhoeverAnswers) {
       "xmlns=\"http://schemas.xmlsoap.org/ws/2005/04/discovery\">wsdp:NetworkVideoTransmitter</wsd:Types>"
       "</wsd:Probe></soap:Body></soap:Envelope>";
   EXPECT_EQ(std::regex_replace(responder.Probes()[0], std::regex("uuid:[0-9a-f-]{36}"), "*"), text);
-}
-
-TEST_F(Discovery, ListensHalfASecondWhenNobodyAnswers) {
-  const COwnedSocket probe(CreateMulticastSocket());
-  CStringList urls;
-  const auto start = Clock::now();
-  CONVIF::ListenForDeviceURL(probe.Get(), &urls);
-  EXPECT_NEAR(SecondsSince(start), 0.5, 0.3);
-  EXPECT_TRUE(urls.IsEmpty());
 }
 
 // ---- Who is there ----
@@ -211,32 +189,6 @@ TEST_F(Discovery, AsksACameraWhoItIs) {
   EXPECT_EQ(Ask("0.0.0.0", INFORMATION, INFORMATION), "null");  // this machine too, but a number elsewhere
 }
 
-TEST_F(Discovery, KnowsACameraByItsIdentity) {
-  const auto make = [](const char* model, const char* serial, const char* firmware, const char* url) {
-    auto* const device = new CONVIFDevice;
-    device->Manufacturer("Maker");
-    device->Model(model);
-    device->SerialNo(serial);
-    device->HardwareID("H");
-    device->Firmware(firmware);
-    device->ServiceURL(url);
-    return device;
-  };
-  CONVIFDeviceSet set;
-  set.AddDevice(make("M", "1", "1.0", "http://a/"));
-  set.AddDevice(make("M", "2", "1.0", "http://b/"));
-  const std::unique_ptr<CONVIFDevice> moved(make("M", "2", "2.0", "http://c/")),
-      other(make("m", "2", "1.0", "http://b/"));
-  EXPECT_TRUE(set.HasDevice(moved.get()));
-  EXPECT_FALSE(set.HasDevice(other.get()));
-  set.Devices()->CopyDataFrom(moved.get());
-  EXPECT_EQ(set.Devices()->Firmware() + set.Devices()->ServiceURL(), "2.0http://c/");
-  EXPECT_EQ(set.Devices()->Next()->SerialNo(), "2");
-  EXPECT_EQ(set.Devices()->Next()->Next(), nullptr);
-  set.RemoveAll();
-  EXPECT_EQ(set.Devices(), nullptr);
-}
-
 // ---- Whole searches ----
 
 // An installed camera with that serial number.
@@ -252,12 +204,11 @@ class CInstalled : public CVideoSystem {
   CGXString m_SerialNo;
 };
 
-std::map<std::string, std::string> UrlsBySerial(const CONVIFDeviceSet& set) {
-  std::map<std::string, std::string> urls;
-  for (const CONVIFDevice* device = set.Devices(); device != nullptr; device = device->Next()) {
-    urls[device->SerialNo().Str()] = device->ServiceURL().Str();
-  }
-  return urls;
+std::set<std::string> Serials(const CONVIFDeviceSet& set) {
+  std::set<std::string> serials;
+  for (const CONVIFDevice* device = set.Devices(); device != nullptr; device = device->Next())
+    serials.insert(device->SerialNo().Str());
+  return serials;
 }
 
 class Search : public Discovery {
@@ -273,19 +224,26 @@ class Search : public Discovery {
   std::vector<std::string> m_Serial;
 };
 
-TEST_F(Search, FindsCamerasAndTheirIdentity) {
+TEST_F(Search, FindsCamerasWhoeverAndWhereverTheyAre) {
   CONVIFDeviceSet all;
-  const auto start = Clock::now();
+  auto start = Clock::now();
   CONVIF::DoDiscovery(&all, "admin", "secret");
-  EXPECT_GE(SecondsSince(start), 2);
-  EXPECT_LT(SecondsSince(start), 5);
-  const auto urls = UrlsBySerial(all);
-  ASSERT_EQ(urls.size(), 3U);
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(
-        urls.at(m_Serial[static_cast<size_t>(i)]).find("http://127.0.0.1" + std::to_string(i + 1) + ":8080/"),
-        0U);
-  }
+  EXPECT_GE(SecondsSince(start), 2) << "slow cameras have their time";
+  EXPECT_EQ(Serials(all), (std::set{m_Serial[0], m_Serial[1], m_Serial[2]}));
+  CONVIFDevice wanted;
+  wanted.CopyDataFrom(all.Devices());
+  const CGXString url = wanted.ServiceURL();
+  wanted.ServiceURL("http://127.0.0.99/old");
+  wanted.Firmware("old");
+  EXPECT_TRUE(all.HasDevice(&wanted)) << "another address and firmware, the same camera";
+  EXPECT_TRUE(CONVIF::FindDevice(&wanted, "admin", "secret"));
+  EXPECT_EQ(wanted.ServiceURL(), url);
+  EXPECT_NE(wanted.Firmware(), "old");
+  wanted.SerialNo("none has it");
+  EXPECT_FALSE(all.HasDevice(&wanted));
+  start = Clock::now();
+  EXPECT_FALSE(CONVIF::FindDevice(&wanted, "admin", "secret"));
+  EXPECT_GE(SecondsSince(start), 4.5);
 
   // One that gives its identity to nobody without a login, by a bare refusal or by a fault.
   ASSERT_TRUE(
@@ -293,49 +251,23 @@ TEST_F(Search, FindsCamerasAndTheirIdentity) {
   ASSERT_TRUE(m_Camsim.Quirks(2, {{"auth_device_info", true}}));
   CONVIFDeviceSet strict;
   CONVIF::DoDiscovery(&strict, "admin", "secret");
-  EXPECT_EQ(UrlsBySerial(strict).size(), 2U);
-  EXPECT_TRUE(UrlsBySerial(strict).contains(m_Serial[0]));
-  EXPECT_FALSE(UrlsBySerial(strict).contains(m_Serial[1]));
-}
-
-TEST_F(Search, FindsOneCameraWhereverItIs) {
-  CONVIFDeviceSet all;
-  CONVIF::DoDiscovery(&all, "admin", "secret");
-  CONVIFDevice wanted;
-  wanted.CopyDataFrom(all.Devices());
-  const CGXString url = wanted.ServiceURL();
-  wanted.ServiceURL("http://127.0.0.99/old");
-  wanted.Firmware("old");
-  auto start = Clock::now();
-  EXPECT_TRUE(CONVIF::FindDevice(&wanted, "admin", "secret"));
-  EXPECT_LT(SecondsSince(start), 2);
-  EXPECT_EQ(wanted.ServiceURL(), url);
-  EXPECT_NE(wanted.Firmware(), "old");
-
-  wanted.SerialNo("none has it");
-  start = Clock::now();
-  EXPECT_FALSE(CONVIF::FindDevice(&wanted, "admin", "secret"));
-  EXPECT_NEAR(SecondsSince(start), 5.5, 1);
+  EXPECT_EQ(Serials(strict), (std::set{m_Serial[0], m_Serial[2]}));
 }
 
 TEST_F(Search, EndsWhenItsThreadIsCancelled) {
   CONVIFDevice wanted;
   CGXThread thread;
-  thread.Start(
-      [](void* device) {
-        CONVIF::FindDevice(static_cast<CONVIFDevice*>(device), "admin", "secret");
-        CONVIFDeviceSet set;
-        CONVIF::DoDiscovery(&set, "admin", "secret");
-        return 0U;
-      },
-      &wanted, 0, "search");
-  const auto asked = [this] { return m_Camsim.Camera(1)["requests"].contains("GetDeviceInformation"); };
-  for (const auto start = Clock::now(); !asked() && SecondsSince(start) < 5;) {
-  }
-  const auto start = Clock::now();
+  const auto search = [](void* device) {
+    while (!CGXThread::CurrentCancelled())
+      CONVIF::FindDevice(static_cast<CONVIFDevice*>(device), "admin", "secret");
+    CONVIFDeviceSet set;
+    CONVIF::DoDiscovery(&set, "admin", "secret");
+    return 0U;
+  };
+  thread.Start(search, &wanted, 0, "search");
+  EXPECT_TRUE(Eventually(20, [&] { return m_Camsim.Camera(1)["requests"].contains("GetDeviceInformation"); }));
   thread.Cancel();
-  EXPECT_TRUE(thread.WaitComplete(1000));
-  EXPECT_LT(SecondsSince(start), 1);
+  EXPECT_TRUE(thread.WaitComplete(5000));  // a search takes more than that
 }
 
 TEST_F(Search, OffersOnlyNewCameras) {
@@ -347,15 +279,13 @@ TEST_F(Search, OffersOnlyNewCameras) {
   CONVIF_DevFinder finder(&finding);
   EXPECT_EQ(finder.TraceName(), "ONVIF Video Source (Dynamic)");
   CGXObList records;
-  const auto start = Clock::now();
   finder.FindNewDevices("admin", "secret", &records);
-  EXPECT_NEAR(SecondsSince(start), 5, 1.5);
-  std::vector<std::string> serials;
+  std::set<std::string> serials;
   while (!records.IsEmpty()) {
     const std::unique_ptr<CDeviceConfig> record(static_cast<CDeviceConfig*>(records.RemoveHead()));
     EXPECT_EQ(record->ComponentType(), 8072);
     EXPECT_FALSE(finder.FindInstalledDevice(record.get()));
-    serials.push_back(record->DescriptorVal("Serial No.").Str());
+    serials.insert(record->DescriptorVal("Serial No.").Str());
     std::string names;
     for (const auto& descriptor : record->Descriptors()) {
       names += descriptor.Name.Str() + std::to_string(descriptor.Flag) + " ";
@@ -364,10 +294,7 @@ TEST_F(Search, OffersOnlyNewCameras) {
     EXPECT_EQ(names,
               "Manufacturer0 Model0 Firmware0 Serial No.0 Hardware ID1 Service URL1 UserName1 Password1 ");
   }
-  std::sort(serials.begin(), serials.end());
-  std::vector<std::string> expected{m_Serial[0], m_Serial[2]};
-  std::sort(expected.begin(), expected.end());
-  EXPECT_EQ(serials, expected);
+  EXPECT_EQ(serials, (std::set{m_Serial[0], m_Serial[2]}));
   CSystem::Instance()->RemoveAllComponents();
 }
 

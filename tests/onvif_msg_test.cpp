@@ -38,11 +38,6 @@ std::string Show(const CONVIFMsg& node) {
   return text + ")";
 }
 
-class CLoginNode : public CONVIFMsg {
- public:
-  CLoginNode() : CONVIFMsg("Login") {}
-};
-
 class CNotingNode : public CONVIFMsg {
  public:
   CNotingNode(const char* name, std::string* order) : CONVIFMsg(name), m_pOrder(order) {}
@@ -245,7 +240,7 @@ TEST(XmlTree, CanBeAddedToWhereverItCameFrom) {
   CONVIFMsg* const a = root->FindSubMSG("a");
   a->AddAttrib("k=\"v\"");
   a->AddValue("2");
-  a->AddValue("n", "3")->AppendMSG(new CLoginNode);
+  a->AddValue("n", "3")->AppendMSG(new CONVIFMsg("Login"));
   root->AppendMSG(Parse("<s><t>4</t></s>").release());
   a->Next()->AddMSG("u");
   EXPECT_EQ(root->CreateString(), "<r><a k=\"v\">1 2<n>3<Login></Login></n></a><s><t>4</t><u></u></s></r>");

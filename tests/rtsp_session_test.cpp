@@ -58,7 +58,7 @@ struct CExchange {
   }
   std::string Text() const { return Reply.c_str(); }
 
-  CScriptedServer Server;
+  CRtspCamera Server;
   CSession Session;
   std::string Reply;
   int Result;
@@ -76,10 +76,10 @@ extern "C" int gettimeofday(timeval* now, void*) noexcept {
 }
 
 TEST(RtspSession, SpeaksTheseBytesOverUDP) {
-  CScriptedServer server({Ok("Public: DESCRIBE\r\n"), Ok(),
-                          Ok("Transport: RTP/AVP;unicast;client_port=3232-3233;server_port=6970-6971\r\n"
-                             "Session: 12345678;timeout=60\r\n"),
-                          Ok()});
+  CRtspCamera server({Ok("Public: DESCRIBE\r\n"), Ok(),
+                      Ok("Transport: RTP/AVP;unicast;client_port=3232-3233;server_port=6970-6971\r\n"
+                         "Session: 12345678;timeout=60\r\n"),
+                      Ok()});
   {
     CSession session(server, RTP_TRANSPORT_UDP);
     ASSERT_TRUE(session.RTSP.Connected());
@@ -98,9 +98,13 @@ TEST(RtspSession, SpeaksTheseBytesOverUDP) {
   EXPECT_EQ(expected, server.Requests(5));
 }
 
+// The channel is the one that the camera chose; packets come before the PLAY reply, in its segment and behind
+// it.
 TEST(RtspSession, SpeaksTheseBytesOverTCP) {
-  CScriptedServer server(
-      {Ok(), Ok(), Ok("Session: 77\r\nTransport: RTP/AVP/TCP;unicast;interleaved=4-5\r\n"), Ok()}, 1);
+  const std::string early = Interleaved(4, std::string(1400, 'a')),
+                    same = Interleaved(0, "other") + Interleaved(4, "b") + Interleaved(4, "cc");
+  CRtspCamera server({Ok(), Ok(), Ok("Session: 77\r\nTransport: RTP/AVP/TCP;unicast;interleaved=4-5\r\n"),
+                      early + Ok("RTP-Info: x\r\n") + same.substr(0, 17)});
   CSession session(server, RTP_TRANSPORT_TCP);
   ASSERT_TRUE(session.Play());
   const std::string track = server.URL("/live/track1");
@@ -108,16 +112,22 @@ TEST(RtspSession, SpeaksTheseBytesOverTCP) {
                 "Transport: RTP/AVP/TCP;unicast;interleaved=0-1\r\n\r\n",
             server.Request(2));
   EXPECT_EQ("PLAY " + track + " RTSP/1.0\r\nCSeq: 5\r\n" + AGENT + "Session:  77\r\n\r\n", server.Request(3));
-  server.Send(Interleaved(0, "other") + Interleaved(4, "wanted"));  // the channel that the camera chose
-  EXPECT_EQ("wanted", session.Next());
+  server.Send(same.substr(17));
+  for (const std::string& packet : {std::string(1400, 'a'), std::string("b"), std::string("cc")})
+    EXPECT_EQ(packet, session.Next());
+  server.Hangup();
+  EXPECT_EQ("", session.Next(20000));
+  for (int i = 0; i < 3; ++i) session.RTSP.Stop();  // the first may still be taken by the system
+  EXPECT_FALSE(session.RTSP.Connected());
 }
 
 TEST(RtspSession, AnswersADigestChallengeOnce) {
-  const std::string challenge = Challenge(
-      "WWW-Authenticate: Digest realm=\"testrealm@host.com\", "
-      "nonce=\"dcd98b7102dd2f0e8b11d0f600bfb0c093\"\r\n");
   const std::string nonce = "dcd98b7102dd2f0e8b11d0f600bfb0c093";
-  CScriptedServer server({challenge, Ok(), challenge, challenge, Ok()});
+  const std::string challenge = Challenge(
+      "WWW-Authenticate: Basic realm=\"b\"\r\n"
+      "WWW-Authenticate: Digest realm=\"testrealm@host.com\", nonce=\"" +
+      nonce + "\"\r\n");
+  CRtspCamera server({challenge, Ok(), challenge, challenge, Ok()});
   CSession session(server, RTP_TRANSPORT_TCP, "Mufasa", "Circle Of Life");
   char reply[RTSP_REPLY_BYTES + 1];
   EXPECT_TRUE(session.RTSP.RTSPExchange("/dir/index.html", "GET", "Accept: a", reply, RTSP_REPLY_BYTES, 0));
@@ -135,47 +145,27 @@ TEST(RtspSession, AnswersADigestChallengeOnce) {
   EXPECT_EQ(0u, server.Request(4).find("TEARDOWN")) << "a second 401 ends the exchange after two requests";
 }
 
-TEST(RtspSession, PicksTheDigestChallengeWhereBasicIsOfferedFirst) {
-  CExchange exchange({Challenge("WWW-Authenticate: Basic realm=\"b\"\r\n"
-                                "WWW-Authenticate: Digest realm=\"d\", nonce=\"n\"\r\n"),
-                      Ok()});
-  EXPECT_TRUE(exchange.Result);
-  EXPECT_NE(std::string::npos, exchange.Server.Request(1).find(
-                                   "realm=\"d\", nonce=\"n\", uri=\"rtsp://c/live\", response=\"" +
-                                   MD5(MD5("user:d:secret") + ":n:" + MD5("OPTIONS:rtsp://c/live")) + "\""));
-}
-
 TEST(RtspSession, TakesRepliesInAllShapes) {
-  const std::string page(200, 'p');
+  const std::string page(200, 'p'), body = Ok("Content-Length: 4\r\n") + "v=0\n";
   const struct {
     const char* name;
     std::vector<std::string> replies;
     size_t piece;
-    int result;
     std::string text;
   } cases[] = {
-      {"single bytes with a body",
-       {Ok("Content-Length: 4\r\n") + "v=0\n"},
-       1,
-       1,
-       Ok("Content-Length: 4\r\n") + "v=0\n"},
-      {"no header end, then silence", {"RTSP/1.0 200 OK\r\n"}, 0, 1, "RTSP/1.0 200 OK\r\n"},
-      {"negative length", {Ok("Content-Length: -7\r\n")}, 0, 1, Ok("Content-Length: -7\r\n")},
-      {"body shorter than announced",
-       {Ok("Content-Length: 9\r\n") + "v=0"},
-       0,
-       1,
-       Ok("Content-Length: 9\r\n") + "v=0"},
+      {"single bytes with a body", {body}, 1, body},
+      {"no header end, then silence", {"RTSP/1.0 200 OK\r\n"}, 0, "RTSP/1.0 200 OK\r\n"},
+      {"negative length", {Ok("Content-Length: -7\r\n")}, 0, Ok("Content-Length: -7\r\n")},
+      {"body cut short", {Ok("Content-Length: 9\r\n") + "v=0"}, 0, Ok("Content-Length: 9\r\n") + "v=0"},
       {"body behind a challenge, in its own segment",
        {Challenge("WWW-Authenticate: Digest realm=\"r\", nonce=\"n\"\r\nContent-Length: 200\r\n") + page, Ok()},
        60,
-       1,
        Ok()},
   };
   for (const auto& test : cases) {
     SCOPED_TRACE(test.name);
     const CExchange exchange(test.replies, RTSP_REPLY_BYTES, test.piece);
-    EXPECT_EQ(test.result, exchange.Result);
+    EXPECT_TRUE(exchange.Result);
     EXPECT_EQ(test.text, exchange.Text());
   }
 }
@@ -195,11 +185,9 @@ TEST(RtspSession, KeepsALongReplyInsideItsBuffer) {
   const CExchange endless({std::string(3000, 'h')}, size);
   EXPECT_FALSE(endless.Result);
   EXPECT_EQ('x', endless.Reply[full.size()]);
-}
 
-// A description that is far too long for the buffer must not be taken for the reply to SETUP.
-TEST(RtspSession, FindsTheNextReplyBehindAnUnreadBody) {
-  CScriptedServer server({Ok("Content-Length: 4000\r\n"), Ok("Next: 1\r\n")});
+  // A description that is far too long for the buffer must not be taken for the reply to SETUP.
+  CRtspCamera server({Ok("Content-Length: 4000\r\n"), Ok("Next: 1\r\n")});
   CSession session(server, RTP_TRANSPORT_TCP);
   char reply[RTSP_REPLY_BYTES + 1] = {};
   EXPECT_TRUE(session.RTSP.RTSPExchange("u", "DESCRIBE", "", reply, RTSP_REPLY_BYTES, 0));
@@ -220,29 +208,19 @@ TEST(RtspSession, FailsClearly) {
                 {"busy", {Ok(), Ok(), "RTSP/1.0 503 Service Unavailable\r\nSession: 1\r\n\r\n"}}};
   for (const auto& test : setups) {
     SCOPED_TRACE(test.name);
-    CScriptedServer server(test.replies);
+    CRtspCamera server(test.replies);
     CSession session(server, RTP_TRANSPORT_TCP);
     EXPECT_FALSE(session.Play());
     EXPECT_EQ(3u, server.Requests(3).size());
   }
 
-  CScriptedServer server({});
+  CRtspCamera server({});
   CSession session(server, RTP_TRANSPORT_TCP);
   const std::string path(1100, 'p');
   EXPECT_FALSE(session.RTSP.RTSPExchange(path.c_str(), "OPTIONS", "", nullptr, 0, 0));
   EXPECT_TRUE(session.RTSP.Connected()) << "nothing of a request that is too long is sent";
   session.RTSP.Stop();
   EXPECT_EQ(0u, server.Request(0).find("TEARDOWN rtsp://127.0.0.1"));
-}
-
-TEST(RtspSession, NoticesAClosedConnection) {
-  CScriptedServer server({});
-  CSession session(server, RTP_TRANSPORT_TCP);
-  server.Send(Ok());
-  server.Hangup();
-  EXPECT_EQ("", session.Next(5000));
-  for (int i = 0; i < 3; ++i) session.RTSP.Stop();  // the first may still be taken by the system
-  EXPECT_FALSE(session.RTSP.Connected());
 }
 
 TEST(RtspValues, AreCutAndTerminated) {
@@ -267,18 +245,13 @@ TEST(RtspValues, AreCutAndTerminated) {
   EXPECT_EQ(asserts + 2, AssertCount());
 }
 
-TEST(RtspPorts, AreSharedByAllSessions) {
+TEST(RtspPorts, AreSharedByAllSessionsAndNotFreedTwice) {
   for (int i = 0; i < 64; ++i) ASSERT_EQ(3232 + 2 * i, CRTSP::GetRTPPort());
   const int asserts = AssertCount();
   EXPECT_EQ(0, CRTSP::GetRTPPort());
   EXPECT_EQ(asserts + 1, AssertCount());
-  CRTSP::FreeRTPPort(3234);
-  EXPECT_EQ(3234, CRTSP::GetRTPPort());
   for (int i = 0; i < 64; ++i) CRTSP::FreeRTPPort(static_cast<unsigned short>(3232 + 2 * i));
-}
-
-TEST(RtspPorts, AreNotTakenFromAnotherSessionByAFailedOne) {
-  CScriptedServer server({});
+  CRtspCamera server({});
   const int occupant = BoundSocket(SOCK_DGRAM, 3232);
   {
     CSession failed(server, RTP_TRANSPORT_UDP);
@@ -291,21 +264,8 @@ TEST(RtspPorts, AreNotTakenFromAnotherSessionByAFailedOne) {
   CRTSP::FreeRTPPort(3234);
 }
 
-// Packets that arrive around the PLAY reply: before it, in its segment, behind it.
-TEST(RtspInterleaved, LosesNoPacketAroundThePlayReply) {
-  const std::string early = Interleaved(0, std::string(1400, 'a')),
-                    same = Interleaved(0, "b") + Interleaved(0, "cc");
-  CScriptedServer server({Ok(), Ok(), Ok("Session: 1\r\n"), early + Ok("RTP-Info: x\r\n") + same.substr(0, 7)});
-  CSession session(server, RTP_TRANSPORT_TCP);
-  ASSERT_TRUE(session.Play());
-  server.Send(same.substr(7));
-  EXPECT_EQ(std::string(1400, 'a'), session.Next());
-  EXPECT_EQ("b", session.Next());
-  EXPECT_EQ("cc", session.Next());
-}
-
 TEST(RtspInterleaved, SkipsWhatIsNoPacketOfTheTrack) {
-  CScriptedServer server({Ok(), Ok(), Ok("Session: 1\r\n"), Ok()}, 7);
+  CRtspCamera server({Ok(), Ok(), Ok("Session: 1\r\n"), Ok()}, 7);
   CSession session(server, RTP_TRANSPORT_TCP);
   ASSERT_TRUE(session.Play());
   CTraceCatcher trace;
@@ -325,22 +285,21 @@ TEST(RtspInterleaved, SkipsWhatIsNoPacketOfTheTrack) {
 }
 
 TEST(RtspInterleaved, EndsAtOnceOnACancelledThread) {
-  CScriptedServer server({Ok(), Ok(), Ok("Session: 1\r\n"), Ok()});
+  CRtspCamera server({Ok(), Ok(), Ok("Session: 1\r\n"), Ok()});
   CSession session(server, RTP_TRANSPORT_TCP);
   ASSERT_TRUE(session.Play());
   CGXThread thread;
   const auto wait = [](void* argument) -> unsigned {
-    static_cast<CSession*>(argument)->Next(60000);
-    return 0;
+    return static_cast<CSession*>(argument)->Next(60000).empty();
   };
   ASSERT_TRUE(thread.Start(wait, &session, 0, "rtsp"));
   thread.Cancel();
-  EXPECT_TRUE(thread.WaitComplete(5000));
+  EXPECT_TRUE(thread.WaitComplete(20000));
 }
 
 TEST(RtspKeepAlive, IsSentEveryThirtySecondsWhateverTheClockDoes) {
   for (const RTP_TRANSPORT transport : {RTP_TRANSPORT_UDP, RTP_TRANSPORT_TCP}) {
-    CScriptedServer server({Ok(), Ok(), Ok("Session: 9;timeout=60\r\n"), Ok(), Ok(), Ok()});
+    CRtspCamera server({Ok(), Ok(), Ok("Session: 9;timeout=60\r\n"), Ok(), Ok(), Ok()});
     CSession session(server, transport);
     ASSERT_TRUE(session.Play());
     EXPECT_EQ("", session.Next(10));
@@ -360,7 +319,7 @@ TEST(RtspKeepAlive, IsSentEveryThirtySecondsWhateverTheClockDoes) {
 
 TEST(RtspUDP, ReceivesInOrderAndReportsToTheSender) {
   const int rtcp = BoundSocket(SOCK_DGRAM, 0);
-  CScriptedServer server(
+  CRtspCamera server(
       {Ok(), Ok(),
        Ok("Transport: RTP/AVP;server_port=" + std::to_string(BoundPort(rtcp) - 1) + "\r\nSession: 1\r\n"),
        Ok("RTCP-Interval: 2000\r\n")});
@@ -368,13 +327,13 @@ TEST(RtspUDP, ReceivesInOrderAndReportsToTheSender) {
   ASSERT_TRUE(session.Play());
 
   const sockaddr_in rtp = Loopback(3232), control = Loopback(3233);
-  for (int i = 0; i < 300; ++i) {
+  for (int i = 0; i < 150; ++i) {
     const std::string packet = "packet " + std::to_string(i) + std::string(1400, '.');
     sendto(rtcp, packet.data(), packet.size(), 0, reinterpret_cast<const sockaddr*>(&rtp), sizeof rtp);
   }
   const unsigned char report[28] = {0x80, 200, 0, 6, 0xDE, 0xAD, 0xBE, 0xEF};
   sendto(rtcp, report, sizeof report, 0, reinterpret_cast<const sockaddr*>(&control), sizeof control);
-  for (int i = 0; i < 300; ++i)
+  for (int i = 0; i < 150; ++i)
     ASSERT_EQ(0u, session.Next().find("packet " + std::to_string(i) + "."))
         << "a burst of a key picture is kept";
 
