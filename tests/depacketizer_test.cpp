@@ -109,52 +109,14 @@ TEST(Depacketizer, OnePacket) {
        RTP(1, STAP({"\x67sps"s, Unit(0x65, CAPACITY), "\x68pps"s})),
        {"\x67sps"s, "\x68pps"s}},
       {"empty aggregate", RTP(1, "\x78"s), {}},
-      {"fragment that is start and end",
-       RTP(1,
-           "\x7c\xc5"
-           "abc"s),
-       {"\x65"
-        "abc"s}},
+      {"fragment that is start and end", RTP(1, "\x7c\xc5xyz"s), {"\x65xyz"s}},
       {"fragment without header", RTP(1, "\x7c"s), {}},
       {"fragment of an aggregate", RTP(1, "\x7c\xd8\0\1a"s), {}},
-      {"end without start",
-       RTP(1,
-           "\x7c\x45"
-           "abc"s),
-       {}},
+      {"end without start", RTP(1, "\x7c\x45xyz"s), {}},
       {"as large as fits", RTP(1, Unit(0x65, CAPACITY - 3)), {Unit(0x65, CAPACITY - 3)}},
       {"a byte too large", RTP(1, Unit(0x65, CAPACITY - 2)), {}},
   };
   for (const auto& [name, packet, expected] : cases) EXPECT_EQ(FeedAll({packet}), expected) << name;
-}
-
-TEST(Depacketizer, PayloadType) {
-  CH264Depacketizer only97(97);
-  EXPECT_EQ(Feed(only97, RTP(1,
-                             "\x65"
-                             "abc"s,
-                             0x80, 96)),
-            Units{});
-  EXPECT_EQ(Feed(only97, RTP(2,
-                             "\x65"
-                             "abc"s,
-                             0x80, 97 | 0x80)),
-            Units{"\x65"
-                  "abc"s});
-}
-
-TEST(Depacketizer, RestOfAnAggregateEndsWithTheNextPacket) {
-  CH264Depacketizer depacketizer(-1);
-  unsigned char out[100];
-  const std::string first = RTP(1, STAP({"\x67sps"s, "\x68pps"s})), second = RTP(2, "\x65idr"s);
-  const auto process = [&](const std::string& packet) {
-    return depacketizer.ProcessRTP(reinterpret_cast<const unsigned char*>(packet.data()),
-                                   static_cast<int>(packet.size()), out, sizeof out);
-  };
-  EXPECT_EQ(process(first), 7);
-  EXPECT_EQ(process(second), 7);
-  EXPECT_EQ(out[3], 0x65);
-  EXPECT_EQ(depacketizer.ProcessRTP(nullptr, 0, out, sizeof out), 0);
 }
 
 // A stream whose sequence number wraps within a fragmented unit: which units each of its packets carries, and
@@ -187,73 +149,62 @@ Units Without(Units all, const Units& damaged) {
   return all;
 }
 
-TEST(Depacketizer, LossCostsTheDamagedUnitOnly) {
+// A stream with one packet lost, two lost, one that came twice, two that changed places: only their own units
+// are damaged, and none is made up.
+TEST(Depacketizer, LossAndDisorderCostTheDamagedUnitsOnly) {
   const Stream stream = MakeStream();
   EXPECT_EQ(FeedAll(stream.Packets), stream.All);
-  for (size_t lost = 0; lost < stream.Packets.size(); ++lost) {
+  for (size_t at = 0; at + 1 < stream.Packets.size(); ++at) {
+    SCOPED_TRACE(at);
+    const Units without = Without(stream.All, stream.Of[at]), neither = Without(without, stream.Of[at + 1]);
+    const auto place = static_cast<long>(at);
     Units packets = stream.Packets;
-    packets.erase(packets.begin() + static_cast<long>(lost));
-    EXPECT_EQ(FeedAll(packets), Without(stream.All, stream.Of[lost])) << "lost " << lost;
-  }
-  for (size_t lost = 0; lost + 1 < stream.Packets.size(); ++lost) {
-    Units packets = stream.Packets;
-    packets.erase(packets.begin() + static_cast<long>(lost), packets.begin() + static_cast<long>(lost) + 2);
-    EXPECT_EQ(FeedAll(packets), Without(Without(stream.All, stream.Of[lost]), stream.Of[lost + 1]))
-        << "lost two from " << lost;
-  }
-}
-
-TEST(Depacketizer, FragmentsThatComeTwiceChangeNothing) {
-  const Stream stream = MakeStream();
-  for (size_t twice = 1; twice < stream.Packets.size(); ++twice) {
-    if ((stream.Packets[twice][12] & 0x1f) != 28) continue;
-    Units packets = stream.Packets;
-    packets.insert(packets.begin() + static_cast<long>(twice) + 1, stream.Packets[twice]);
-    EXPECT_EQ(FeedAll(packets), stream.All) << "twice " << twice;
-  }
-}
-
-TEST(Depacketizer, ReorderingCostsTheUnitsInvolvedOnly) {
-  const Stream stream = MakeStream();
-  for (size_t first = 0; first + 1 < stream.Packets.size(); ++first) {
-    Units packets = stream.Packets;
-    std::swap(packets[first], packets[first + 1]);
+    packets.erase(packets.begin() + place);
+    EXPECT_EQ(FeedAll(packets), without);
+    packets.erase(packets.begin() + place);
+    EXPECT_EQ(FeedAll(packets), neither);
+    packets = stream.Packets;
+    packets.insert(packets.begin() + place, packets[at]);
+    EXPECT_TRUE((packets[at][12] & 0x1f) != 28 || FeedAll(packets) == stream.All);
+    packets = stream.Packets;
+    std::swap(packets[at], packets[at + 1]);
     const Units got = FeedAll(packets);
-    for (const std::string& unit : Without(Without(stream.All, stream.Of[first]), stream.Of[first + 1]))
-      EXPECT_EQ(std::count(got.begin(), got.end(), unit), 1) << "swapped at " << first;
-    for (const std::string& unit : got)
-      EXPECT_EQ(std::count(stream.All.begin(), stream.All.end(), unit), 1) << "a made-up unit at " << first;
+    for (const std::string& unit : neither) EXPECT_EQ(std::count(got.begin(), got.end(), unit), 1);
+    for (const std::string& unit : got) EXPECT_EQ(std::count(stream.All.begin(), stream.All.end(), unit), 1);
   }
 }
 
-TEST(Depacketizer, ChangeOfTypeWithinAUnitDropsIt) {
+TEST(Depacketizer, FollowsARestartedSenderAndOnlyItsPayloadType) {
   const Units idr = FU(Unit(0x65, 90), 3), slice = FU(Unit(0x41, 90), 3);
-  EXPECT_EQ(FeedAll({RTP(1, idr[0]), RTP(2, slice[1]), RTP(3, idr[2])}), Units{});
-}
-
-TEST(Depacketizer, RestartedSenderIsFollowed) {
-  const Units fragments = FU(Unit(0x65, 90), 3);
-  Units packets;
-  for (unsigned base : {30000u, 20000u, 29990u})
-    for (unsigned i = 0; i < 3; ++i) packets.push_back(RTP(base + i, fragments[i]));
-  packets.erase(packets.begin() + 2);  // the first unit stays open
-  packets.erase(packets.begin() + 4);  // the second too; the third begins far ahead
-  EXPECT_EQ(FeedAll(packets), Units{Unit(0x65, 90)});
+  EXPECT_EQ(FeedAll({RTP(1, idr[0]), RTP(2, slice[1]), RTP(3, idr[2])}),
+            Units{});  // another type within a unit
+  // Two units stay open, the third begins far ahead.
+  EXPECT_EQ(FeedAll({RTP(30000, idr[0]), RTP(30001, idr[1]), RTP(20000, idr[0]), RTP(20001, idr[1]),
+                     RTP(29990, idr[0]), RTP(29991, idr[1]), RTP(29992, idr[2])}),
+            Units{Unit(0x65, 90)});
+  CH264Depacketizer only97(97);
+  EXPECT_EQ(Feed(only97, RTP(1, "\x65x"s, 0x80, 96)), Units{});
+  EXPECT_EQ(Feed(only97, RTP(2, "\x65x"s, 0x80, 97 | 0x80)), Units{"\x65x"s});
 }
 
 TEST(Depacketizer, EndlessUnitIsDropped) {
   CH264Depacketizer depacketizer(-1);
-  std::vector<unsigned char> out(4 << 20);
   unsigned sequence = 0;
   const auto feed = [&](const std::string& payload) {
-    const std::string packet = RTP(sequence++ & 0xffff, payload);
-    return depacketizer.ProcessRTP(reinterpret_cast<const unsigned char*>(packet.data()),
-                                   static_cast<int>(packet.size()), out.data(), static_cast<int>(out.size()));
+    return Feed(depacketizer, RTP(sequence++ & 0xffff, payload), 2 << 20);
   };
   feed("\x7c\x85"s);
-  for (int i = 0; i < 1100; ++i) EXPECT_EQ(feed("\x7c\x05"s + std::string(1000, 'x')), 0);
-  EXPECT_EQ(feed("\x7c\x45"s), 0);
-  EXPECT_EQ(feed("\x41next"s), 8);
+  for (int i = 0; i < 1100; ++i) EXPECT_TRUE(feed("\x7c\x05"s + std::string(1000, 'x')).empty());
+  EXPECT_TRUE(feed("\x7c\x45"s).empty());
+  EXPECT_EQ(feed("\x41next"s), Units{"\x41next"s});
+  // What is left of an aggregate ends with the next packet.
+  unsigned char out[100];
+  for (const std::string& packet : {RTP(1, STAP({"\x67sps"s, "\x68pps"s})), RTP(2, "\x65idr"s)})
+    EXPECT_EQ(depacketizer.ProcessRTP(reinterpret_cast<const unsigned char*>(packet.data()),
+                                      static_cast<int>(packet.size()), out, sizeof out),
+              7);
+  EXPECT_EQ(out[3], 0x65);
+  EXPECT_EQ(depacketizer.ProcessRTP(nullptr, 0, out, sizeof out), 0);
 }
 
 }  // namespace

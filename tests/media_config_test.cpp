@@ -127,13 +127,11 @@ TEST(MediaConfig, EntriesComeAndGo) {
   CONVIFUserSettings* const a = Add(&h264, "a", "");
   CONVIFUserSettings* const b = Add(&h264, "b", "");
   CONVIFUserSettings* const c = Add(&jpeg, "c", "");
-  EXPECT_EQ(FindUserSettings(h264, jpeg, b), b);
-  EXPECT_EQ(FindUserSettings(h264, jpeg, c), c);
+  for (void* known : {a, b, c}) EXPECT_EQ(FindUserSettings(h264, jpeg, known), known);
   EXPECT_EQ(FindUserSettings(h264, jpeg, &h264), nullptr);
   EXPECT_EQ(FindUserSettings(h264, jpeg, nullptr), nullptr);
-
   const int asserts = AssertCount();
-  h264.DeleteSettings(c);
+  h264.DeleteSettings(c);  // of the other list
   EXPECT_EQ(AssertCount(), asserts + 1);
   h264.DeleteSettings(b);  // the tail, then append behind the new one
   CONVIFUserSettings* const d = h264.AddNewSettings();
@@ -142,11 +140,8 @@ TEST(MediaConfig, EntriesComeAndGo) {
   h264.DeleteSettings(a);
   EXPECT_EQ(h264.Settings(), d);
   h264.DeleteSettings(d);
-  EXPECT_EQ(h264.NSettings(), 0);
   CONVIFUserSettings* const e = h264.AddNewSettings();
   EXPECT_EQ(h264.Settings(), e);
-  EXPECT_EQ(AssertCount(), asserts + 1);
-
   for (int i = 0; i < 100000; ++i) jpeg.AddNewSettings();  // destruction must not recurse
 }
 
