@@ -71,8 +71,10 @@ CONVIFCam::~CONVIFCam() {
 void CONVIFCam::StopWorkers() {
   for (CGXThread& thread : m_StreamThreads) thread.Cancel();
   m_QueueThread.Cancel();
+  m_EventThread.Cancel();
   for (CGXThread& thread : m_StreamThreads) thread.Join();
   m_QueueThread.Join();
+  m_EventThread.Join();
 }
 
 // ---- Identity ----
@@ -150,6 +152,7 @@ void CONVIFCam::SetConfigURL(CGXString url) {
     StopWorkers();
     for (CGXThread& thread : m_StreamThreads) thread.Reset();
     m_QueueThread.Reset();
+    m_EventThread.Reset();
   }
   m_RunState.Reset();
   StartThread(THREAD_NAME_AFTER_MOVE);

@@ -4,7 +4,7 @@
 // Source files by role: ONVIFCam.cpp identity, record and configuration; ONVIFCam_load.cpp the loading steps;
 // ONVIFCam_run.cpp the connection thread and the queue; ONVIFCam_stream.cpp the stream threads;
 // ONVIFCam_ptz.cpp moves and presets; ONVIFCam_offer.cpp what tells the host about the streams;
-// ONVIFCam_event.cpp the event subscription.
+// ONVIFCam_event.cpp the camera's events.
 #pragma once
 
 #include "camera/proc_queue.h"
@@ -165,6 +165,13 @@ class CONVIFCam : public CVideoSystem,
   static void FreeEventPort(unsigned short port);  // an unknown port changes nothing
   unsigned short EventPort() const { return m_wEventPort; }
   bool StartONVIF_EventConfig();  // subscribes once, for a minute; true when the camera agreed
+  // Reads one notification (altered; NUL-terminated there or later): motion raises the host's event and sets
+  // the motion level. Anything else changes nothing. Listener's thread.
+  void ProcessEvent(char* body, int length);
+  // Name and value of the first simple item in the part ("Source", "Key", "Data") of a message; both are left
+  // as they are when there is none.
+  static void ExtractSimple(CONVIFMsg* message, const char* part, CGXString* name, CGXString* value);
+  int MotionLevel() const { return m_iMotionLevel; }  // -1 unknown, 0 none, 100 motion; what frames carry
 
   // ---- Intercom client ----
   CIntercomClient* GetIcomClient(ICOM_CLIENT_CTX ctx) override;
@@ -190,6 +197,7 @@ class CONVIFCam : public CVideoSystem,
   static constexpr int JPEG_STREAMS = 3;
   static constexpr int STREAMS = 4;  // and the H.264 stream
   static constexpr unsigned WORKER_STACK_BYTES = 256000;
+  static constexpr int MOTION_LEVEL_FULL = 100;
 
   // ---- Identity (ONVIFCam.cpp) ----
   bool IsStatic() const { return ComponentType() == TYPE_STATIC; }
@@ -208,7 +216,7 @@ class CONVIFCam : public CVideoSystem,
   CUserConfigRef JPEGSettings() const;
   CUserConfigRef UserConfig(RTSP_PROFILE_TYPE type) const;  // null for any other type
   bool HasEmptyUserSettings() const;
-  void StopWorkers();  // cancels and joins the stream threads and the queue's
+  void StopWorkers();  // cancels and joins the stream threads, the queue's and the listener's
 
   // ---- Loading steps (ONVIFCam_load.cpp); connection thread ----
   bool FindONVIF_ServiceURL();
@@ -244,6 +252,12 @@ class CONVIFCam : public CVideoSystem,
   static unsigned ONVIFThreadProc(void* camera);
   void RunThreadProc();
   bool ProcessReadyFrames();
+
+  // ---- Event listener (ONVIFCam_event.cpp) ----
+  void StartEventThread(CRunState::Epoch since);
+  static unsigned ONVIFEventThreadProc(void* camera);
+  void RunEventThreadProc();  // until the state is reset
+  void ReportMotion(bool motion);
 
   // ---- Stream threads (ONVIFCam_stream.cpp) ----
   void StartStreams();
@@ -297,17 +311,19 @@ class CONVIFCam : public CVideoSystem,
   std::optional<CGXTimer> m_LastStreamStarts[STREAMS];  // connection thread only
   CGXCritical m_DVRLock;  // for writing m_bDVRActive: connection, file and main thread
   std::atomic<bool> m_bDVRActive{false};
-  std::atomic<int> m_iMotionLevel{-1};  // -1 unknown, 0 none, 100 motion
+  std::atomic<int> m_iMotionLevel{-1};  // see MotionLevel(); listener's thread and alarms
   std::atomic<int> m_nDVRFrames{0};     // delivered since the statistics were last computed
   CGXTimer m_DVRStatsTimer GUARDED_BY(m_DVRLock);
   int m_iDVRRate GUARDED_BY(m_DVRLock) = 0;  // frames a second times 100
   CGXCritical m_RTSPSinkLock;
   std::vector<CObjectSink*> m_RTSPSinks GUARDED_BY(m_RTSPSinkLock);
 
-  // Events: the port that is announced to the camera. The listener's thread belongs here; nothing listens yet.
+  // Events: the port that is announced to the camera and on which its listener waits.
   static CGXCritical g_EventPortLock;
   static constexpr int MAX_EVENT_PORTS = 64;
   static unsigned short g_wEventPorts[MAX_EVENT_PORTS] GUARDED_BY(g_EventPortLock);
   static int g_iNEventPorts GUARDED_BY(g_EventPortLock);
   const unsigned short m_wEventPort;
+  CGXThread m_EventThread;            // started by the connection thread
+  CRunState::Epoch m_EventEpoch = 0;  // of its start; written while it does not run
 };

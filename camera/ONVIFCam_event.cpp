@@ -1,5 +1,7 @@
-// Subscribing to the camera's events, and the ports on which cameras' notifications arrive.
+// Subscribing to the camera's events, and receiving them.
 #include "camera/ONVIFCam.h"
+#include "camera/notification_listener.h"
+#include "host/event_server.h"
 #include "host/gxassert.h"
 #include "host/socket.h"
 #include "onvif/login_header.h"
@@ -13,13 +15,9 @@ namespace {
 constexpr unsigned short FIRST_EVENT_PORT = 8795;
 constexpr unsigned short EVENT_PORT_STEP = 2;
 
-// OASIS Web Services Notification 1.3, W3C Web Services Addressing 1.0.
-constexpr const char* NS_NOTIFICATION = "http://docs.oasis-open.org/wsn/b-2";
-constexpr const char* ACTION_SUBSCRIBE =
-    "http://docs.oasis-open.org/wsn/bw-2/NotificationProducer/SubscribeRequest";
-constexpr const char* NS_ADDRESSING = "http://www.w3.org/2005/08/addressing";
-constexpr const char* ADDRESS_ANONYMOUS = "http://www.w3.org/2005/08/addressing/anonymous";
 constexpr const char* SUBSCRIPTION_TIME = "PT60S";
+constexpr unsigned RENEWAL_MS = 50000;  // leaves a camera that is slow to answer ten seconds
+constexpr unsigned LISTEN_MS = 500;     // within this the listener notices a reset
 constexpr const char* MUST_UNDERSTAND = "s:mustUnderstand=\"1\"";
 
 }  // namespace
@@ -53,9 +51,9 @@ void CONVIFCam::FreeEventPort(unsigned short port) {
 void CONVIFCam::WriteSubscribeHeader(CONVIFMsg* header) {
   CONVIFMsg* const action = header->AddMSG("a:Action");
   action->AddAttrib(MUST_UNDERSTAND);
-  action->AddValue(ACTION_SUBSCRIBE);
+  action->AddValue(WSN_SUBSCRIBE_ACTION);
   header->AddValue("a:MessageID", CONVIF::GenerateMSGID());
-  header->AddMSG("a:ReplyTo")->AddValue("a:Address", ADDRESS_ANONYMOUS);
+  header->AddMSG("a:ReplyTo")->AddValue("a:Address", ADDRESSING_ANONYMOUS);
   CCameraClock clock = CameraClock();
   CONVIFLoginHeader::AppendCredentials(header, UserName(), Password(), clock.Time, &clock.Since);
   CONVIFMsg* const to = header->AddMSG("a:To");
@@ -69,7 +67,7 @@ bool CONVIFCam::StartONVIF_EventConfig() {
   envelope.AddAttrib(CONVIF::FormatXMLNS_S(NS_SOAP_ENVELOPE));
   envelope.AddAttrib(CONVIF::FormatXMLNS_A(NS_ADDRESSING));
   WriteSubscribeHeader(envelope.AddMSG("s:Header"));
-  CONVIFMsg* const subscribe = envelope.AddBody()->AddMSG_XMLNS("Subscribe", NS_NOTIFICATION);
+  CONVIFMsg* const subscribe = envelope.AddBody()->AddMSG_XMLNS("Subscribe", NS_WS_NOTIFICATION);
   CGXString consumer;
   consumer.Format("http://%s:%d/subscribe", GXFormatAddress(GetPrimaryIP()).Str().c_str(), m_wEventPort);
   subscribe->AddMSG("ConsumerReference")->AddValue("a:Address", consumer);
@@ -77,4 +75,71 @@ bool CONVIFCam::StartONVIF_EventConfig() {
   const std::unique_ptr<CONVIFMsg> reply(
       CONVIF::DoQuery_HTTP(ServiceURL(), "", "", &envelope, QUERY_TIMEOUT_MS));
   return reply != nullptr && reply->FindSubMSG("SubscribeResponse") != nullptr;
+}
+
+// ---- Listener ----
+
+// Only the connection thread starts the listener, so an earlier one that has not noticed a reset yet is ended
+// first: a start is never lost.
+void CONVIFCam::StartEventThread(CRunState::Epoch since) {
+  m_EventThread.Cancel();
+  m_EventThread.Reset();
+  m_EventEpoch = since;
+  m_EventThread.Start(ONVIFEventThreadProc, this, WORKER_STACK_BYTES, "ONVIF Event Proc Thread");
+}
+
+unsigned CONVIFCam::ONVIFEventThreadProc(void* camera) {
+  static_cast<CONVIFCam*>(camera)->RunEventThreadProc();
+  return 0;
+}
+
+void CONVIFCam::RunEventThreadProc() {
+  CNotificationListener listener;
+  if (!listener.Open(m_wEventPort)) {
+    if (Trace()) Trace("WARNING: Can't listen on event port " + CGXString(std::to_string(m_wEventPort)));
+    return;
+  }
+  CGXTimer renewal;
+  while (m_RunState.HasSince(STATE_EVENTS, m_EventEpoch) && !CGXThread::CurrentCancelled()) {
+    const std::span<char> body = listener.Wait(LISTEN_MS);
+    if (!body.empty()) ProcessEvent(body.data(), static_cast<int>(body.size()));
+    if (renewal.GXTickCount() <= RENEWAL_MS) continue;
+    StartONVIF_EventConfig();  // a camera that does not answer now is asked again next time
+    renewal.Restart();
+  }
+}
+
+// ---- Notifications ----
+
+void CONVIFCam::ProcessEvent(char* body, int length) {
+  const std::unique_ptr<CONVIFMsg> tree(CONVIFMsg::CreateMSG(body, length));
+  CONVIFMsg* const soap = tree != nullptr ? tree->FindSubMSG("Body") : nullptr;
+  // Only the first of several: cameras that bundle them repeat the states of their other rules behind it, which
+  // would take back the motion just reported.
+  CONVIFMsg* const message = soap != nullptr ? soap->FindSubMSG("NotificationMessage") : nullptr;
+  if (message == nullptr) return;
+  CGXString sourceName, source, keyName, key, dataName, data;
+  ExtractSimple(message, "Source", &sourceName, &source);
+  ExtractSimple(message, "Key", &keyName, &key);
+  ExtractSimple(message, "Data", &dataName, &data);
+  if (Trace()) {
+    CGXString line;
+    line.Format("Src %s:%s Key %s:%s Data %s:%s", sourceName.Str().c_str(), source.Str().c_str(),
+                keyName.Str().c_str(), key.Str().c_str(), dataName.Str().c_str(), data.Str().c_str());
+    Trace(line);
+  }
+  if (dataName == "IsMotion") ReportMotion(data == "true");
+}
+
+void CONVIFCam::ExtractSimple(CONVIFMsg* message, const char* part, CGXString* name, CGXString* value) {
+  CONVIFMsg* const element = message->FindSubMSG(part);
+  const CONVIFMsg* const item = element != nullptr ? element->FindSubMSG("SimpleItem") : nullptr;
+  if (item == nullptr) return;
+  *name = item->Attribute("Name");
+  *value = item->Attribute("Value");
+}
+
+void CONVIFCam::ReportMotion(bool motion) {
+  if (motion) CEventServer::Instance()->RegisterEvent(ID(), EVENT_MOTION, 0);
+  m_iMotionLevel = motion ? MOTION_LEVEL_FULL : 0;
 }

@@ -117,8 +117,9 @@ void CONVIFCam::CheckEvents() {
   const CRunState::Epoch since = m_RunState.Now();
   Trace("Starting Event Service...");
   const bool subscribed = StartONVIF_EventConfig();
-  m_RunState.Set(STATE_EVENTS, since);
-  if (subscribed) Trace("Success");
+  if (!m_RunState.Set(STATE_EVENTS, since) || !subscribed) return;
+  StartEventThread(since);
+  Trace("Success");
 }
 
 bool CONVIFCam::Loaded() const {

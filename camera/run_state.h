@@ -14,7 +14,7 @@ inline constexpr unsigned STATE_SNAPSHOTS = 0x40;
 inline constexpr unsigned STATE_STREAM_URIS = 0x80;
 inline constexpr unsigned STATE_DEVICE_INFO = 0x200;  // static cameras
 inline constexpr unsigned STATE_PTZ = 0x400;
-inline constexpr unsigned STATE_EVENTS = 0x800;  // subscribed, or tried to
+inline constexpr unsigned STATE_EVENTS = 0x800;  // subscribed, or tried to; the listener ends with it
 inline constexpr unsigned STATE_CAPABILITIES = 0x1000;
 inline constexpr unsigned STATE_DVR_REQUESTED = 0x2000;
 inline constexpr unsigned STATE_DVR_STARTED = 0x4000;
@@ -27,6 +27,11 @@ class CRunState {
 
   unsigned Bits() const { return m_dwWord.load() & BITS; }
   bool Has(unsigned bits) const { return (m_dwWord.load() & bits) == bits; }
+  // Likewise, and no reset came since `since`, a value of Now().
+  bool HasSince(unsigned bits, Epoch since) const {
+    const uint32_t word = m_dwWord.load();
+    return (word & bits) == bits && (word & ~BITS) == since;
+  }
   Epoch Now() const { return m_dwWord.load() & ~BITS; }
 
   void Reset() {

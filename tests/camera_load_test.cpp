@@ -259,8 +259,11 @@ TEST_F(Load, FillsEmptyUserSettings) {
   EXPECT_TRUE(m_pCamera->CheckRunState());
   EXPECT_EQ(m_pCamera->NResolutions(RTSP_PROFILE_JPEG), 0);
   CPictureSink viewer;
-  m_pCamera->AddVideoSink(&viewer);
-  m_pCamera->StopThread();
+  {
+    const CMainThreadLock lock;  // without it the connection thread comes no further than a pass
+    m_pCamera->AddVideoSink(&viewer);
+    m_pCamera->StopThread();
+  }
   EXPECT_TRUE(m_pCamera->LoadDefaultUserSettings());
   const struct {
     RTSP_PROFILE_TYPE Type;
