@@ -12,6 +12,10 @@ constexpr guint kCleanSeconds = 2;  // how often timed-out sessions are looked f
 constexpr guint16 kFirstUdpPort = 20000, kLastUdpPort = 20999;
 constexpr std::chrono::milliseconds kCloseTime{1500};  // for connections to end
 
+// Clients set up the tracks they want; without this the pictures or the sound that nobody wants would end in
+// nothing, which fails the whole stream for all who watch it.
+constexpr char kUnwatched[] = "! tee allow-not-linked=true ";
+
 // The pipeline of a stream in GStreamer's launch notation. The source holds one picture at most.
 std::string Launch(const CVideoEncoder& encoder, bool audio, bool parameterSetsInBand) {
   std::string text =
@@ -21,7 +25,7 @@ std::string Launch(const CVideoEncoder& encoder, bool audio, bool parameterSetsI
   const std::string rate =
       ",framerate=" + std::to_string(encoder.frameRate) + "/" + std::to_string(encoder.interval) + "\" ";
   if (encoder.encoding == "JPEG") {
-    text += "caps=\"image/jpeg" + size + rate + "! rtpjpegpay name=pay0 pt=26 ";
+    text += "caps=\"image/jpeg" + size + rate + kUnwatched + "! rtpjpegpay name=pay0 pt=26 ";
   } else {
     std::string profile = encoder.h264Profile == "Baseline" ? "constrained-baseline" : encoder.h264Profile;
     for (char& c : profile) c = static_cast<char>(g_ascii_tolower(c));
@@ -33,14 +37,14 @@ std::string Launch(const CVideoEncoder& encoder, bool audio, bool parameterSetsI
             "! x264enc name=encoder tune=zerolatency aud=false speed-preset=ultrafast threads=1 bitrate=" +
             std::to_string(encoder.bitrate) + " key-int-max=" + std::to_string(encoder.govLength) +
             " option-string=\"" + tools +
-            ":scenecut=0\" ! video/x-h264,stream-format=avc,alignment=au,profile=" + profile +
-            " ! rtph264pay name=pay0 pt=96 config-interval=" + (parameterSetsInBand ? "-1 " : "0 ");
+            ":scenecut=0\" ! video/x-h264,stream-format=avc,alignment=au,profile=" + profile + " " +
+            kUnwatched + "! rtph264pay name=pay0 pt=96 config-interval=" + (parameterSetsInBand ? "-1 " : "0 ");
   }
   if (audio)
     text +=
         "audiotestsrc name=sound is-live=true wave=ticks samplesperbuffer=160 ! "
-        "audio/x-raw,format=S16LE,rate=8000,channels=1 "
-        "! mulawenc ! rtppcmupay name=pay1 pt=0 ";
+        "audio/x-raw,format=S16LE,rate=8000,channels=1 ! mulawenc " +
+        std::string(kUnwatched) + "! rtppcmupay name=pay1 pt=0 ";
   return text + ")";
 }
 

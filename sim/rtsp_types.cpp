@@ -152,14 +152,18 @@ void Configure(GstRTSPMediaFactory* factory, GstRTSPMedia* media) {
   OwnerOf(factory)->MediaMade(profile, media);
 }
 
+bool CanBeJoined(GstRTSPMedia* media) {
+  const GstRTSPMediaStatus status = gst_rtsp_media_get_status(media);
+  return status == GST_RTSP_MEDIA_STATUS_PREPARED || status == GST_RTSP_MEDIA_STATUS_SUSPENDED;
+}
+
 // One media a profile, whatever URL of it (with a track or without) is asked for first. A media that is
-// shutting down would answer 503 until it is gone: who comes meanwhile, often the client that has just
-// described it, gets a new one.
+// shutting down or has failed would answer 503 until it is gone: who comes meanwhile, often the client that has
+// just described it, gets a new one.
 gchar* GenKey(GstRTSPMediaFactory* factory, const GstRTSPUrl*) {
   CLatestMedia* latest = LatestOf(factory);
   if (gpointer media = g_weak_ref_get(&latest->media)) {
-    if (gst_rtsp_media_get_status(GST_RTSP_MEDIA(media)) == GST_RTSP_MEDIA_STATUS_UNPREPARING)
-      g_atomic_int_inc(&latest->generation);
+    if (!CanBeJoined(GST_RTSP_MEDIA(media))) g_atomic_int_inc(&latest->generation);
     g_object_unref(media);
   }
   return g_strdup_printf("%s %d", FactoryProfile(factory).c_str(), g_atomic_int_get(&latest->generation));

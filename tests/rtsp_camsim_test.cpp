@@ -97,14 +97,16 @@ void PlayH264(CStream& stream, const std::vector<unsigned char>& sets) {
 }  // namespace
 
 TEST(RtspCamsim, PicturesAreWholeOverBothTransports) {
+  CCamsim cameras({"--camera", "ptz", "--camera", "door"});
+  ASSERT_TRUE(cameras.Ready()) << cameras.Output();
   for (const RTP_TRANSPORT transport : {RTP_TRANSPORT_TCP, RTP_TRANSPORT_UDP}) {
     SCOPED_TRACE(transport == RTP_TRANSPORT_TCP ? "TCP" : "UDP");
-    CCamsim cameras({"--camera", "ptz", "--camera", "door"});
-    ASSERT_TRUE(cameras.Ready()) << cameras.Output();
     const CDescribed door("rtsp://127.0.0.12:8554/live.sdp"), ptz("rtsp://127.0.0.11:8554/Profile_1");
     CStream jpeg(door, transport);
     PlayJPEG(jpeg);
     CStream h264(ptz, transport);
     PlayH264(h264, ptz.Description.StartupData());
+    CStream joining(door, transport);
+    PlayJPEG(joining);
   }
 }
