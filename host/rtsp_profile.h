@@ -2,6 +2,7 @@
 #pragma once
 
 #include "host/gxstring.h"
+#include "host/rtp_path.h"
 
 #include <string>
 #include <vector>
@@ -15,11 +16,6 @@ enum RTSP_PROFILE_TYPE : int { RTSP_PROFILE_H264 = 1, RTSP_PROFILE_JPEG = 2 };
 inline constexpr int RTSP_PAYLOAD_JPEG = 1;
 inline constexpr int RTSP_PAYLOAD_H264 = 2;
 inline constexpr int RTSP_PAYLOAD_G711 = 5;
-
-// A path that the host relays RTP along. Produced and read by the host's relay operations only; others copy it.
-struct GXT_RTP_PATH_DESCRIPTOR {
-  unsigned char Data[32];
-};
 
 struct GXT_RESOLUTION {
   int Width = 0;   // pixels

@@ -2,7 +2,6 @@
 
 #include "host/gxthread.h"
 #include "host/gxwait.h"
-#include "host/rtsp_profile.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -74,15 +73,6 @@ unsigned LookUp(const std::string& host, unsigned milliseconds) {
     return 0;
   }
   return lookup->Done.WaitSignal(milliseconds) ? lookup->Address : 0;
-}
-
-bool PathAddress(const GXT_RTP_PATH_DESCRIPTOR* path, sockaddr_in* out) {
-  if (path == nullptr) return false;
-  *out = {};
-  out->sin_family = AF_INET;
-  std::memcpy(&out->sin_addr, path->Data, 4);
-  std::memcpy(&out->sin_port, path->Data + 4, 2);
-  return out->sin_addr.s_addr != 0 && out->sin_port != 0;
 }
 
 }  // namespace
@@ -204,12 +194,4 @@ CGXString GXFormatAddress(unsigned address) {
 
 CGXString GXFormatAddress(const sockaddr_in* address) {
   return GXFormatAddress(address->sin_addr.s_addr);
-}
-
-int STUN_SendPacket(int socket, const unsigned char* data, int length, unsigned char* /*scratch*/,
-                    const GXT_RTP_PATH_DESCRIPTOR* pathA, const GXT_RTP_PATH_DESCRIPTOR* pathB) {
-  sockaddr_in peer;
-  if (length < 0 || (!PathAddress(pathA, &peer) && !PathAddress(pathB, &peer))) return -1;
-  return static_cast<int>(sendto(socket, data, static_cast<size_t>(length), MSG_NOSIGNAL | MSG_DONTWAIT,
-                                 reinterpret_cast<const sockaddr*>(&peer), sizeof peer));
 }

@@ -55,10 +55,3 @@ bool GetNetInfo(int interfaceNo, unsigned* netmask, unsigned* address, unsigned 
 
 // A UDP socket that sends multicast on that interface (IP_MULTICAST_IF); -1 on failure.
 int CreateMulticastSocket();
-
-// One datagram along a relayed path; the bytes sent, or -1. A path begins with the peer's address (4 bytes) and
-// port (2 bytes), both in network order; all 0 means none, and an absent path A leaves path B. `scratch` is
-// unused and may be null.
-struct GXT_RTP_PATH_DESCRIPTOR;
-int STUN_SendPacket(int socket, const unsigned char* data, int length, unsigned char* scratch,
-                    const GXT_RTP_PATH_DESCRIPTOR* pathA, const GXT_RTP_PATH_DESCRIPTOR* pathB);
