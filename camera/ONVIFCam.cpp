@@ -1,6 +1,7 @@
 // What the camera is and how it is stored: construction and end, identity, record, configuration messages.
 #include "camera/ONVIFCam.h"
 
+#include "alarm/orvell_alarm_center.h"
 #include "host/intercom.h"
 #include "host/socket.h"
 #include "host/system.h"
@@ -56,9 +57,11 @@ CONVIFCam::CONVIFCam(CSystemComponentDef* definition)
   Options(OPTIONS_AT_START);
   m_iDeadStrikes = DEAD_STRIKES;
   m_dwDeadPeriod = DEAD_PERIOD_MS;
+  COrvellAlarmCenter::RegisterCamera(this);  // last: from here on it may be told of alarms
 }
 
 CONVIFCam::~CONVIFCam() {
+  COrvellAlarmCenter::UnRegisterCamera(this);
   m_RunState.Reset();
   StopThread();  // first: it is the one that starts the others
   m_Queue.DropAll();

@@ -7,6 +7,7 @@
 // ONVIFCam_event.cpp the camera's events.
 #pragma once
 
+#include "alarm/alarm_camera.h"
 #include "camera/proc_queue.h"
 #include "camera/run_state.h"
 #include "host/comm_thread.h"
@@ -47,7 +48,8 @@ class CONVIFCam : public CVideoSystem,
                   public CSinkServer,
                   public CIntercomClient,
                   public CIcomCallDelegate,
-                  public CMediaCamera {
+                  public CMediaCamera,
+                  public CAlarmCamera {
  public:
   static constexpr int TYPE_DISCOVERED = 8072;  // found again by its identity wherever it moves
   static constexpr int TYPE_STATIC = 8074;      // asked at the URL that the user entered
@@ -164,6 +166,7 @@ class CONVIFCam : public CVideoSystem,
   static unsigned short GetEventPort();  // 8795, 8797, ...: the first that is free; 0 when the table is full
   static void FreeEventPort(unsigned short port);  // an unknown port changes nothing
   unsigned short EventPort() const { return m_wEventPort; }
+  void FileThreadProcessEvent(unsigned char* data, int length) override;  // an alarm datagram; any thread
   bool StartONVIF_EventConfig();  // subscribes once, for a minute; true when the camera agreed
   // Reads one notification (altered; NUL-terminated there or later): motion raises the host's event and sets
   // the motion level. Anything else changes nothing. Listener's thread.

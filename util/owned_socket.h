@@ -18,6 +18,7 @@ class COwnedSocket {
   int Get() const { return m_iSocket; }
   bool IsOpen() const { return m_iSocket != -1; }
   void Close() { Reset(-1); }
+  int Release() { return std::exchange(m_iSocket, -1); }  // the caller closes it
   void Reset(int socket) {
     if (m_iSocket != -1) CloseSocket(m_iSocket);
     m_iSocket = socket;

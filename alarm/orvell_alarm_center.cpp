@@ -1,0 +1,108 @@
+#include "alarm/orvell_alarm_center.h"
+
+#include "host/socket.h"
+#include "util/owned_socket.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+namespace {
+
+constexpr int BUFFER_BYTES = 4096;
+constexpr unsigned WAIT_MS = 500;  // for a datagram, or until the port is tried again
+constexpr unsigned STOP_MS = 5000;
+
+}  // namespace
+
+CGXCritical COrvellAlarmCenter::g_LifeLock;
+COrvellAlarmCenter* COrvellAlarmCenter::g_pInstance = nullptr;
+
+COrvellAlarmCenter::~COrvellAlarmCenter() {
+  Stop();
+}
+
+void COrvellAlarmCenter::RegisterCamera(CAlarmCamera* camera) {
+  const CGXLock lock(g_LifeLock);
+  if (g_pInstance == nullptr) {
+    g_pInstance = new COrvellAlarmCenter();
+    g_pInstance->Start();
+  }
+  g_pInstance->InstanceRegisterCamera(camera);
+}
+
+void COrvellAlarmCenter::UnRegisterCamera(CAlarmCamera* camera) {
+  const CGXLock lock(g_LifeLock);
+  if (g_pInstance == nullptr || !g_pInstance->InstanceUnRegisterCamera(camera)) return;
+  g_pInstance->Stop();
+  delete g_pInstance;
+  g_pInstance = nullptr;
+}
+
+void COrvellAlarmCenter::InstanceRegisterCamera(CAlarmCamera* camera) {
+  const CGXLock lock(m_RegistryLock);
+  if (m_iNCameras < MAX_CAMERAS) m_Cameras[m_iNCameras++] = camera;
+}
+
+bool COrvellAlarmCenter::InstanceUnRegisterCamera(CAlarmCamera* camera) {
+  const CGXLock lock(m_RegistryLock);
+  m_iNCameras = static_cast<int>(std::remove(m_Cameras, m_Cameras + m_iNCameras, camera) - m_Cameras);
+  return m_iNCameras == 0;
+}
+
+void COrvellAlarmCenter::Start() {
+  m_bRunning = 1;
+  if (!m_Thread.IsRunning()) m_Thread.Start(ThreadProc, this, 0, "OrvellAlarmCenter");
+}
+
+void COrvellAlarmCenter::Stop() {
+  m_bRunning = 0;
+  m_Thread.Cancel();  // ends its wait
+  m_Thread.WaitComplete(STOP_MS);
+}
+
+unsigned COrvellAlarmCenter::ThreadProc(void* center) {
+  static_cast<COrvellAlarmCenter*>(center)->Run();
+  return 0;
+}
+
+int COrvellAlarmCenter::CreateSocket() {
+  COwnedSocket created(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  if (!created.IsOpen()) return -1;
+  SetReuseAddress(created.Get());
+  SetNonBlocking(created.Get());
+  sockaddr_in own{};
+  SetIP(0, &own);
+  own.sin_port = htons(PORT);
+  if (bind(created.Get(), reinterpret_cast<const sockaddr*>(&own), sizeof own) != 0) return -1;
+  ip_mreq group{};
+  inet_pton(AF_INET, GROUP, &group.imr_multiaddr);
+  group.imr_interface.s_addr = GetPrimaryIP();
+  setsockopt(created.Get(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &group, sizeof group);
+  return created.Release();
+}
+
+void COrvellAlarmCenter::Run() {
+  const auto buffer = std::make_unique<unsigned char[]>(BUFFER_BYTES);
+  COwnedSocket listener(CreateSocket());
+  while (m_bRunning != 0) {
+    if (!listener.IsOpen()) {
+      Sleep(WAIT_MS);
+      if (m_bRunning != 0) listener.Reset(CreateSocket());
+    } else if (WaitSocketReadState(listener.Get(), WAIT_MS)) {
+      Receive(listener.Get(), buffer.get());
+    }
+  }
+}
+
+void COrvellAlarmCenter::Receive(int socket, unsigned char* buffer) {
+  std::memset(buffer, 0, BUFFER_BYTES);
+  const ssize_t count = recv(socket, buffer, BUFFER_BYTES, 0);
+  if (count < 1) return;
+  const CGXLock lock(m_RegistryLock);
+  for (int i = 0; i < m_iNCameras; ++i) m_Cameras[i]->FileThreadProcessEvent(buffer, static_cast<int>(count));
+}
