@@ -4,7 +4,7 @@
 // Source files by role: ONVIFCam.cpp identity, record and configuration; ONVIFCam_load.cpp the loading steps;
 // ONVIFCam_run.cpp the connection thread and the queue; ONVIFCam_stream.cpp the stream threads;
 // ONVIFCam_ptz.cpp moves and presets; ONVIFCam_offer.cpp what tells the host about the streams;
-// ONVIFCam_event.cpp the camera's events.
+// ONVIFCam_event.cpp the camera's events; ONVIFCam_alarm.cpp alarm datagrams.
 #pragma once
 
 #include "alarm/alarm_camera.h"

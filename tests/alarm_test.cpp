@@ -7,6 +7,8 @@
 #include <sys/socket.h>
 
 #include <climits>
+#include <filesystem>
+#include <fstream>
 
 namespace {
 
@@ -140,6 +142,16 @@ int HoldPort() {
   return -1;
 }
 
+// Whether a thread of the listener's name sleeps, as it does in a wait.
+bool ListenerWaits() {
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::string name, state;
+    std::getline(std::ifstream(task.path() / "stat") >> name, state);  // "(name) S ..." behind the number
+    if (state.find("(OrvellAlarm") != std::string::npos && state.find(") S") != std::string::npos) return true;
+  }
+  return false;
+}
+
 TEST(OrvellAlarmCenter, TellsThirtyTwoCamerasInOrder) {
   const int held = HoldPort();  // the listener waits until the port is free
   ASSERT_NE(held, -1);
@@ -149,6 +161,7 @@ TEST(OrvellAlarmCenter, TellsThirtyTwoCamerasInOrder) {
     cameras.push_back(std::make_unique<CFakeCamera>(&order, i));
     COrvellAlarmCenter::RegisterCamera(cameras.back().get());
   }
+  ASSERT_TRUE(Eventually(20, ListenerWaits));
   CloseSocket(held);
   CFakeCamera& last = *cameras[31];
   ASSERT_TRUE(Eventually(20, [&] { return Send("one"), last.m_nTold > 0; }));
