@@ -11,7 +11,7 @@ run_packages=(
 )
 test_packages=(
   libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev
-  ffmpeg libjpeg-turbo-progs gstreamer1.0-tools gstreamer1.0-libav binutils python3
+  ffmpeg libjpeg-turbo-progs gstreamer1.0-tools gstreamer1.0-libav binutils python3 sip-tester
 )
 ci_packages=(clang clang-tidy clang-format libclang-rt-14-dev)
 

@@ -1,0 +1,172 @@
+// What goes over the wire in a call to a camera's speaker, and what is read from it, without a socket.
+#include "audio/rtp_packet.h"
+#include "audio/sip_dialogue.h"
+#include "audio/speech_transcoder.h"
+#include "audio/volume_queue.h"
+
+#include <gtest/gtest.h>
+#include <opus/opus.h>
+
+#include <cmath>
+#include <cstring>
+#include <numbers>
+#include <regex>
+#include <string>
+#include <vector>
+
+namespace {
+
+// Random identifiers become their kind, so that what is left is fixed.
+std::string Fixed(const CGXString& message) {
+  const std::regex id("Call-ID: [A-Za-z0-9]{16}@"), tag("tag=[A-Za-z0-9]{8}\r"),
+      branch("branch=[A-Za-z0-9]{16};"), session("session-id:[0-9]{16}\r");
+  std::string text = std::regex_replace(message.Str(), id, "Call-ID: ID@");
+  text = std::regex_replace(text, tag, "tag=TAG\r");
+  text = std::regex_replace(text, branch, "branch=BRANCH;");
+  return std::regex_replace(text, session, "session-id:DIGITS\r");
+}
+
+TEST(AudioSIP, RequestsReadAsCamerasExpectThem) {
+  CSIPDialogue dialogue("0002D1", "192.168.1.64", "192.168.1.2", 30424);
+  EXPECT_EQ(
+      "OPTIONS sip:0002D1@192.168.1.64:5060 SIP/2.0\r\nTo: <sip:0002D1@192.168.1.64:5060>\r\n"
+      "From: <sip:norva_system@192.168.1.2:30424>;tag=TAG\r\n"
+      "Via: SIP/2.0/UDP 192.168.1.2:30424;branch=BRANCH;rport\r\nCall-ID: ID@192.168.1.2\r\n"
+      "Contact: <sip:norva_system@192.168.1.2:30424>\r\nCSeq: 1 OPTIONS\r\nMax-Forwards: 70\r\n"
+      "Content-Type: application/sdp\r\nContent-Length: 0\r\n\r\n",
+      Fixed(dialogue.Request("OPTIONS", 1, {})));
+
+  const CGXString session = dialogue.SessionDescription(4294967295U, 5556);
+  EXPECT_EQ(
+      "v=0\r\no=SIP 4294967295 0 IN IP4 192.168.1.2\r\ns=SIPUA\r\nc=IN IP4 192.168.1.2\r\nt=0 0\r\n"
+      "a=x-session-id:DIGITS\r\nm=audio 5556 RTP/AVP 0\r\nb=AS:64\r\na=rtpmap:0 pcmu/8000\r\na=sendonly\r\n",
+      Fixed(session));
+  const std::string invite = dialogue.Request("INVITE", 2, session).Str();
+  EXPECT_TRUE(
+      invite.ends_with("Content-Length: " + std::to_string(session.GetLength()) + "\r\n\r\n" + session.Str()));
+
+  dialogue.ToTag(";tag=c7");
+  EXPECT_EQ(
+      "ACK sip:0002D1@192.168.1.64:5060 SIP/2.0\r\nTo: <sip:0002D1@192.168.1.64:5060>;tag=c7\r\n"
+      "From: <sip:norva_system@192.168.1.2:30424>;tag=TAG\r\n"
+      "Via: SIP/2.0/UDP 192.168.1.2:30424;branch=BRANCH;rport\r\nCall-ID: ID@192.168.1.2\r\n"
+      "CSeq: 2 ACK\r\nMax-Forwards: 70\r\nContent-Length: 0\r\n\r\n",
+      Fixed(dialogue.Request("ACK", 2, {})));
+  const std::string earlier = dialogue.Request("BYE", 2, {}).Str();
+  dialogue.Renew();
+  EXPECT_NE(earlier, dialogue.Request("BYE", 2, {}).Str());
+}
+
+TEST(AudioSIP, AnswersInfoWithItsOwnHeaders) {
+  const char* request =
+      "INFO sip:norva_system@10.0.0.2:30008 SIP/2.0\r\nVia:SIP/2.0/UDP 10.0.0.9;branch=z9\r\n"
+      "From:   <sip:cam@10.0.0.9>;tag=1\r\nTo: <sip:norva_system@10.0.0.2>\r\nCall-ID: x@y\r\nCSeq: 4 "
+      "INFO\r\n\r\n";
+  const std::string headers =
+      "To: <sip:norva_system@10.0.0.2>\r\nFrom: <sip:cam@10.0.0.9>;tag=1\r\n"
+      "Via: SIP/2.0/UDP 10.0.0.9;branch=z9\r\nCall-ID: x@y\r\n";
+  const std::string end = "CSeq: 4 INFO\r\nMax-Forwards: 70\r\nContent-Length: 0\r\n\r\n";
+  EXPECT_EQ("SIP/2.0 200 OK\r\n" + headers + "Contact: <sip:us@here>\r\n" + end,
+            CSIPMessage::InfoAnswer(request, "sip:us@here").Str());
+  EXPECT_EQ("INFO sip:cam@there SIP/2.0\r\n" + headers + end,
+            CSIPMessage::InfoRequest(request, "sip:cam@there").Str());
+  EXPECT_EQ("", CSIPMessage::Extract("Contact:", request));
+  EXPECT_EQ("last", CSIPMessage::Extract("To:", "To: last"));
+}
+
+TEST(AudioSIP, FindsTheAnswerAmongWhatTheCameraSays) {
+  const std::string ok = "SIP/2.0 200 OK\r\nTo: <sip:a@b>;tag=77;x=1\r\nFrom: c;tag=9\r\n\r\n";
+  struct {
+    std::vector<std::string> Pieces;
+    unsigned Outcome;  // of the last piece
+    int Port;
+    std::string ToTag;
+  } const cases[] = {
+      {{"SIP/2.0 100 Trying\r\nTo: a;tag=1\r\n\r\n"}, CInviteAnswer::WAITING, 5558, ""},
+      {{"SIP/2.0 180 Ringing\r\n\r\n", ok + "m=audio 6000 RTP/AVP 0\r\n"}, 3, 6000, ";tag=77;x=1"},
+      {{"SIP/2.0 200 OK\r\nTo: a;tag", "=5\r\n\r\nm=audio 700"}, 3, 700, ";tag=5"},
+      {{"SIP/2.0 183 Session Progress\r\nTo: a;tag=1\r\n\r\nm=audio 6002\r\n"}, CInviteAnswer::OVER, 6002, ""},
+      {{ok}, CInviteAnswer::ACCEPTED, 5558, ";tag=77;x=1"},
+      {{"SIP/2.0 200 OK\r\nTo: a\r\nFrom: c;tag=9\r\n\r\nm=audio"}, 3, 5558, ""},
+      {{ok + "m=audio 99999999999999999999\r\n"}, 3, 5558, ";tag=77;x=1"},
+      {{std::string(SIP_MESSAGE_BYTES, 'x'), ok + "m=audio 6\r\n"}, 3, 6, ";tag=77;x=1"},
+  };
+  for (const auto& one : cases) {
+    CInviteAnswer answer;
+    unsigned outcome = 0;
+    for (const std::string& piece : one.Pieces) {
+      ASSERT_GE(answer.Room().size(), piece.size());
+      std::memcpy(answer.Room().data(), piece.data(), piece.size());
+      outcome = answer.Added(piece.size());
+    }
+    EXPECT_EQ(one.Outcome, outcome) << one.Pieces.back();
+    EXPECT_EQ(one.Port, answer.RTPPort()) << one.Pieces.back();
+    EXPECT_EQ(one.ToTag, answer.ToTag().Str()) << one.Pieces.back();
+  }
+}
+
+TEST(AudioRTP, PacketsCountTheirTimeIn32Bits) {
+  constexpr uint32_t IDENTITY = 0x11223344;
+  CPCMUPacketBuilder packets(IDENTITY);
+  const unsigned char sound[] = {0xFF, 0x00, 0x7F};
+  for (const auto& [milliseconds, timestamp] :
+       {std::pair{0U, 0U}, {20U, 160U}, {536870U, 4294960U}, {536871U, 0U}, {536891U, 160U}}) {
+    static unsigned sequence = 0;
+    const auto packet = packets.Build(sound, milliseconds);
+    ASSERT_EQ(15U, packet.size());
+    unsigned char expected[15] = {0x80, 0, 0, static_cast<unsigned char>(sequence++)};
+    for (unsigned i = 0; i < 4; ++i) expected[4 + i] = static_cast<unsigned char>(timestamp >> (24 - 8 * i));
+    std::memcpy(expected + 8, &IDENTITY, 4);
+    std::memcpy(expected + 12, sound, 3);
+    EXPECT_EQ(0, std::memcmp(expected, packet.data(), sizeof expected)) << milliseconds;
+  }
+  EXPECT_TRUE(packets.Build(std::vector<unsigned char>(4085), 0).empty());
+  EXPECT_EQ(4096U, packets.Build(std::vector<unsigned char>(4084), 0).size());
+}
+
+TEST(AudioVolume, MeterTakesWhatWasPlayed) {
+  CVolumeQueue queue;
+  for (int i = 0; i < 257; ++i) queue.Push(1000 - i, 8);
+  EXPECT_EQ(999, queue.Pop(1));  // the first of all was dropped
+  EXPECT_EQ(999, queue.Pop(8));  // its other 7, and 1 of the next
+  EXPECT_EQ(998, queue.Pop(7));
+  EXPECT_TRUE(queue.Congested());  // 254 * 8 are queued, and somebody takes them
+  EXPECT_EQ(997, queue.Pop(32));
+  EXPECT_FALSE(queue.Congested());  // exactly 2000
+  queue.Push(5, 0);
+  EXPECT_EQ(993, queue.Pop(1 << 30));
+  EXPECT_EQ(0, queue.Pop(100));
+}
+
+TEST(AudioSpeech, DecodesOpusAndRefusesDamage) {
+  constexpr unsigned char HEADER[12] = {};
+  EXPECT_TRUE(CSpeechTranscoder::Payload(HEADER).empty());
+
+  int error = OPUS_OK;
+  OpusEncoder* encoder = opus_encoder_create(48000, 1, OPUS_APPLICATION_VOIP, &error);
+  ASSERT_EQ(OPUS_OK, error);
+  CSpeechTranscoder speech;
+  EXPECT_FALSE(speech.IsOpen());
+  speech.Open();
+  std::vector<unsigned char> opus(1500);
+  int samples = 0;
+  for (int frame = 0; frame < 10; ++frame) {
+    short pcm[960];
+    for (int i = 0; i < 960; ++i)
+      pcm[i] = static_cast<short>(8000 * std::sin(2 * std::numbers::pi * 1000 * (frame * 960 + i) / 48000));
+    const int bytes = opus_encode(encoder, pcm, 960, opus.data(), 1500);
+    ASSERT_GT(bytes, 0);
+    samples = speech.Decode(std::span(opus).first(static_cast<size_t>(bytes)));
+  }
+  opus_encoder_destroy(encoder);
+  EXPECT_EQ(160, samples);
+  EXPECT_NEAR(8000, speech.Level(), 1600);
+  EXPECT_EQ(160U, speech.Encode().size());
+  const auto silence = speech.Silence();
+  EXPECT_EQ(std::vector<unsigned char>(160, 0x7F), std::vector<unsigned char>(silence.begin(), silence.end()));
+  constexpr unsigned char DAMAGED[] = {0xFF, 0xFF, 0xFF};
+  EXPECT_LE(speech.Decode(DAMAGED), 0);
+  EXPECT_TRUE(speech.Encode().empty());
+}
+
+}  // namespace
