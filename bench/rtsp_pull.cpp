@@ -22,6 +22,7 @@ constexpr int NAL_BYTES = 128000;
 constexpr int DESCRIBE_BYTES = 2048;
 constexpr int WAIT_MS = 5000;
 constexpr int JPEG_FORMAT = 26;
+constexpr int RTP_MARKER_BIT = 0x80;
 constexpr int PLAY_ATTEMPTS = 3;
 constexpr unsigned PLAY_PAUSE_MS = 200;
 
@@ -112,7 +113,7 @@ class CFirstH264 {
     for (int n = m_Depacketizer.ProcessRTP(packet, length, m_Nal.data(), NAL_BYTES); n > 0;
          n = m_Depacketizer.ProcessRTP(nullptr, 0, m_Nal.data(), NAL_BYTES))
       AddUnit(static_cast<size_t>(n));
-    return m_bKey && RTPMarker(packet) && Write(m_Picture);
+    return m_bKey && (packet[1] & RTP_MARKER_BIT) != 0 && Write(m_Picture);
   }
 
  private:

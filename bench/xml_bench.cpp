@@ -234,13 +234,22 @@ BENCHMARK(ParseSelfClosing_pugixml)->Unit(benchmark::kMicrosecond);
 // A megabyte of one piece again and again (`#`: its number), between the tags of a root: what a reader that
 // searches the text for each tag takes minutes for, or never returns from.
 struct CHostile {
-  const char *Name, *Piece, *Tail;
+  const char* Name;
+  std::string Piece, Tail;
 };
-constexpr CHostile HOSTILE[] = {
+
+std::string Repeated(const char* piece, int times) {
+  std::string text;
+  while (times-- > 0) text += piece;
+  return text;
+}
+
+const CHostile HOSTILE[] = {
     {"unclosed in turn", "<p><a#></p>", ""},
     {"one name unclosed", "<a>", "</a>"},
     {"nameless", "<>", "</>"},
     {"closing tags only", "<p></", "></p>"},
+    {"closing tags in one another", "<p>1</p >" + Repeated("</", 2000) + ">", ""},
     {"crossing", "<a#><b#></a# />>", "</b9></b8></b7></b6></b5></b4></b3></b2></b1></b0>"},
     {"blanks in names", "<p><a\" #\"></p>", ""},
     {"self-closing", "<b><c/></b>", ""},
@@ -253,8 +262,7 @@ void ParseHostile(benchmark::State& state) {
   const CHostile& kind = HOSTILE[state.range(0)];
   std::string text = "<r>";
   for (int i = 0; text.size() < 1000000; ++i) {
-    for (const char* p = kind.Piece; *p != '\0'; ++p)
-      text += *p == '#' ? std::to_string(i) : std::string(1, *p);
+    for (const char c : kind.Piece) text += c == '#' ? std::to_string(i) : std::string(1, c);
   }
   state.SetLabel(kind.Name);
   ParseText(state, text + kind.Tail + "</r>");

@@ -23,6 +23,8 @@ bool CEncoder::ReloadFrom(const CONVIFMsg* configuration) {
   return true;
 }
 
+// Encodings by their exact spelling: firmware offers others of its own under similar names. What stands inside
+// them is spelt in many ways, and taken in any.
 void CEncoder::AddOptions(const CONVIFMsg* element) {
   CGXLock lock(m_Lock);
   if (element->Name().Find("QualityRange") >= 0) {

@@ -72,6 +72,8 @@ void CProfile::ExtractPTZRange(const CONVIFMsg* element, GXT_PTZ_RANGE* range) {
   if (element != nullptr) *range = {FloatOf(element, "Min"), FloatOf(element, "Max")};
 }
 
+// The stream must be described again even when the token is another one: who asks for a reload has changed the
+// camera. PTZ and presets stay, since users see and recall them while an encoder is being changed.
 bool CProfile::ReloadFrom(const CONVIFMsg* profile) {
   State(0);
   if (!(profile->Attribute("token") == m_Token)) {

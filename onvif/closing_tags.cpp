@@ -97,49 +97,57 @@ CClosingTag CClosingTagIndex::Find(std::string_view name, size_t from) const {
 
 // ---- CClosingTags ----
 
+// Names that hold a `<` are left out of both, or a hostile text would be hashed again for each of its `</`.
 void CClosingTags::BuildExact() {
   m_Exact.Reserve(m_Text.size() / TEXT_PER_TAG);
-  size_t close = 0;  // the first `>` behind the opening one
+  size_t close = 0, next = 0;  // the first `>` and `<` behind the opening one
   for (size_t open = FindClosing(m_Text, 0); open != NPOS; open = FindClosing(m_Text, open + 2)) {
     if (close < open + 2) close = m_Text.find('>', open + 2);
+    if (next < open + 2) next = m_Text.find('<', open + 2);
     if (close == NPOS) break;
     const size_t length = close - (open + 2);
-    if (length <= MAX_TAG_TEXT) m_Exact.Add({m_Text.data() + open + 2, length}, open, close + 1);
+    if (close < next && length <= MAX_TAG_TEXT)
+      m_Exact.Add({m_Text.data() + open + 2, length}, open, close + 1);
   }
   m_Exact.Group();
 }
 
 void CClosingTags::BuildBlank() {
-  size_t close = 0, blank = 0;
+  size_t close = 0, blank = 0, next = 0;
   for (size_t open = FindClosing(m_Text, 0); open != NPOS; open = FindClosing(m_Text, open + 2)) {
     if (close != NPOS && close < open + 2) close = m_Text.find('>', open + 2);
     if (blank < open + 2) blank = m_Text.find(' ', open + 2);
+    if (next < open + 2) next = m_Text.find('<', open + 2);
     if (blank == NPOS) break;
     const size_t length = blank - (open + 2);
-    if (blank < close && length <= MAX_TAG_TEXT) {
+    if (blank < std::min(close, next) && length <= MAX_TAG_TEXT) {
       m_Blank.Add({m_Text.data() + open + 2, length}, open, close != NPOS ? close + 1 : 0);
     }
   }
   m_Blank.Group();
 }
 
-// A name with a blank in it ends at some later blank of a closing tag: rare enough to be looked for in the
-// text.
-CClosingTag CClosingTags::Scan(std::string_view name, size_t from, size_t* searched) const {
+// Looks for a closing tag in the text itself.
+CClosingTag CClosingTags::Scan(std::string_view name, char terminator, size_t from, size_t* searched) const {
   std::string pattern = "</";
-  pattern.append(name) += ' ';
-  const size_t found = m_Text.find(pattern, from);
-  const size_t close = found != NPOS ? m_Text.find('>', found) : NPOS;
+  pattern.append(name) += terminator;
+  // Linear for any pattern, which std::string_view::find is not.
+  const void* const match = memmem(m_Text.data() + from, m_Text.size() - from, pattern.data(), pattern.size());
+  const auto* const found = static_cast<const char*>(match);
+  const size_t begin = found != nullptr ? static_cast<size_t>(found - m_Text.data()) : NPOS;
+  const size_t close = found != nullptr ? m_Text.find('>', begin) : NPOS;
   *searched += (close != NPOS ? close + 1 : m_Text.size()) - from;
-  if (found == NPOS) return {};
-  return {m_Text.data() + found, close != NPOS ? m_Text.data() + close + 1 : nullptr};
+  return {found, close != NPOS ? m_Text.data() + close + 1 : nullptr};
 }
 
+// Names that hold a `<`, or a blank when a blank ends the tag, are rare enough to be looked for in the text.
 CClosingTag CClosingTags::Find(std::string_view name, const char* from, size_t* searched) {
   const size_t start = static_cast<size_t>(from - m_Text.data());
-  if (!m_Exact.IsGrouped()) BuildExact();
-  if (const CClosingTag tag = m_Exact.Find(name, start); tag.Begin != nullptr) return tag;
-  if (name.find(' ') != NPOS) return Scan(name, start, searched);
+  const bool bracket = name.find('<') != NPOS;
+  if (!bracket && !m_Exact.IsGrouped()) BuildExact();
+  const CClosingTag tag = bracket ? Scan(name, '>', start, searched) : m_Exact.Find(name, start);
+  if (tag.Begin != nullptr) return tag;
+  if (bracket || name.find(' ') != NPOS) return Scan(name, ' ', start, searched);
   if (!m_Blank.IsGrouped()) BuildBlank();
   return m_Blank.Find(name, start);
 }

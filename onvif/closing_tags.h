@@ -50,13 +50,13 @@ class CClosingTags {
   explicit CClosingTags(std::string_view text) : m_Text(text), m_Exact(text, '>'), m_Blank(text, ' ') {}
 
   // `name` holds no `>`; `from` points into the text. `searched` grows by the characters read one by one, which
-  // only happens for names that hold a blank (inside quotes).
+  // only happens for names that hold a `<` or (inside quotes) a blank.
   CClosingTag Find(std::string_view name, const char* from, size_t* searched);
 
  private:
   void BuildExact();
   void BuildBlank();
-  CClosingTag Scan(std::string_view name, size_t from, size_t* searched) const;
+  CClosingTag Scan(std::string_view name, char terminator, size_t from, size_t* searched) const;
 
   std::string_view m_Text;  // must outlive this object
   CClosingTagIndex m_Exact, m_Blank;

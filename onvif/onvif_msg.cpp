@@ -108,7 +108,8 @@ CONVIFMsg::~CONVIFMsg() {
 // arena goes when its root does, so the nodes that it adopted are linked while it still stands.
 void CONVIFMsg::ReleaseChildren(CONVIFMsg** pending) {
   if (m_pDocument != nullptr) {
-    const std::vector<CONVIFMsg*> adopted = m_pDocument->TakeAdopted();
+    std::vector<CONVIFMsg*> adopted = m_pDocument->TakeAdopted();
+    AddLinked(&adopted);
     for (auto node = adopted.rbegin(); node != adopted.rend(); ++node) {
       (*node)->m_pNext = *pending;
       *pending = *node;
@@ -120,6 +121,20 @@ void CONVIFMsg::ReleaseChildren(CONVIFMsg** pending) {
     *pending = m_pFirst;
   }
   m_pFirst = m_pLast = nullptr;
+}
+
+// Adds the heap nodes that were linked behind adopted ones by Next, which knows of no document.
+void CONVIFMsg::AddLinked(std::vector<CONVIFMsg*>* adopted) const {
+  std::vector<CONVIFMsg*> known(*adopted), linked;
+  std::sort(known.begin(), known.end());
+  for (CONVIFMsg* const node : *adopted) {
+    linked.push_back(node);
+    for (CONVIFMsg* next = node->m_pNext; next != nullptr && next->m_pDocument != m_pDocument &&
+                                          !std::binary_search(known.begin(), known.end(), next);
+         next = next->m_pNext)
+      linked.push_back(next);
+  }
+  *adopted = std::move(linked);
 }
 
 CONVIFMsg* CONVIFMsg::CreateMSG(char* buffer, int length) {
@@ -204,6 +219,8 @@ CGXString CONVIFMsg::FindSubMSGValue(const char* needle, int index) const {
   return node != nullptr ? node->Value(index) : CGXString();
 }
 
+// By the exact name with its prefix, where elements are found by part of it: `token` must not be answered by
+// `xmlns:token` or by a vendor's `SourceToken`.
 CGXString CONVIFMsg::Attribute(CGXString name) const {
   for (const CONVIFText* item = m_pAttributes; item != nullptr; item = item->Next()) {
     const std::string_view text = item->View();

@@ -16,6 +16,7 @@
 #include <memory>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 class CXmlDocument;
 
@@ -150,6 +151,7 @@ class CONVIFMsg {
   void AppendText(CONVIFText** list, const CGXString& text);
   CONVIFMsg* LastChild() const;
   void ReleaseChildren(CONVIFMsg** pending);
+  void AddLinked(std::vector<CONVIFMsg*>* adopted) const;
 
   CONVIFMsg* m_pNext = nullptr;
   CONVIFMsg* m_pFirst = nullptr;

@@ -58,7 +58,8 @@ class CXmlDocument {
 };
 
 // Splits a tag text into words at blanks (code 32) outside double quotes. A quote right behind a blank is not
-// part of the word that it begins.
+// part of the word that it begins: cameras quote only behind `=`, and tabs and line ends they send as part of
+// an attribute's value, which must come back to them unchanged in tokens.
 class CTagWords {
  public:
   explicit CTagWords(std::string_view text) : m_Text(text) {}
@@ -72,8 +73,10 @@ class CTagWords {
   bool m_bInQuotes = false, m_bAfterBlank = false, m_bBeganInQuotes = false;
 };
 
-// Text between the angle brackets: empty when it has more than MAX_TAG_TEXT characters.
+// Text between the angle brackets: empty when it has more than MAX_TAG_TEXT characters. No camera writes such
+// a tag; what does is damaged, and must not end up as a name.
 std::string_view TagText(const char* begin, const char* end);
 
-// The end of the value that begins at `p`: the first `<` outside double quotes, at most `end`.
+// The end of the value that begins at `p`: the first `<` outside double quotes, at most `end`. Cameras put
+// users' names of presets and profiles into quotes, with a `<` as it was typed.
 const char* ValueEnd(const char* p, const char* end);

@@ -110,7 +110,8 @@ CXmlReader::Extent CXmlReader::SkipSelfClosing(const char* content) {
 bool CXmlReader::FindExtent(std::string_view name, const char* content, Extent* extent) {
   const char* const nearEnd = content + std::min(NEAR, Distance(content, m_pTextEnd));
   const char* const next = FindChar(content, nearEnd, '<');
-  if (next != nullptr && IsClosingTag(next, m_pTextEnd, name)) {
+  const bool indexed = name.find('<') == std::string_view::npos;
+  if (indexed && next != nullptr && IsClosingTag(next, m_pTextEnd, name)) {
     *extent = {next, next + name.size() + 3, false};
     return true;
   }

@@ -71,7 +71,9 @@ CXmlRegularReader::Result CXmlRegularReader::ReadOpening() {
   const char* const name = m_Pos + 1;
   const char* p = name;
   while (!EndsName(*p)) ++p;
-  if (*p == '/' && p[1] == '>') ++p;  // the slash stays with the name
+  // The slash stays with the name, by which a part of it is found all the same, and so does that of the last
+  // attribute: cameras get their tokens back as they wrote them.
+  if (*p == '/' && p[1] == '>') ++p;
   CONVIFMsg* const node = m_Document.NewNode({name, Distance(name, p)});
   const char* const close = *p == ' ' ? ReadAttributes(node, p) : p;
   if (p == name || close == nullptr || *close != '>' || Distance(name, close) > MAX_TAG_TEXT) return GIVE_UP;
@@ -86,7 +88,7 @@ CXmlRegularReader::Result CXmlRegularReader::ReadOpening() {
 }
 
 // The tag behind a self-closing element is skipped with it: the closing tag of its parent, or another
-// self-closing one.
+// self-closing one. What is read at the parent then counts on values being there (see CXmlReader).
 CXmlRegularReader::Result CXmlRegularReader::SkipBehindSelfClosing() {
   while (*m_Pos == ' ') ++m_Pos;
   if (*m_Pos != '<') return GIVE_UP;

@@ -26,12 +26,11 @@ std::span<unsigned char> CInterleavedFramer::Room() {
   return {m_pData.get() + m_iEnd, CAPACITY - m_iEnd};
 }
 
-bool CInterleavedFramer::Append(const char* data, size_t bytes) {
+void CInterleavedFramer::Append(const char* data, size_t bytes) {
   const std::span<unsigned char> room = Room();
-  if (bytes > room.size()) return false;
+  bytes = std::min(bytes, room.size());
   std::memcpy(room.data(), data, bytes);
   Added(bytes);
-  return true;
 }
 
 bool CInterleavedFramer::Next(size_t limit, Frame* frame) {

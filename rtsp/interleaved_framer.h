@@ -21,7 +21,7 @@ class CInterleavedFramer {
   // Where to receive to; never empty once Next has asked for more. Then Added() with the bytes received.
   std::span<unsigned char> Room();
   void Added(size_t bytes) { m_iEnd += bytes; }
-  bool Append(const char* data, size_t bytes);  // copies; false and nothing added when there is no room
+  void Append(const char* data, size_t bytes);  // copies what there is room for
 
   // The next frame, its data cut to `limit` bytes; false when more bytes are needed first. What is no frame is
   // skipped: replies to keep-alives, whole, and the rest of a cut frame, up to the next '$'.

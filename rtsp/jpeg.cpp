@@ -111,6 +111,7 @@ int MakeJPEGHeaders(unsigned char* p, int type, int w, int h, const unsigned cha
                     const unsigned char* cqt, unsigned short dri) {
   const unsigned char* const start = p;
   p = Put(p, {0xff, 0xd8});
+  // JFIF: without it the host's viewers guess the colours and the pixel shape, each in its own way.
   p = Put(p, {0xff, 0xe0, 0, 16, 'J', 'F', 'I', 'F', 0, 1, 1, 1, 0, 96, 0, 96, 0, 0});
   p = MakeQuantHeader(p, lqt, 0);
   p = MakeQuantHeader(p, cqt, 1);
@@ -124,6 +125,7 @@ int MakeJPEGHeaders(unsigned char* p, int type, int w, int h, const unsigned cha
                         0);
   p = MakeHuffmanHeader(p, chm_ac_codelens, sizeof chm_ac_codelens, chm_ac_symbols, sizeof chm_ac_symbols, 1,
                         1);
+  // The scan follows, and brings the end of the picture (EOI) with it: a second one would stand in recordings.
   p = Put(p, {0xff, 0xda, 0, 12, 3, 0, 0x00, 1, 0x11, 2, 0x11, 0, 63, 0});
   return static_cast<int>(p - start);
 }

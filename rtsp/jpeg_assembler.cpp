@@ -4,7 +4,6 @@
 #include "rtsp/rtp.h"
 
 #include <cstring>
-#include <new>
 #include <utility>
 
 namespace {
@@ -52,9 +51,7 @@ bool CJPEGAssembler::Fragment::Parse(const unsigned char* p, int length) {
 // gap in a damaged picture shows nothing but earlier pictures of this stream.
 CJPEGAssembler::CJPEGAssembler()
     : m_pAssembly(static_cast<unsigned char*>(std::calloc(CAPACITY, 1))),
-      m_pFinished(static_cast<unsigned char*>(std::calloc(CAPACITY, 1))) {
-  if (m_pAssembly == nullptr || m_pFinished == nullptr) throw std::bad_alloc();
-}
+      m_pFinished(static_cast<unsigned char*>(std::calloc(CAPACITY, 1))) {}
 
 CJPEGAssembler::Result CJPEGAssembler::Add(const unsigned char* packet, int length) {
   m_Picture = {};
@@ -76,6 +73,7 @@ CJPEGAssembler::Result CJPEGAssembler::Add(const unsigned char* packet, int leng
 // Writes the headers of the picture that this fragment begins.
 bool CJPEGAssembler::Begin(Fragment* fragment) {
   m_iHeader = m_iLength = 0;
+  if (m_pAssembly == nullptr || m_pFinished == nullptr) return false;  // no memory, no pictures
   unsigned char computed[2][JPEG_TABLE_BYTES];
   const unsigned char *luma = computed[0], *chroma = computed[1];
   if (fragment->Q < FIRST_Q_WITH_TABLES) {

@@ -12,7 +12,8 @@ namespace {
 constexpr std::string_view HEADER_END = "\r\n\r\n";
 constexpr std::string_view REPLY_START = "RTSP/1.";
 constexpr std::string_view CONTENT_LENGTH = "Content-Length:";
-constexpr size_t MAX_LEAD_BYTES = 64 * 1024;  // fits the framer; no camera sends more between request and reply
+constexpr size_t MAX_LEAD_BYTES = 64 * 1024;  // no camera sends more between request and reply
+static_assert(MAX_LEAD_BYTES * 2 <= CInterleavedFramer::CAPACITY, "the stream around a reply fits the framer");
 constexpr size_t MAX_NUMBER_CHARS = 20;
 
 size_t ContentLength(std::string_view text) {

@@ -16,9 +16,6 @@ inline int RTPHeaderLength(const unsigned char* packet, int length) {
   return header <= length ? header : 0;
 }
 
-inline bool RTPMarker(const unsigned char* packet) {
-  return (packet[1] & 0x80) != 0;
-}
 inline int RTPPayloadType(const unsigned char* packet) {
   return packet[1] & 0x7F;
 }

@@ -18,13 +18,15 @@ constexpr int ASSERT_PORTS_EXHAUSTED = 767;
 // A key picture arrives in one burst, while the system's default holds about 90 packets.
 constexpr int RECEIVE_BUFFER_BYTES = 2 * 1024 * 1024;
 
-COwnedSocket CreateDatagramSocket() {
-  COwnedSocket created(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+int CreateDatagramSocket() {
+  return socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+}
+
+// Beyond the system's limit where we may, up to it where not.
+void EnlargeReceiveBuffer(const COwnedSocket& socket) {
   const int bytes = RECEIVE_BUFFER_BYTES;
-  // Beyond the system's limit where we may, up to it where not.
-  if (setsockopt(created.Get(), SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0)
-    setsockopt(created.Get(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
-  return created;
+  if (setsockopt(socket.Get(), SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0)
+    setsockopt(socket.Get(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
 }
 
 bool BindPort(const COwnedSocket& toBind, unsigned short port) {
@@ -83,13 +85,14 @@ int CRTSP::OpenPortPair() {
   ReleasePort();
   m_wLocalPort = GetRTPPort();
   m_bPortHeld = m_wLocalPort != 0;
-  m_RTP = CreateDatagramSocket();
+  m_RTP.Reset(CreateDatagramSocket());
+  EnlargeReceiveBuffer(m_RTP);
   if (m_RTP.IsOpen() && !BindPort(m_RTP, m_wLocalPort)) {
     m_RTP.Close();
     ReleasePort();
     return 0;
   }
-  if (m_RTP.IsOpen()) m_RTCP = CreateDatagramSocket();
+  if (m_RTP.IsOpen()) m_RTCP.Reset(CreateDatagramSocket());
   if (!m_RTCP.IsOpen()) {
     m_RTP.Close();
     ReleasePort();

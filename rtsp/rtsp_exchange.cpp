@@ -126,14 +126,17 @@ int CRTSP::RTSPExchange(const char* url, const char* method, const char* extraHe
 CRTSP::Reply CRTSP::ReadReply(CReplyReader& reader) {
   const CGXTimer exchange;
   unsigned wait = FIRST_REPLY_MS;
+  auto state = CReplyReader::State::MORE;
   while (exchange.GXTickCount() < EXCHANGE_MS && WaitSocketReadState(m_Control.Get(), wait)) {
     const std::span<char> room = reader.Room();
     const ssize_t received = room.empty() ? 0 : recv(m_Control.Get(), room.data(), room.size(), 0);
     if (received < 1) {
-      LOGE("Error Reading from Socket (%d)", NORVA_GetLastError());
+      LOGE(state == CReplyReader::State::BODY ? "Timeout waiting for content (%d)"
+                                              : "Error Reading from Socket (%d)",
+           NORVA_GetLastError());
       return Reply::FAILED;
     }
-    const CReplyReader::State state = reader.Added(static_cast<size_t>(received));
+    state = reader.Added(static_cast<size_t>(received));
     if (reader.Begun()) wait = NEXT_REPLY_MS;
     if (state == CReplyReader::State::COMPLETE) return Reply::READ;
     if (state == CReplyReader::State::UNAUTHORIZED) return Reply::UNAUTHORIZED;
@@ -164,6 +167,8 @@ CGXString CRTSP::DigestAnswer(std::string_view reply, const char* method, const 
   return text;
 }
 
+// Any reply will do, whatever its status: there are cameras that refuse OPTIONS, or describe their stream to
+// nobody here, and play it all the same. One that does not is noticed by the packets that do not come.
 int CRTSP::Login() {
   if (m_iRelaySocket != -1) return 1;
   char reply[RTSP_REPLY_BYTES + 1] = {};
@@ -202,6 +207,7 @@ int CRTSP::SetupUDP() {
   Value transport, session;
   Extract(reply, "Transport", transport);
   TakeServerPort(transport);
+  // Not looked at further: cameras that serve one client over UDP may give no id, and play without one.
   Extract(reply, "Session:", session);
   TakeSessionID(session);
   extra.Format("Session: %s\r\nRange: npt=0.000-", m_SessionID);

@@ -257,9 +257,13 @@ TEST(XmlTree, DeletesNodesOfDerivedClassesInOrder) {
     first->AppendMSG(new CNotingNode("2", &order));
     first->Messages()->Next(new CNotingNode("3", &order));
     first->AppendMSG(new CNotingNode("4", &order));
-    root->AppendMSG(new CNotingNode("5", &order));
+    auto* const fifth = new CNotingNode("5", &order);
+    root->AppendMSG(fifth);
+    fifth->Next(new CNotingNode("6", &order));
+    root->AddMSG("x");
+    root->AppendMSG(new CNotingNode("7", &order));
     root.reset();
-    EXPECT_EQ(order, "12345") << parsed;
+    EXPECT_EQ(order, "1234567") << parsed;
   }
 }
 

@@ -64,14 +64,16 @@ class Reader {
 
   // The closing position of an element whose tag ends at `close`; npos when there is none.
   size_t Closing(const std::string& name, size_t close) {
-    const size_t exact = m_Text.find("</" + name + ">", close);
+    const auto find = [&](char terminator, bool spend) {
+      const size_t found = m_Text.find("</" + name + terminator, close);
+      const size_t after = found != std::string::npos ? m_Text.find('>', found) : found;
+      if (spend) Spend((after != std::string::npos ? after + 1 : m_Text.size()) - (close + 1));
+      return found;
+    };
+    const bool bracket = name.find('<') != std::string::npos;
+    const size_t exact = find('>', bracket);
     if (exact != std::string::npos) return exact;
-    const size_t blank = m_Text.find("</" + name + " ", close);
-    if (name.find(' ') != std::string::npos) {
-      const size_t after = blank != std::string::npos ? m_Text.find('>', blank) : blank;
-      Spend((after != std::string::npos ? after + 1 : m_Text.size()) - (close + 1));
-    }
-    return blank;
+    return find(' ', bracket || name.find(' ') != std::string::npos);
   }
 
   void Content(Node* node, size_t pos, size_t end) {
