@@ -136,8 +136,8 @@ CGXString CONVIF::GenerateMSGID() {
   return id;
 }
 
-// Only a blank ends a word. Answers lose their line breaks when they are parsed; one that is still there came in
-// the middle of an address, which cameras know as a whole.
+// Only a blank ends a word. Answers lose their line breaks when they are parsed; one that is still there came
+// in the middle of an address, which cameras know as a whole.
 void CONVIF::Split(CGXString text, CGXObList* words) {
   const char* p = text;
   const char* const end = p + text.GetLength();
