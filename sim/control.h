@@ -7,14 +7,17 @@
 #include <string>
 #include <vector>
 
-// GET  /cameras                 the state of all, as an array
-// GET  /cameras/N               of one (N from 1); every POST below answers with it
-// POST /cameras/N/quirks        {"http":"chunked","clock_offset":7200}
-// POST /cameras/N/power         {"on":false}
-// POST /cameras/N/address       {"address":"127.0.0.31"}
-// POST /cameras/N/motion        {"on":true}, and "times" to tell subscribers that often
-// POST /cameras/N/alarm         {"on":true}, and "times" for as many datagrams; cameras of the alarm brand
-// POST /quit                    ends the program
+// What can be asked and told there, a line each, as `camsim --help` shows it.
+inline constexpr char kControlHelp[] =
+    "GET  /cameras             the state of all cameras, as an array\n"
+    "GET  /cameras/N           of one (N from 1); what is posted to it answers with this too\n"
+    "POST /cameras/N/quirks    {\"http\":\"chunked\",\"clock_offset\":7200}, see --list-quirks\n"
+    "POST /cameras/N/power     {\"on\":false}\n"
+    "POST /cameras/N/address   {\"address\":\"127.0.0.31\"}\n"
+    "POST /cameras/N/motion    {\"on\":true}: in the picture, and subscribers are told, \"times\" times\n"
+    "POST /cameras/N/alarm     {\"on\":true}: datagrams, \"times\" of them, of a camera of the kind alarm\n"
+    "POST /quit                ends the program\n";
+
 class CControl {
  public:
   CControl(std::vector<CCamera*> cameras, std::function<void()> quit);

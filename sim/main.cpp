@@ -164,6 +164,7 @@ int Main(int argc, char** argv) {
         std::exit(0);
       },
       "Lists the switches and ends");
+  app.footer(std::string("The control address speaks HTTP and JSON:\n") + kControlHelp);
   CLI11_PARSE(app, argc, argv);
   if (options.kinds.empty() && options.kindsAt.empty()) options.kinds = {"ptz", "door", "alarm"};
 

@@ -16,6 +16,10 @@ constexpr std::chrono::milliseconds kCloseTime{1500};  // for connections to end
 // nothing, which fails the whole stream for all who watch it.
 constexpr char kUnwatched[] = "! tee allow-not-linked=true ";
 
+// A picture waits at the end of the pipeline until its time has come, which beside a slower sound track is
+// longer than the pictures of a fast stream are apart; the source must not wait with it.
+constexpr char kRelief[] = "! queue max-size-buffers=4 max-size-bytes=0 max-size-time=0 ";
+
 // The pipeline of a stream in GStreamer's launch notation. The source holds one picture at most.
 std::string Launch(const CVideoEncoder& encoder, bool audio, bool parameterSetsInBand) {
   std::string text =
@@ -25,7 +29,7 @@ std::string Launch(const CVideoEncoder& encoder, bool audio, bool parameterSetsI
   const std::string rate =
       ",framerate=" + std::to_string(encoder.frameRate) + "/" + std::to_string(encoder.interval) + "\" ";
   if (encoder.encoding == "JPEG") {
-    text += "caps=\"image/jpeg" + size + rate + kUnwatched + "! rtpjpegpay name=pay0 pt=26 ";
+    text += "caps=\"image/jpeg" + size + rate + kRelief + kUnwatched + "! rtpjpegpay name=pay0 pt=26 ";
   } else {
     std::string profile = encoder.h264Profile == "Baseline" ? "constrained-baseline" : encoder.h264Profile;
     for (char& c : profile) c = static_cast<char>(g_ascii_tolower(c));
@@ -37,7 +41,7 @@ std::string Launch(const CVideoEncoder& encoder, bool audio, bool parameterSetsI
             "! x264enc name=encoder tune=zerolatency aud=false speed-preset=ultrafast threads=1 bitrate=" +
             std::to_string(encoder.bitrate) + " key-int-max=" + std::to_string(encoder.govLength) +
             " option-string=\"" + tools +
-            ":scenecut=0\" ! video/x-h264,stream-format=avc,alignment=au,profile=" + profile + " " +
+            ":scenecut=0\" ! video/x-h264,stream-format=avc,alignment=au,profile=" + profile + " " + kRelief +
             kUnwatched + "! rtph264pay name=pay0 pt=96 config-interval=" + (parameterSetsInBand ? "-1 " : "0 ");
   }
   if (audio)
