@@ -2,7 +2,6 @@
 
 #include "controller/camera.h"
 #include "host/gxlist.h"
-#include "host/system.h"
 
 #include <utility>
 
@@ -30,7 +29,6 @@ std::vector<std::unique_ptr<CDeviceConfig>> CFinder::Take() {
 
 unsigned CFinder::Search(void* self) {
   auto* finder = static_cast<CFinder*>(self);
-  const CComponentListLock installed;  // the search compares what it finds with the cameras installed
   CGXObList records;
   finder->m_pFinder->FindNewDevices(finder->m_User, finder->m_Password, &records);
   while (!records.IsEmpty()) finder->m_Found.emplace_back(static_cast<CDeviceConfig*>(records.RemoveHead()));

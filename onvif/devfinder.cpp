@@ -51,6 +51,7 @@ void CONVIF_DevFinder::FindNewDevices(CGXString user, CGXString password, CGXObL
 }
 
 bool CONVIF_DevFinder::FindInstalledDevice(CDeviceConfig* record) {
+  const CComponentListLock installed;  // a camera that is compared is not deleted meanwhile
   CSystem* const system = CSystem::Instance();
   for (int i = 0; i < system->NVideo(); ++i) {
     CVideoSystem* const component = system->VideoSystem(i);
