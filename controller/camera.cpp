@@ -7,10 +7,12 @@
 #include "host/intercom.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
 constexpr int MOST_STREAMS = 3;
+constexpr size_t MOST_COMMANDS = 100;            // noted
 constexpr int MOST_ENTRIES = 1000;               // of the statistics
 constexpr char H264_STREAM_NAME[] = "H264-DVR";  // of the recorded stream in the statistics
 
@@ -64,7 +66,8 @@ CCamera::CCamera(CVideoSystem* video, CTraceBook* book, CCameraWishes wishes)
       m_pBook(book),
       m_Wishes(std::move(wishes)),
       m_FileName(FileNameOf(video)),
-      m_Started(std::chrono::steady_clock::now()) {
+      m_Started(std::chrono::steady_clock::now()),
+      m_Keeper(video) {
   if (m_Wishes.RecordFolder.empty()) return;
   m_pRecorder = std::make_shared<CRecorder>(m_Wishes.RecordFolder, m_FileName);
   m_pVideo->DVRTarget(m_pRecorder);
@@ -76,7 +79,7 @@ CCamera::CCamera(CVideoSystem* video, CTraceBook* book, CCameraWishes wishes)
 
 CCamera::~CCamera() {
   m_pBook->Follow(m_iID, nullptr);
-  for (const auto& viewer : m_Viewers) m_pVideo->RemoveVideoSink(viewer.get(), 0);
+  DetachViewers();
   m_pVideo->DVRTarget(nullptr);
   if (m_pRecorder) m_pRecorder->Stop();
 }
@@ -95,33 +98,88 @@ double CCamera::Seconds() const {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - m_Started).count();
 }
 
-bool CCamera::Registered() const {
+bool CCamera::InService() const {
   return CIntercomServer::Instance()->HasClient(m_pVideo->GetIcomClient(ICOM_CLIENT_SELF));
 }
 
-bool CCamera::HasProfiles() const {
+bool CCamera::Config(CCameraConfig* config) const {
   CGXMSG msg;
-  CCameraConfig config;
   m_pVideo->GetONVIFConfig(&msg);
-  return ReadCameraConfig(msg, &config) && !config.Profiles.empty();
+  return ReadCameraConfig(msg, config);
+}
+
+bool CCamera::HasProfiles() const {
+  CCameraConfig config;
+  return Config(&config) && !config.Profiles.empty();
 }
 
 bool CCamera::Tick() {
   NotePicture();
   AnswerRecorder();
-  if (!Registered()) {
+  if (!InService()) {
     if (m_pBook->Failed(m_iID)) m_Reachability.Check(m_pVideo->GetConfigURL().Str());
     return false;
   }
-  bool changed = false;
+  bool changed = std::exchange(m_bChanged, false);
   if (m_fSecondsToRunning < 0) {
     m_fSecondsToRunning = Seconds();
     changed = true;
   }
   changed |= ApplyTransport();
-  AttachViewers();
-  changed |= StartRecording();
+  changed |= KeepStreams();
+  if (!m_bTransportDone && m_Wishes.Transport >= 0) return changed;
+  if (!Paused()) {
+    AttachViewers();
+    changed |= StartRecording();
+  }
   return changed;
+}
+
+// True when that changed the settings: a camera that rounds has its own values taken over.
+bool CCamera::KeepStreams() {
+  if (!m_bKeeping) {
+    CCameraConfig config;
+    if (!Config(&config) || config.Encoders.empty()) return false;
+    m_bKeeping = true;
+    m_Keeper.Restart(config);
+    m_PauseAtMost = std::chrono::steady_clock::now() + APPLIED_WITHIN;
+  }
+  return std::chrono::steady_clock::now() >= m_PauseAtLeast && m_Keeper.Pass();
+}
+
+bool CCamera::Paused() const {
+  const auto now = std::chrono::steady_clock::now();
+  return now < m_PauseAtLeast || (now < m_PauseAtMost && m_Keeper.Settling());
+}
+
+void CCamera::ApplyStreams(const CCameraConfig& config) {
+  CCameraConfig before;
+  Config(&before);
+  const bool jpeg = before.JPEG != config.JPEG, h264 = before.H264 != config.H264;
+  // The recorded entry is numbered behind the JPEG entries.
+  const bool renumbered = before.JPEG.Streams.size() != config.JPEG.Streams.size();
+  if (jpeg) DetachViewers();
+  if (m_bDVRDone && (h264 || renumbered || (jpeg && m_pVideo->DVREncodeType() != FRAME_KIND_H264))) {
+    m_bDVRDone = false;
+    m_pVideo->WantDVR(false);
+  }
+  CGXMSG msg;
+  WriteUserStreams(config, &msg);
+  m_pVideo->SetONVIFConfig(&msg);
+  m_Keeper.Restart(config);
+  const auto now = std::chrono::steady_clock::now();
+  m_PauseAtLeast = now + PAUSE_AT_LEAST;
+  m_PauseAtMost = now + APPLIED_WITHIN;
+  m_bChanged = true;
+}
+
+void CCamera::NoteCommand(const std::string& name, bool seen) {
+  const auto known = std::ranges::find(m_Commands, name, &CAskedCommand::Name);
+  if (known != m_Commands.end()) {
+    known->Seen = seen;
+  } else if (m_Commands.size() < MOST_COMMANDS) {
+    m_Commands.push_back({name, seen});
+  }
 }
 
 void CCamera::NotePicture() {
@@ -133,11 +191,9 @@ void CCamera::NotePicture() {
 // Puts the wanted transport into the user's stream settings, once there are any. True when that changed them.
 bool CCamera::ApplyTransport() {
   if (m_bTransportDone || m_Wishes.Transport < 0) return false;
-  CGXMSG msg, answer;
+  CGXMSG answer;
   CCameraConfig config;
-  m_pVideo->GetONVIFConfig(&msg);
-  if (!ReadCameraConfig(msg, &config) || (config.H264.Streams.empty() && config.JPEG.Streams.empty()))
-    return false;
+  if (!Config(&config) || (config.H264.Streams.empty() && config.JPEG.Streams.empty())) return false;
   m_bTransportDone = true;
   bool changed = false;
   for (CUserStreams* list : {&config.H264, &config.JPEG})
@@ -153,24 +209,26 @@ bool CCamera::ApplyTransport() {
 
 // A viewer for each JPEG stream that the camera has; the camera opens a stream when somebody looks.
 void CCamera::AttachViewers() {
-  if (!m_bTransportDone && m_Wishes.Transport >= 0) return;
   const auto wanted =
       static_cast<size_t>(std::clamp(m_pVideo->NResolutions(RTSP_PROFILE_JPEG), 0, MOST_STREAMS));
-  while (m_Viewers.size() > wanted) {
-    m_pVideo->RemoveVideoSink(m_Viewers.back().get(), 0);
-    m_Viewers.pop_back();
-  }
-  while (m_Viewers.size() < wanted) {
+  if (m_bAttached && m_Viewers.size() == wanted) return;
+  DetachViewers();
+  for (; m_Viewers.size() > wanted; m_Viewers.pop_back()) m_nPastFrames += m_Viewers.back()->Frames();
+  while (m_Viewers.size() < wanted)
     m_Viewers.push_back(
         std::make_unique<CViewer>(m_FileName, static_cast<int>(m_Viewers.size()), m_Wishes.Pictures));
-    m_pVideo->AddVideoSink(m_Viewers.back().get());
-  }
+  for (const auto& viewer : m_Viewers) m_pVideo->AddVideoSink(viewer.get());
+  m_bAttached = true;
+}
+
+void CCamera::DetachViewers() {
+  if (!std::exchange(m_bAttached, false)) return;
+  for (const auto& viewer : m_Viewers) m_pVideo->RemoveVideoSink(viewer.get(), 0);
 }
 
 // Asks for the camera's H.264 stream to be recorded, or its first JPEG stream when it has none.
 bool CCamera::StartRecording() {
   if (m_bDVRDone || !m_pRecorder) return false;
-  if (!m_bTransportDone && m_Wishes.Transport >= 0) return false;
   const int jpegs = m_pVideo->NResolutions(RTSP_PROFILE_JPEG);
   const int h264s = m_pVideo->NResolutions(RTSP_PROFILE_H264);
   if (jpegs + h264s == 0) return false;
@@ -210,6 +268,8 @@ CCameraStatus CCamera::Status() {
   status.ServiceURL = m_pVideo->GetConfigURL().Str();
   status.FPS = m_pVideo->IncomingFPS();
   status.Motion = m_pVideo->Motion();
+  status.Events = m_nEvents;
+  status.Commands = m_Commands;
   status.SecondsToRunning = m_fSecondsToRunning;
   status.SecondsToPicture = m_fSecondsToPicture;
   DescribeState(&status);
@@ -222,7 +282,7 @@ void CCamera::DescribeState(CCameraStatus* status) const {
   status->Step = progress.Step();
   status->LastLine = progress.LastLine();
   status->Steps = progress.Lines();
-  if (Registered()) {
+  if (InService()) {
     const bool profiles = HasProfiles();
     status->State = profiles ? "running" : "running without profiles";
     if (!profiles) status->Reason = "check user name and password";
@@ -238,17 +298,19 @@ void CCamera::DescribeState(CCameraStatus* status) const {
 }
 
 void CCamera::DescribeStreams(CCameraStatus* status) const {
+  status->JPEGFrames = m_nPastFrames;
   for (const auto& viewer : m_Viewers) {
     status->Streams.push_back(viewer->Status());
     status->JPEGFrames += viewer->Frames();
     for (const std::string& path : {viewer->Path(), viewer->KeptPath()})
       if (!path.empty() && viewer->Frames() > 0) status->Pictures.push_back(path);
   }
+  if (m_Wishes.Pictures != nullptr) status->Problem = m_Wishes.Pictures->Error();
   if (!m_pRecorder) return;
   const CRecorderStatus recorder = m_pRecorder->Status();
   status->H264Frames = recorder.Delivered;
   status->Recordings = recorder.Paths;
-  status->Problem = recorder.Error;
+  if (!recorder.Error.empty()) status->Problem = recorder.Error;
   CGXMSG stats;
   m_pVideo->GetVideoStats(&stats);
   stats.GetInt();  // rate and motion, which are known already

@@ -6,6 +6,7 @@
 #include "controller/picture_store.h"
 #include "controller/reachability.h"
 #include "controller/recorder.h"
+#include "controller/stream_keeper.h"
 #include "controller/trace_book.h"
 #include "host/video.h"
 
@@ -32,6 +33,11 @@ CIdentityTexts IdentityOf(CSystemComponent* component);
 
 class CCamera {
  public:
+  // Streams whose settings change pause for that long, so that the camera has closed them before it is told; a
+  // camera that takes the settings has done so after the other.
+  static constexpr std::chrono::seconds PAUSE_AT_LEAST{1},
+      APPLIED_WITHIN = PAUSE_AT_LEAST + CProfileRequest::ASK_AGAIN;
+
   // `video` is in the system's list already, with name and record.
   CCamera(CVideoSystem* video, CTraceBook* book, CCameraWishes wishes);
   // Takes viewers and recorder away and finishes the recording; the component itself stays in the system's
@@ -41,6 +47,7 @@ class CCamera {
   CCamera& operator=(const CCamera&) = delete;
 
   int ID() const { return m_iID; }
+  CVideoSystem* Video() const { return m_pVideo; }
 
   void Start();  // the connection thread, unless it runs
 
@@ -48,15 +55,28 @@ class CCamera {
   // changed that belongs into the site file.
   bool Tick();
 
-  CCameraStatus Status();  // under the main-thread lock
+  // The following under the main-thread lock.
+  CCameraStatus Status();
+  bool InService() const;                    // loaded, and nothing has failed since
+  bool Config(CCameraConfig* config) const;  // false when there is none to be had
+
+  // Gives the camera other user stream settings: what changes is stopped, the camera brought into line, and
+  // what was stopped started again. StreamState tells how that goes.
+  void ApplyStreams(const CCameraConfig& config);
+  EStreamState StreamState(RTSP_PROFILE_TYPE list, int index) const { return m_Keeper.State(list, index); }
+
+  void CountEvent() { ++m_nEvents; }
+  void NoteCommand(const std::string& name, bool seen);  // a further one, or the outcome of one noted before
 
  private:
   class CViewer;
 
-  bool Registered() const;
   bool HasProfiles() const;
   bool ApplyTransport();
+  bool KeepStreams();
+  bool Paused() const;
   void AttachViewers();
+  void DetachViewers();
   bool StartRecording();
   void AnswerRecorder();
   void DescribeStreamToRecorder();
@@ -75,5 +95,12 @@ class CCamera {
   CReachability m_Reachability;
   std::chrono::steady_clock::time_point m_Started;
   bool m_bTransportDone = false, m_bDVRDone = false;
+  CStreamKeeper m_Keeper;
+  bool m_bKeeping = false, m_bChanged = false;                          // m_bChanged: for the site file
+  bool m_bAttached = false;                                             // the viewers, to the component
+  std::chrono::steady_clock::time_point m_PauseAtLeast, m_PauseAtMost;  // of streams whose settings changed
+  int64_t m_nPastFrames = 0;                                            // of viewers that are gone
+  int64_t m_nEvents = 0;
+  std::vector<CAskedCommand> m_Commands;
   double m_fSecondsToRunning = -1, m_fSecondsToPicture = -1;
 };

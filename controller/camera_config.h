@@ -22,6 +22,7 @@ struct CStreamSettings {
   int Quality = 0, GovLength = 0, Interval = 0, FrameRate = 0, Bitrate = 0;  // frames a second, kbit/s
   GXT_RESOLUTION Size;
   int H264Profile = 4;
+  bool operator==(const CStreamSettings&) const = default;
 };
 
 // "Baseline", "Main", "Extended", "High", or empty for none.
@@ -45,22 +46,31 @@ struct CConfigEncoder {
   CStreamSettings Settings;
 };
 
+inline constexpr char DEFAULT_ENCODER[] = "<DEFAULT>";
+
 // One stream as the user wants it. Encoder token "<DEFAULT>": as the camera has it.
 struct CUserStream {
   std::string Name, ProfileToken, EncoderToken;
   int Transport = RTP_TRANSPORT_TCP;
   CStreamSettings Settings;
+  bool operator==(const CUserStream&) const = default;
 };
 
 struct CUserStreams {
   std::string DefaultProfile;
   std::vector<CUserStream> Streams;
+  bool operator==(const CUserStreams&) const = default;
 };
 
 struct CCameraConfig {
   std::vector<CConfigProfile> Profiles;
   std::vector<CConfigEncoder> Encoders;
   CUserStreams H264, JPEG;
+
+  const CUserStreams& UserStreams(RTSP_PROFILE_TYPE list) const {
+    return list == RTSP_PROFILE_H264 ? H264 : JPEG;
+  }
+  CUserStreams& UserStreams(RTSP_PROFILE_TYPE list) { return list == RTSP_PROFILE_H264 ? H264 : JPEG; }
 };
 
 // Reads the whole record. False when an item is missing, of the other kind, or a count is impossible.

@@ -11,6 +11,12 @@ struct CStreamStatus {
   double FPS = 0;
 };
 
+// Something that was asked of a camera, and whether the camera was then seen to have done it.
+struct CAskedCommand {
+  std::string Name;
+  bool Seen = false;
+};
+
 struct CCameraStatus {
   int Type = 0, ID = 0;
   std::string Name, Manufacturer, Model, Firmware, Serial, ServiceURL;
@@ -20,6 +26,8 @@ struct CCameraStatus {
   std::vector<std::string> Steps;  // trace lines in order
   double FPS = 0;                  // JPEG pictures a second, all streams
   int Motion = -1;                 // -1 unknown, 0 none, 100 motion
+  int64_t Events = 0;              // motion and alarm events raised
+  std::vector<CAskedCommand> Commands;
   std::vector<CStreamStatus> Streams;
   int64_t JPEGFrames = 0, H264Frames = 0;  // pictures delivered
   std::vector<std::string> Pictures, Recordings;

@@ -8,6 +8,7 @@
 #include "host/system.h"
 
 #include <filesystem>
+#include <nlohmann/json.hpp>
 
 namespace {
 
@@ -41,12 +42,14 @@ bool PrepareDriver(const COptions& options, CPlugin* plugin, std::string* error)
   return OpenLog(options.LogFile, error) && plugin->Load(options.Plugin, error);
 }
 
-CController::CController(const COptions& options) : m_Options(options) {}
+CController::CController(const COptions& options)
+    : m_Options(options), m_Socket([this](const std::string& request) { return Answer(request); }) {}
 
 CController::~CController() {
+  CEventServer::Instance()->Receiver(nullptr);
   m_pFinder.reset();
   CSystem::Instance()->StopFileThread();
-  m_Cameras.clear();
+  m_Running.Cameras.clear();
   CSystem::Instance()->RemoveAllComponents();
 }
 
@@ -63,6 +66,8 @@ bool CController::Start(std::string* error) {
   if (!PrepareFolders(error) || !PrepareDriver(m_Options, &m_Plugin, error)) return false;
   m_pSite = std::make_unique<CSiteKeeper>(&m_Plugin, m_Options.SiteFile);
   if (!m_pSite->Lock(error) || !m_pSite->Load(error)) return false;
+  if (!m_Socket.Listen(CommandSocketPath(m_Options.SiteFile), error)) return false;
+  CEventServer::Instance()->Receiver([this](const GXT_EVENT& event) { TakeEvent(event); });
   m_pPictures = std::make_unique<CPictureStore>(m_Options.PictureFolder, m_Options.KeepFolder);
   m_pFinder = std::make_unique<CFinder>(&m_Plugin);
   m_pDisplay = std::make_unique<CDisplay>(m_Options.JSON);
@@ -87,8 +92,8 @@ bool CController::InstallByURL(std::string* error) {
 
 void CController::Watch(CVideoSystem* video) {
   CCameraWishes wishes{m_Options.RecordFolder, m_Options.Transport, m_pPictures.get()};
-  m_Cameras.push_back(std::make_unique<CCamera>(video, &m_Book, std::move(wishes)));
-  m_Cameras.back()->Start();
+  m_Running.Cameras.push_back(std::make_unique<CCamera>(video, &m_Book, std::move(wishes)));
+  m_Running.Cameras.back()->Start();
 }
 
 void CController::InstallFound() {
@@ -110,10 +115,33 @@ void CController::SearchWhenDue() {
     m_pFinder->Start(m_Options.User, m_Options.Password);
 }
 
+CCommandSocket::Answer CController::Answer(const std::string& request) {
+  const CMainThreadLock lock;
+  return [answer = BeginOperation(m_Running, request)] {
+    const CMainThreadLock hold;
+    const nlohmann::json reply = answer();
+    return reply.is_null() ? "" : reply.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+  };
+}
+
+void CController::TakeEvent(const GXT_EVENT& event) {
+  CCamera* camera = m_Running.ByID(event.ComponentID);
+  if (camera == nullptr) return;
+  const std::string name = camera->Video()->Name().Str();
+  Log(name + ": " + EventName(event.Event));
+  m_Running.Events.Add(event, name);
+  if (event.Event == EVENT_MOTION) camera->CountEvent();
+}
+
+void CController::Serve() {
+  CEventServer::Instance()->DispatchEvents();
+  m_Socket.Pass();
+}
+
 void CController::Tick() {
   {
     const CMainThreadLock lock;
-    for (const auto& camera : m_Cameras) m_bSaveWanted |= camera->Tick();
+    for (const auto& camera : m_Running.Cameras) m_bSaveWanted |= camera->Tick();
   }
   m_bSaveWanted |= CSystem::Instance()->TakeSaveRequest();
   SaveWhenAsked();
@@ -133,10 +161,7 @@ void CController::SaveWhenAsked() {
 std::vector<CCameraStatus> CController::Statuses() {
   const CMainThreadLock lock;
   std::vector<CCameraStatus> statuses;
-  for (const auto& camera : m_Cameras) {
-    statuses.push_back(camera->Status());
-    if (statuses.back().Problem.empty()) statuses.back().Problem = m_pPictures->Error();
-  }
+  for (const auto& camera : m_Running.Cameras) statuses.push_back(camera->Status());
   return statuses;
 }
 
@@ -157,6 +182,7 @@ bool CController::TimeIsUp() const {
 bool CController::Run(std::string* error) {
   while (!WaitForStop(PASS_PERIOD_MS) && !TimeIsUp()) {
     CSystem::Instance()->MainThreadPass();
+    Serve();
     SearchWhenDue();
     if (Due(&m_NextTick, TICK_PERIOD)) Tick();
     if (Due(&m_NextShow, std::chrono::milliseconds(m_pDisplay->PeriodMs()))) Show();

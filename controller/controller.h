@@ -2,8 +2,10 @@
 #pragma once
 
 #include "controller/camera.h"
+#include "controller/command_socket.h"
 #include "controller/display.h"
 #include "controller/finder.h"
+#include "controller/operations.h"
 #include "controller/options.h"
 #include "controller/plugin_loader.h"
 #include "controller/site.h"
@@ -36,6 +38,9 @@ class CController {
   void Watch(CVideoSystem* video);
   void InstallFound();
   void SearchWhenDue();
+  CCommandSocket::Answer Answer(const std::string& request);
+  void TakeEvent(const GXT_EVENT& event);
+  void Serve();
   void Tick();
   void SaveWhenAsked();
   std::vector<CCameraStatus> Statuses();
@@ -51,7 +56,8 @@ class CController {
   std::unique_ptr<CPictureStore> m_pPictures;
   std::unique_ptr<CFinder> m_pFinder;
   std::unique_ptr<CDisplay> m_pDisplay;
-  std::vector<std::unique_ptr<CCamera>> m_Cameras;
+  CRunningSite m_Running;
+  CCommandSocket m_Socket;
   Clock::time_point m_Started, m_NextTick, m_NextShow, m_NextSearch, m_NextSave;
   bool m_bSaveWanted = false;
   std::string m_SaveError;

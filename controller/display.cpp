@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 namespace {
 
@@ -82,12 +83,26 @@ void CDisplay::SayOnce(const CCameraStatus& camera, bool* said, const char* what
   Say(camera, "time", text);
 }
 
+// Events, and what was asked of the camera.
+void CDisplay::SayNews(const CCameraStatus& camera, Shown* shown) const {
+  if (shown->Events != camera.Events) {
+    shown->Events = camera.Events;
+    Say(camera, "event", "motion or alarm reported (" + std::to_string(camera.Events) + ")");
+  }
+  for (const CAskedCommand& command : camera.Commands) {
+    const auto [known, isNew] = shown->Commands.emplace(command.Name, false);
+    if (isNew) Say(camera, "command", "asked: " + command.Name);
+    if (command.Seen && !std::exchange(known->second, true)) Say(camera, "command", "seen: " + command.Name);
+  }
+}
+
 void CDisplay::Progress(const CCameraStatus& camera) {
   Shown& shown = m_Shown[camera.ID];
   for (; shown.Steps < camera.Steps.size(); ++shown.Steps) Say(camera, "trace", camera.Steps[shown.Steps]);
   if (shown.State != StateOf(camera)) Say(camera, "state", shown.State = StateOf(camera));
   SayOnce(camera, &shown.Running, "running", camera.SecondsToRunning);
   SayOnce(camera, &shown.Picture, "first picture", camera.SecondsToPicture);
+  SayNews(camera, &shown);
   for (; shown.Recordings < camera.Recordings.size(); ++shown.Recordings)
     Say(camera, "recording", camera.Recordings[shown.Recordings]);
 }

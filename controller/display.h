@@ -23,9 +23,12 @@ class CDisplay {
     std::string State;
     size_t Recordings = 0;
     bool Running = false, Picture = false;  // their times
+    int64_t Events = 0;
+    std::map<std::string, bool> Commands;  // by name: seen
   };
   void Redraw(const std::vector<CCameraStatus>& cameras, const std::string& note);
   void SayOnce(const CCameraStatus& camera, bool* said, const char* what, double seconds) const;
+  void SayNews(const CCameraStatus& camera, Shown* shown) const;
   void Progress(const CCameraStatus& camera);
   void Say(const CCameraStatus& camera, const char* what, const std::string& text) const;
 

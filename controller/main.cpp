@@ -1,5 +1,7 @@
 // The reference controller.
+#include "controller/client_commands.h"
 #include "controller/commands.h"
+#include "controller/demonstration.h"
 #include "controller/log.h"
 #include "controller/password.h"
 #include "controller/stop_signal.h"
@@ -16,6 +18,10 @@ int RunChosen(const COptions& options) {
       return ComponentsCommand(options);
     case ECommand::Show:
       return ShowCommand(options);
+    case ECommand::Ask:
+      return AskCommand(options);
+    case ECommand::Demonstrate:
+      return DemonstrateCommand(options);
     case ECommand::None:
       break;
   }

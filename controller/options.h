@@ -1,10 +1,11 @@
 // The command line.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
-enum class ECommand { None, Run, Discover, Components, Show };
+enum class ECommand { None, Run, Discover, Components, Show, Ask, Demonstrate };
 
 struct COptions {
   ECommand Command = ECommand::None;
@@ -26,6 +27,10 @@ struct COptions {
   // show
   std::vector<std::string> Cameras;
   double WaitSeconds = 20;
+  // demonstrate
+  std::string Simulation;  // control address of the simulated cameras, ADDRESS:PORT
+  // Ask: for the running controller
+  nlohmann::json Request = nlohmann::json::object();
 };
 
 enum class EParse { Go, Done, Wrong };

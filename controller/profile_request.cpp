@@ -2,7 +2,6 @@
 
 namespace {
 
-constexpr std::chrono::seconds ASK_AGAIN{5};
 constexpr int READY = 2;  // bit of a notice's code
 constexpr int ANY = 255;
 
@@ -27,8 +26,14 @@ CProfileRequest::~CProfileRequest() {
 
 std::unique_ptr<CRTSPProfile> CProfileRequest::Poll() {
   const auto now = std::chrono::steady_clock::now();
-  if (now < m_NextAsk) return nullptr;
-  m_NextAsk = now + ASK_AGAIN;
+  if (m_Step == EStep::Noticed) {
+    m_Step = EStep::AskedAgain;
+  } else if (now >= m_NextRound) {
+    m_Step = EStep::Asked;
+    m_NextRound = now + ASK_AGAIN;
+  } else {
+    return nullptr;
+  }
   CResolutionDescriptor descriptor;
   m_pCamera->LoadResolutionDescriptor(m_iIndex, &descriptor, m_Type);
   m_iCode = descriptor.DriverDataInt() | READY;
@@ -36,5 +41,7 @@ std::unique_ptr<CRTSPProfile> CProfileRequest::Poll() {
 }
 
 void CProfileRequest::OnNotify(int id, int code) {
-  if (id == m_pCamera->ID() && NoticeMatches(m_iCode, code)) m_NextAsk = {};
+  if (m_Step != EStep::Asked || id != m_pCamera->ID() || !NoticeMatches(m_iCode, code)) return;
+  const bool inLine = m_pCamera->GetRTSPResolution(m_Type, m_iIndex) == m_iIndex;
+  m_Step = inLine ? EStep::Noticed : EStep::Refused;
 }

@@ -54,6 +54,13 @@ std::string Cut(const std::string& text, size_t width) {
   return cut + "…";
 }
 
+std::string CommandsText(const std::vector<CAskedCommand>& commands) {
+  std::string text;
+  for (const CAskedCommand& command : commands)
+    text += (text.empty() ? "" : ", ") + command.Name + (command.Seen ? " (seen)" : " (not seen)");
+  return text;
+}
+
 json Seconds(double seconds) {
   return seconds < 0 ? json(nullptr) : json(std::round(seconds * 1000) / 1000);
 }
@@ -79,34 +86,6 @@ std::string StateText(const CCameraStatus& status) {
   return text + (status.SecondsToRunning >= 0 ? ")" : "");
 }
 
-json CameraJSON(const CCameraStatus& s) {
-  json streams = json::array();
-  for (const CStreamStatus& stream : s.Streams)
-    streams.push_back(
-        {{"kind", stream.Kind}, {"width", stream.Width}, {"height", stream.Height}, {"fps", stream.FPS}});
-  json camera = {{"name", s.Name},
-                 {"id", s.ID},
-                 {"type", s.Type},
-                 {"manufacturer", s.Manufacturer},
-                 {"model", s.Model},
-                 {"serial", s.Serial},
-                 {"firmware", s.Firmware},
-                 {"service_url", s.ServiceURL},
-                 {"state", s.State},
-                 {"steps", s.Steps},
-                 {"streams", std::move(streams)},
-                 {"motion", s.Motion},
-                 {"jpeg_frames", s.JPEGFrames},
-                 {"h264_frames", s.H264Frames},
-                 {"pictures", s.Pictures},
-                 {"recordings", s.Recordings},
-                 {"seconds_to_running", Seconds(s.SecondsToRunning)},
-                 {"seconds_to_picture", Seconds(s.SecondsToPicture)}};
-  if (!s.Reason.empty()) camera["reason"] = s.Reason;
-  if (!s.Problem.empty()) camera["problem"] = s.Problem;
-  return camera;
-}
-
 }  // namespace
 
 std::string Printable(const std::string& text) {
@@ -123,15 +102,49 @@ std::string Printable(const std::string& text) {
   return result;
 }
 
+json CameraJSON(const CCameraStatus& s) {
+  json streams = json::array();
+  for (const CStreamStatus& stream : s.Streams)
+    streams.push_back(
+        {{"kind", stream.Kind}, {"width", stream.Width}, {"height", stream.Height}, {"fps", stream.FPS}});
+  json commands = json::array();
+  for (const CAskedCommand& command : s.Commands)
+    commands.push_back({{"name", command.Name}, {"seen", command.Seen}});
+  json camera = {{"name", s.Name},
+                 {"id", s.ID},
+                 {"type", s.Type},
+                 {"manufacturer", s.Manufacturer},
+                 {"model", s.Model},
+                 {"serial", s.Serial},
+                 {"firmware", s.Firmware},
+                 {"service_url", s.ServiceURL},
+                 {"state", s.State},
+                 {"steps", s.Steps},
+                 {"streams", std::move(streams)},
+                 {"motion", s.Motion},
+                 {"events", s.Events},
+                 {"commands", std::move(commands)},
+                 {"jpeg_frames", s.JPEGFrames},
+                 {"h264_frames", s.H264Frames},
+                 {"pictures", s.Pictures},
+                 {"recordings", s.Recordings},
+                 {"seconds_to_running", Seconds(s.SecondsToRunning)},
+                 {"seconds_to_picture", Seconds(s.SecondsToPicture)}};
+  if (!s.Reason.empty()) camera["reason"] = s.Reason;
+  if (!s.Problem.empty()) camera["problem"] = s.Problem;
+  return camera;
+}
+
 std::vector<std::string> CameraLines(const CCameraStatus& s, size_t width) {
   std::vector<std::string> lines;
   const auto add = [&lines, width](const std::string& line) { lines.push_back(Cut(Printable(line), width)); };
   add(std::to_string(s.ID) + "  " + s.Name + "   " + s.Manufacturer + " " + s.Model + ", serial " +
       (s.Serial.empty() ? "?" : s.Serial) + "   " + s.ServiceURL);
   add("   " + StateText(s));
-  add("   " + Fixed(s.FPS, 1) + " pictures/s   motion " + MotionText(s.Motion) +
-      "   streams: " + StreamsText(s));
+  add("   " + Fixed(s.FPS, 1) + " pictures/s   motion " + MotionText(s.Motion) + "   events " +
+      std::to_string(s.Events) + "   streams: " + StreamsText(s));
   add("   last: " + s.LastLine);
+  if (!s.Commands.empty()) add("   asked: " + CommandsText(s.Commands));
   if (!s.Pictures.empty()) add("   pictures " + s.Pictures.back() + " (" + std::to_string(s.JPEGFrames) + ")");
   if (!s.Recordings.empty())
     add("   recording " + s.Recordings.back() +

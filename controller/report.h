@@ -5,6 +5,7 @@
 #include "host/component.h"
 
 #include <memory>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
@@ -15,10 +16,14 @@ std::string Printable(const std::string& text);
 // A few lines that show a camera, each at most `width` characters.
 std::vector<std::string> CameraLines(const CCameraStatus& status, size_t width);
 
-// {"cameras": [...]}, the summary of a run. Each entry: name, id, type, manufacturer, model, serial, firmware,
-// service_url; state ("running" when every step is done) and, where there is one, reason; steps (trace lines in
-// order); streams; motion; jpeg_frames and h264_frames (pictures delivered); pictures and recordings (paths);
-// seconds_to_running and seconds_to_picture since the camera was started (null: never).
+// name, id, type, manufacturer, model, serial, firmware, service_url; state ("running" when every step is done)
+// and, where there is one, reason; steps (trace lines in order); streams; motion (last level: -1 unknown, 0
+// none, 100 motion); events (how many times motion or an alarm was reported); commands (what a demonstration
+// asked of it, each with name and seen); jpeg_frames and h264_frames (pictures delivered); pictures and
+// recordings (paths); seconds_to_running and seconds_to_picture since the camera was started (null: never).
+nlohmann::json CameraJSON(const CCameraStatus& status);
+
+// {"cameras": [...]}, the summary of a run.
 std::string SummaryText(const std::vector<CCameraStatus>& cameras);
 
 // Columns aligned under their headings; the first row is the headings.

@@ -1,5 +1,6 @@
 // controller show: loads cameras one after the other and prints what each is and offers.
 #include "controller/camera.h"
+#include "controller/camera_choice.h"
 #include "controller/commands.h"
 #include "controller/controller.h"
 #include "controller/log.h"
@@ -17,23 +18,16 @@ namespace {
 
 constexpr unsigned PASS_PERIOD_MS = 10;
 
-CVideoSystem* FindCamera(const std::string& wanted) {
-  CSystem* system = CSystem::Instance();
-  for (int i = 0; i < system->NVideo(); ++i) {
-    CVideoSystem* video = system->VideoSystem(i);
-    if (video->Name().Str() == wanted || std::to_string(video->ID()) == wanted ||
-        video->GetConfigURL().Str() == wanted)
-      return video;
-  }
-  return nullptr;
-}
-
 CVideoSystem* FindOrInstall(const std::string& wanted, const COptions& options, CSiteKeeper* site,
                             std::string* error) {
-  if (CVideoSystem* video = FindCamera(wanted)) return video;
-  if (CheckServiceURL(wanted, error)) return site->Install(wanted, options.User, options.Password, error);
-  *error = "no camera '" + wanted + "' in " + options.SiteFile + ", and not a service URL either";
-  return nullptr;
+  CVideoSystem* video = nullptr;
+  {
+    const CMainThreadLock lock;
+    video = ChooseCamera(wanted, error);
+  }
+  std::string noURL;
+  if (video != nullptr || !CheckServiceURL(wanted, &noURL)) return video;
+  return site->Install(wanted, options.User, options.Password, error);
 }
 
 // Works the main thread until `done` says so. False when the time is up or a stop signal came.

@@ -20,6 +20,7 @@ inline constexpr int RTSP_PAYLOAD_G711 = 5;
 struct GXT_RESOLUTION {
   int Width = 0;   // pixels
   int Height = 0;  // pixels
+  bool operator==(const GXT_RESOLUTION&) const = default;
 };
 
 struct GXT_RANGE {
