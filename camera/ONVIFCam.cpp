@@ -2,7 +2,10 @@
 #include "camera/ONVIFCam.h"
 
 #include "alarm/orvell_alarm_center.h"
+#include "audio/audio_out.h"
+#include "camera/outbound_call.h"
 #include "host/intercom.h"
+#include "host/rtsp_server.h"
 #include "host/socket.h"
 #include "host/system.h"
 #include "onvif/login_header.h"
@@ -11,15 +14,10 @@
 namespace {
 
 constexpr const char* MAKER_ALARM_BRAND = "Orvell";
-constexpr const char* MAKER_DOOR_STATION = "VIVOTEK";
-constexpr const char* MODEL_DOOR_STATION = "IP8133";
-constexpr int MODEL_DOOR_STATION_CHARS = 6;
 constexpr int CONNECTION_URL = 8;  // the user enters a URL
 constexpr unsigned OPTIONS_AT_START = 0x14101;
 constexpr int DEAD_STRIKES = 2;
 constexpr unsigned DEAD_PERIOD_MS = 300000;
-constexpr int HARDWARE_DOOR_STATION = 3;
-constexpr int HARDWARE_CAMERA = 5;
 constexpr const char* THREAD_NAME_AFTER_MOVE = "ONVIF Cam";
 
 // Versions of the record at which its form changed.
@@ -69,15 +67,19 @@ CONVIFCam::~CONVIFCam() {
   FreeEventPort(m_wEventPort);
   const CMainThreadLock lock;  // under which clients come and go
   CIntercomServer::Instance()->RemoveClient(this);
+  SetAudioOut(nullptr);
+  DropListeners();
 }
 
 void CONVIFCam::StopWorkers() {
   for (CGXThread& thread : m_StreamThreads) thread.Cancel();
   m_QueueThread.Cancel();
   m_EventThread.Cancel();
+  m_AudioThread.Cancel();
   for (CGXThread& thread : m_StreamThreads) thread.Join();
   m_QueueThread.Join();
   m_EventThread.Join();
+  m_AudioThread.Join();
 }
 
 // ---- Identity ----
@@ -108,12 +110,6 @@ int CONVIFCam::CameraFlags() {
 CGXString CONVIFCam::EDRVName() {
   const CIdentity identity = Identity();
   return identity.Manufacturer + " " + identity.Model;
-}
-
-bool CONVIFCam::IsDoorStation() const {
-  const CIdentity identity = Identity();
-  return identity.Manufacturer.CompareNoCase(MAKER_DOOR_STATION) == 0 &&
-         identity.Model.Left(MODEL_DOOR_STATION_CHARS).CompareNoCase(MODEL_DOOR_STATION) == 0;
 }
 
 CGXString CONVIFCam::SerialNo() const {
@@ -149,6 +145,7 @@ void CONVIFCam::SetConfigURL(CGXString url) {
   // What was loaded is that of the camera at the old address, and its streams would go on for ever.
   StopThread();
   LeaveIntercom();
+  DropListeners();
   m_Queue.DropAll();
   {
     const CGXLock lock(m_QueueStartLock);  // a push meanwhile starts its worker afterwards
@@ -156,6 +153,7 @@ void CONVIFCam::SetConfigURL(CGXString url) {
     for (CGXThread& thread : m_StreamThreads) thread.Reset();
     m_QueueThread.Reset();
     m_EventThread.Reset();
+    m_AudioThread.Reset();
   }
   m_RunState.Reset();
   StartThread(THREAD_NAME_AFTER_MOVE);
@@ -374,18 +372,4 @@ bool CONVIFCam::GetCameraAddress(sockaddr_in* address) const {
     if (ResolveAddress(uri.Left(slash), address, 0)) return true;
   }
   return false;
-}
-
-// ---- Intercom client ----
-
-CIntercomClient* CONVIFCam::GetIcomClient(ICOM_CLIENT_CTX ctx) {
-  return ctx == ICOM_CLIENT_SELF ? this : nullptr;
-}
-
-int CONVIFCam::IcomHardwareType() {
-  return IsDoorStation() ? HARDWARE_DOOR_STATION : HARDWARE_CAMERA;
-}
-
-unsigned CONVIFCam::GetIP() {
-  return GetPrimaryIP();
 }

@@ -4,10 +4,13 @@
 // Source files by role: ONVIFCam.cpp identity, record and configuration; ONVIFCam_load.cpp the loading steps;
 // ONVIFCam_run.cpp the connection thread and the queue; ONVIFCam_stream.cpp the stream threads;
 // ONVIFCam_ptz.cpp moves and presets; ONVIFCam_offer.cpp what tells the host about the streams;
-// ONVIFCam_event.cpp the camera's events; ONVIFCam_alarm.cpp alarm datagrams.
+// ONVIFCam_event.cpp the camera's events; ONVIFCam_alarm.cpp alarm datagrams; ONVIFCam_icom.cpp calls and the
+// speaker; ONVIFCam_audio.cpp the microphone.
 #pragma once
 
 #include "alarm/alarm_camera.h"
+#include "audio/audio_camera.h"
+#include "camera/audio_squelch.h"
 #include "camera/proc_queue.h"
 #include "camera/run_state.h"
 #include "host/comm_thread.h"
@@ -33,7 +36,10 @@
 class CONVIFDevice;
 class CONVIFMsg;
 class CAccessUnitCollector;
+class CONVIF_AudioOut;
+class COutboundCall;
 class CRTSP;
+class CRTSPServer;
 
 // What an entry of the media model is handed out as: it keeps alive the whole list (generation) that it is
 // from, so it may be used across an exchange with the camera while the lists are loaded anew.
@@ -49,7 +55,8 @@ class CONVIFCam : public CVideoSystem,
                   public CIntercomClient,
                   public CIcomCallDelegate,
                   public CMediaCamera,
-                  public CAlarmCamera {
+                  public CAlarmCamera,
+                  public CAudioCamera {
  public:
   static constexpr int TYPE_DISCOVERED = 8072;  // found again by its identity wherever it moves
   static constexpr int TYPE_STATIC = 8074;      // asked at the URL that the user entered
@@ -68,7 +75,7 @@ class CONVIFCam : public CVideoSystem,
   bool IsVelmoraDevice() override;
   int CameraFlags() override;
   CGXString EDRVName() override;
-  CGXString SerialNo() const;
+  CGXString SerialNo() const override;
   CGXString ServiceURL() const;
   CGXString PTZURL() const override;
   CGXString MediaURL() const override;
@@ -92,7 +99,7 @@ class CONVIFCam : public CVideoSystem,
   CONVIFLoginHeader* CreateLoginHeader() override;
   // Address that the camera streams from, network order. True without an address when a stream URI names no
   // path.
-  bool GetCameraAddress(sockaddr_in* address) const;
+  bool GetCameraAddress(sockaddr_in* address) const override;
 
   // ---- The media model; any thread ----
   static constexpr int NO_INDEX = 255;                       // of an unknown token: the indices travel as bytes
@@ -176,14 +183,40 @@ class CONVIFCam : public CVideoSystem,
   static void ExtractSimple(CONVIFMsg* message, const char* part, CGXString* name, CGXString* value);
   int MotionLevel() const { return m_iMotionLevel; }  // -1 unknown, 0 none, 100 motion; what frames carry
 
-  // ---- Intercom client ----
+  // ---- Intercom client; under the main-thread lock. See CIntercomClient ----
   CIntercomClient* GetIcomClient(ICOM_CLIENT_CTX ctx) override;
   CSystemComponent* IcomBindingObject() override { return this; }
+  CVideoSystem* GetVideoSystem() override { return this; }
   CGXString IcomName() override { return Name(); }
   int IcomHardwareType() override;
-  unsigned GetIP() override;                                                      // the controller's
-  void CallAccepted(CIntercomClient*, CIcomCallDelegate*, CALL_TYPE) override {}  // it has placed no call
-  void CallDeclined(CIntercomClient*) override {}
+  unsigned GetIP() override;  // the controller's
+  int AnswerMode() override { return ICOM_ANSWER_BY_ITSELF; }
+  int AnnounceVolume() override;
+  bool HasAudioRX() override;                                   // only door stations are let talk
+  int BeginReceiveAudioFrom(CIntercomClient* client) override;  // 0: another one talks, or it has no speaker
+  int StopReceiveAudio() override;
+  int SetIcomAudioRXState(CIntercomClient* client, int on) override;
+  int StreamAudioFromRTSP(CRTSPProfile*, CIntercomClient*, int) override { return 0; }  // not supported
+  int StopAudioStream() override { return 0; }
+  int HandleAudioStreamTargetAttach(CAudioStreamTarget* target, GXT_RTP_PATH_DESCRIPTOR* path,
+                                    STREAM_CTX ctx) override;
+  int HandleAudioStreamTargetDetach(CAudioStreamTarget* target) override;
+  int HandleBeginSession(CIntercomClient* caller, CALL_TYPE callerType, CALL_TYPE type,
+                         INCOMING_CALL_CTX ctx) override;
+  int HandleCancelSession() override;
+  // The door station's call: rings the default targets, until one accepts, all decline, it is cancelled, or
+  // nobody has answered for 15 s. 0: one rings already, or there is nobody to ring.
+  int InitiateCall(int button) override;
+  int CancelCall(int button) override;
+  void CallAccepted(CIntercomClient* client, CIcomCallDelegate* delegate, CALL_TYPE type) override;
+  void CallDeclined(CIntercomClient* client) override;
+
+  // ---- For its audio output; any thread ----
+  void MicMute(int mute) override { m_iMicMute = mute; }
+  CIntercomClient* OwnIntercomClient() override { return this; }
+  CTraceProducer* TraceProducer() override { return this; }
+
+  int RunAudioRTSP();  // relays the microphone until nobody listens or it falls silent; 0 in any case
 
  private:
   struct CIdentity {
@@ -277,6 +310,22 @@ class CONVIFCam : public CVideoSystem,
   int ReceiveH264(CRTSP* session, unsigned generation);
   void DeliverNAL(CAccessUnitCollector* collector, const unsigned char* nal, size_t length);
 
+  // ---- Calls and speaker (ONVIFCam_icom.cpp); main thread ----
+  bool HasSpeaker() const;
+  void SetAudioOut(std::unique_ptr<CONVIF_AudioOut> output);
+  void EndLongRinging();
+
+  // ---- Microphone (ONVIFCam_audio.cpp) ----
+  bool AddListener(CAudioStreamTarget* target, const GXT_RTP_PATH_DESCRIPTOR* path, STREAM_CTX ctx)
+      REQUIRES(m_AudioLock);
+  void EndWithoutListeners() REQUIRES(m_AudioLock);
+  void DropListeners();
+  static unsigned Audio_Proc(void* camera);
+  void RunAudioThreadProc();
+  bool AudioThreadEnds();
+  bool AudioWanted();
+  void RelayAudio(unsigned char* packet, int length);
+
   // ---- What the host is told (ONVIFCam_offer.cpp) ----
   void UpdateResMask();
   static CUserSettingsRef UserSettings(const CUserConfigRef& list, int index);  // null when there is none
@@ -329,4 +378,15 @@ class CONVIFCam : public CVideoSystem,
   const unsigned short m_wEventPort;
   CGXThread m_EventThread;            // started by the connection thread
   CRunState::Epoch m_EventEpoch = 0;  // of its start; written while it does not run
+
+  // Intercom. The lock is not held while a talk begins or ends: the audio thread asks both objects for every
+  // packet.
+  CGXCritical m_AudioLock;
+  std::unique_ptr<CONVIF_AudioOut> m_pAudioOut GUARDED_BY(m_AudioLock);  // replaced by the main thread only
+  std::unique_ptr<CRTSPServer> m_pAudioServer GUARDED_BY(m_AudioLock);   // while somebody listens
+  CAudioSquelch m_AudioSquelch GUARDED_BY(m_AudioLock);
+  bool m_bAudioThread GUARDED_BY(m_AudioLock) = false;  // it has not decided to end
+  CGXThread m_AudioThread;                              // started by the main thread
+  std::unique_ptr<COutboundCall> m_pOutboundCall;       // main thread only
+  std::atomic<int> m_iMicMute{0};
 };

@@ -1,6 +1,7 @@
 // The connection thread: the pass over the loading steps, and what keeps a loaded camera in service.
 #include "camera/ONVIFCam.h"
 #include "camera/ONVIF_proc.h"
+#include "camera/outbound_call.h"
 #include "host/event_server.h"
 #include "host/intercom.h"
 #include "host/socket.h"
@@ -174,6 +175,7 @@ bool CONVIFCam::LeaveIntercom() {
   const CMainThreadLock lock;
   if (!lock) return false;
   CIntercomServer::Instance()->RemoveClient(this);
+  m_pOutboundCall.reset();  // nobody rings for it any more
   return true;
 }
 
@@ -233,6 +235,7 @@ void CONVIFCam::PushFinishedProc(std::unique_ptr<CONVIF_Proc> proc) {
 
 void CONVIFCam::OnComponentIdle() {
   while (const std::unique_ptr<CONVIF_Proc> proc = PullFinishedProc()) proc->PostProc(this);
+  EndLongRinging();
   CVideoSystem::OnComponentIdle();
   SendAudio(IDLE_AUDIO_BYTES);
   if (!ProcessReadyFrames()) ProcessDeadCamera();

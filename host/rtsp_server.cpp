@@ -107,6 +107,6 @@ int CRTSPServer::Add(std::unique_ptr<CRTSPClient> client) {
   return 1;
 }
 
-void CRTSPServer::DetachAudioClient(const CAudioStreamTarget* target) {
-  std::erase_if(m_Clients, [target](const auto& client) { return client->m_pTarget == target; });
+bool CRTSPServer::DetachAudioClient(const CAudioStreamTarget* target) {
+  return std::erase_if(m_Clients, [target](const auto& client) { return client->m_pTarget == target; }) > 0;
 }

@@ -57,7 +57,7 @@ class CRTSPServer {
   int AttachAudioClientLOCAL(const CAudioStreamTarget* target, const GXT_RTP_PATH_DESCRIPTOR* path,
                              unsigned short port);
   int AttachAudioClientSTUN(const CAudioStreamTarget* target, const GXT_RTP_PATH_DESCRIPTOR* path);
-  void DetachAudioClient(const CAudioStreamTarget* target);  // an unknown one is ignored
+  bool DetachAudioClient(const CAudioStreamTarget* target);  // false: it did not listen
 
  private:
   int Add(std::unique_ptr<CRTSPClient> client);

@@ -1,0 +1,309 @@
+// The host's intercom: calls among clients that write down what happens to them, and the ways of their sound.
+#include "host/audio_relay.h"
+#include "host/audio_stream.h"
+#include "host/g711.h"
+#include "host/intercom.h"
+#include "host/rtsp_server.h"
+#include "host/socket.h"
+#include "host/system.h"
+#include "tests/support/eventually.h"
+#include "tests/support/scripted_server.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace {
+
+std::string g_Log;  // what happened, in order; main thread
+
+void Note(const std::string& what) {
+  g_Log += (g_Log.empty() ? "" : " ") + what;
+}
+
+std::string TakeLog() {
+  return std::exchange(g_Log, {});
+}
+
+class CParty : public CIntercomClient, public CIcomCallDelegate {
+ public:
+  explicit CParty(std::string name) : m_Name(std::move(name)) {
+    CIntercomServer::Instance()->RegisterClient(this);
+  }
+  ~CParty() override { CIntercomServer::Instance()->RemoveClient(this); }
+  CGXString IcomName() override { return m_Name; }
+  bool TakesDefaultCalls() override { return m_Name != "C"; }
+  int AnswerMode() override { return m_Name == "auto" ? ICOM_ANSWER_BY_ITSELF : ICOM_ANSWER_BY_USER; }
+  bool HasAudioRX() override { return true; }
+  int HandleBeginSession(CIntercomClient* caller, CALL_TYPE, CALL_TYPE, INCOMING_CALL_CTX) override {
+    Note(m_Name + ":begin(" + Name(caller) + ")");
+    return m_Name != "refuser" ? 1 : 0;
+  }
+  int HandleCancelSession() override { return Note(m_Name + ":cancel"), 1; }
+  int BeginReceiveAudioFrom(CIntercomClient* client) override {
+    return Note(m_Name + ":hears(" + Name(client) + ")"), 1;
+  }
+  int StopReceiveAudio() override { return Note(m_Name + ":deaf"), 1; }
+  void CallAccepted(CIntercomClient* client, CIcomCallDelegate*, CALL_TYPE) override {
+    Note(m_Name + ":accepted(" + Name(client) + ")");
+  }
+  void CallDeclined(CIntercomClient* client) override {
+    Note(m_Name + ":declined(" + Name(client) + ")");
+    if (m_bCancelsAll)
+      for (CIntercomClient* const other : CIntercomServer::Instance()->Clients())
+        CIntercomServer::Instance()->CancelCall(this, other);
+  }
+  bool m_bCancelsAll = false;
+
+ private:
+  static std::string Name(CIntercomClient* client) { return client->IcomName().Str(); }
+  const std::string m_Name;
+};
+
+class CStateSink : public CIntercomSink {
+ public:
+  CStateSink() { CIntercomServer::Instance()->RegisterSink(this); }
+  ~CStateSink() override { CIntercomServer::Instance()->UnregisterSink(this); }
+  void OnClientAdded(CIntercomClient* client) override { Note("+" + client->IcomName().Str()); }
+  void OnClientRemoved(CIntercomClient* client) override {
+    // The last moment to detach: the client is still there.
+    Note(CIntercomServer::Instance()->HasClient(client) ? "-" + client->IcomName().Str() : "gone");
+  }
+  void OnClientState(CIntercomClient* client, ICOM_CLIENT_STATE state) override {
+    Note(client->IcomName().Str() + "=" + std::to_string(state));
+  }
+};
+
+class Intercom : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(SetNetworkInterface("lo"));
+    g_Log.clear();
+  }
+  int Call(CParty* caller, std::vector<CIntercomClient*> targets) {
+    return m_Server.InitiateCall(caller, targets.data(), static_cast<int>(targets.size()), caller,
+                                 CALL_TYPE_TWO_WAY);
+  }
+  std::string Pass() {
+    CSystem::Instance()->MainThreadPass();
+    return TakeLog();
+  }
+  CIntercomServer& m_Server = *CIntercomServer::Instance();
+};
+
+TEST_F(Intercom, FirstToAcceptTalksAndTheOthersStopRinging) {
+  CParty caller("C"), a("a"), b("b"), refuser("refuser");
+  CIntercomClient* found[8] = {};
+  EXPECT_EQ(m_Server.LoadDefaultCallTargets(&a, found, 8), 2);  // not itself, and not C
+  EXPECT_EQ(m_Server.LoadDefaultCallTargets(&caller, found, 2), 2);
+  EXPECT_EQ(found[1], &b);
+  EXPECT_EQ(Call(&caller, {}), 0);
+  EXPECT_EQ(Call(&caller, {&caller}), 0);
+  EXPECT_EQ(Call(&caller, {&a, &b, &b, &refuser}), 1);
+  EXPECT_EQ(TakeLog(), "a:begin(C) b:begin(C) refuser:begin(C)");  // no answer from within
+  EXPECT_EQ(Call(&caller, {&a}), 0);
+  EXPECT_EQ(Pass(), "C:declined(refuser)");
+  m_Server.AcceptCall(&b);
+  m_Server.AcceptCall(&a);
+  EXPECT_EQ(TakeLog(), "");
+  EXPECT_EQ(Pass(), "C:accepted(b) a:cancel C:hears(b) b:hears(C)");
+  EXPECT_EQ(a.IcomState(), ICOM_CLIENT_IDLE);
+  EXPECT_EQ(b.IcomState(), ICOM_CLIENT_TALKING);
+  EXPECT_EQ(b.IcomPeer(), &caller);
+
+  CParty second("D");
+  EXPECT_EQ(Call(&second, {&b, &a}), 1);  // who talks is busy
+  EXPECT_EQ(TakeLog(), "a:begin(D)");
+  EXPECT_EQ(Pass(), "D:declined(b)");
+  m_Server.DeclineCall(&a);
+  EXPECT_EQ(Pass(), "D:declined(a)");
+  EXPECT_EQ(second.IcomState(), ICOM_CLIENT_IDLE);
+  m_Server.EndCall(&b);
+  EXPECT_EQ(Pass(), "C:deaf b:deaf C:cancel");
+  EXPECT_EQ(caller.IcomState(), ICOM_CLIENT_IDLE);
+}
+
+TEST_F(Intercom, CancelledCallsAndLateAnswers) {
+  CParty caller("C"), a("a"), b("b"), itself("auto");
+  Call(&caller, {&a, &b});
+  TakeLog();
+  m_Server.AcceptCall(&a);
+  m_Server.CancelCall(&caller, &a);
+  EXPECT_EQ(TakeLog(), "a:cancel");
+  m_Server.CancelCall(&caller, &b);
+  Call(&caller, {&a});
+  EXPECT_EQ(Pass(), "b:cancel a:begin(C)");  // the answer to the former call is not one to this
+  caller.m_bCancelsAll = true;
+  Call(&b, {&itself});
+  m_Server.DeclineCall(&a);
+  EXPECT_EQ(Pass(), "auto:begin(b) b:accepted(auto) b:hears(auto) auto:hears(b) C:declined(a)");
+}
+
+TEST_F(Intercom, WhoLeavesEndsWhatItTookPartIn) {
+  CParty caller("C");
+  auto a = std::make_unique<CParty>("a"), b = std::make_unique<CParty>("b");
+  Call(&caller, {a.get(), b.get()});
+  TakeLog();
+  m_Server.AcceptCall(a.get());
+  a.reset();  // while it rings, its answer not yet taken
+  EXPECT_EQ(Pass(), "C:declined(a)");
+  m_Server.RemoveClient(&caller);
+  EXPECT_EQ(Pass(), "b:cancel");
+  m_Server.RegisterClient(&caller);
+  Call(b.get(), {&caller});
+  m_Server.AcceptCall(&caller);
+  Pass();
+  b.reset();  // while it talks
+  EXPECT_EQ(Pass(), "b:deaf C:deaf C:cancel");
+  GXT_RTP_PATH_DESCRIPTOR path{};
+  struct CTarget : CAudioStreamTarget {
+    void ProcessAudioSourceAddressInfo(GXT_RTP_PATH_DESCRIPTOR*) override {}
+    CIntercomClient* IntercomClient() override { return nullptr; }
+  } target;
+  EXPECT_EQ(CIntercomClient::AttachAudioStreamTarget(b.get(), &target, &path, STREAM_CTX_DIRECT), 0);
+}
+
+TEST_F(Intercom, SinksSeeWhoComesGoesAndTalks) {
+  CParty caller("C");
+  {
+    const CStateSink sink;
+    {
+      CParty a("a");
+      Call(&caller, {&a});
+      m_Server.AcceptCall(&a);
+      EXPECT_EQ(Pass(), "+a C=1 a=2 a:begin(C) C=3 a=3 C:accepted(a) C:hears(a) a:hears(C)");
+    }
+    EXPECT_EQ(TakeLog(), "C:deaf a:deaf C=0 a=0 C:cancel -a");
+  }
+  const CParty unseen("x");
+  EXPECT_EQ(TakeLog(), "");
+}
+
+TEST_F(Intercom, PortsArePairsAndEveryOneIsGivenBack) {
+  CIntercomClient client;
+  std::set<unsigned short> taken;
+  while (const unsigned short port = client.AllocRTSPPort(2)) {
+    EXPECT_EQ(port % 2, 0);
+    ASSERT_TRUE(taken.insert(port).second);
+  }
+  EXPECT_GE(taken.size(), 100u);
+  EXPECT_EQ(client.AllocRTSPPort(3), 0);
+  client.FreeRTSPPort(0);
+  client.FreeRTSPPort(65535);
+  EXPECT_EQ(client.AllocRTSPPort(2), 0);
+  for (const unsigned short port : taken) client.FreeRTSPPort(port);
+  const unsigned short port = client.AllocRTSPPort(1);
+  EXPECT_TRUE(taken.count(port));
+  client.FreeRTSPPort(port);
+}
+
+// ---- Ways of sound ----
+
+struct CEar : CAudioStreamTarget {
+  void ProcessAudioSourceAddressInfo(GXT_RTP_PATH_DESCRIPTOR*) override {}
+  CIntercomClient* IntercomClient() override { return nullptr; }
+
+  // What comes within a while: its text, "hello", or nothing; and from which port.
+  std::string Hear(int milliseconds = 3000) {
+    if (!WaitSocketReadState(Socket, static_cast<unsigned>(milliseconds))) return "";
+    char data[2048];
+    sockaddr_in from{};
+    socklen_t size = sizeof from;
+    const ssize_t length = recvfrom(Socket, data, sizeof data, 0, reinterpret_cast<sockaddr*>(&from), &size);
+    FromPort = ntohs(from.sin_port);
+    if (IsRTPHello(reinterpret_cast<unsigned char*>(data), static_cast<int>(length))) return "hello";
+    return {data, static_cast<size_t>(std::max<ssize_t>(length, 0))};
+  }
+  ~CEar() override { close(Socket); }
+  const int Socket = BoundSocket(SOCK_DGRAM, 0);
+  int FromPort = 0;
+};
+
+int Send(CRTSPClient* client, const std::string& text) {
+  return client->SendPacket(reinterpret_cast<const unsigned char*>(text.data()), static_cast<int>(text.size()));
+}
+
+TEST(AudioWays, DirectListenersHearFromTheSourcesPort) {
+  CRTSPServer server;
+  CEar first, second;
+  first.AudioSourcePort(BoundPort(first.Socket));
+  GXT_RTP_PATH_DESCRIPTOR path{}, none{};
+  EXPECT_EQ(server.AttachAudioClientLOCAL(&first, &none, 18600), 0);
+  SetPathAddress(&path, htonl(INADDR_LOOPBACK), 0);
+  EXPECT_EQ(server.AttachAudioClientLOCAL(&second, &path, 18602), 0);  // nobody knows its port
+  EXPECT_EQ(server.AttachAudioClientLOCAL(&first, &path, 18600), 1);
+  EXPECT_EQ(server.AttachAudioClientLOCAL(&first, &path, 18600), 1);  // anew
+  SetPathAddress(&path, htonl(INADDR_LOOPBACK), BoundPort(second.Socket));
+  EXPECT_EQ(server.AttachAudioClientLOCAL(&second, &path, 18602), 1);
+  ASSERT_EQ(server.NClients(RTSP_CLIENT_AUDIO), 2);
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_TRUE(server.Client(i)->ReadyForAudio());
+    EXPECT_EQ(Send(server.Client(i), "sound" + std::to_string(i)), 6);
+  }
+  EXPECT_EQ(first.Hear(), "sound0");
+  EXPECT_EQ(first.FromPort, 18600);
+  EXPECT_EQ(second.Hear(), "sound1");
+  EXPECT_TRUE(server.DetachAudioClient(&first));
+  EXPECT_FALSE(server.DetachAudioClient(&first));
+  EXPECT_EQ(server.NClients(RTSP_CLIENT_ALL), 1);
+  EXPECT_EQ(server.Client(1), nullptr);
+}
+
+TEST(AudioWays, ARelayedPathOpensWithHellosAndOnlyForItsTwoEnds) {
+  CRTSPServer server;
+  CEar ear, stranger;
+  auto relay = std::make_unique<CAudioRelay>(htonl(INADDR_LOOPBACK));
+  ASSERT_TRUE(relay->Works());
+  const GXT_RTP_PATH_DESCRIPTOR source = relay->SourcePath(), listener = relay->ListenerPath(), none{};
+  const unsigned char hello[RTP_HELLO_BYTES] = {};
+  ASSERT_EQ(server.AttachAudioClientSTUN(&ear, &none), 0);
+  ASSERT_EQ(server.AttachAudioClientSTUN(&ear, &source), 1);
+  CRTSPClient* const client = server.Client(0);
+  EXPECT_FALSE(client->ReadyForAudio());
+  STUN_SendPacket(ear.Socket, hello, RTP_HELLO_BYTES, nullptr, &listener, nullptr);
+  EXPECT_EQ(ear.Hear(), "hello");  // both ends are there
+  EXPECT_TRUE(Eventually(10, [&] { return client->ReadyForAudio(); }));
+  for (const char* text : {"sound", "more"}) Send(client, text);
+  EXPECT_EQ(ear.Hear(), "sound");
+  EXPECT_EQ(ear.Hear(), "more");
+
+  for (const GXT_RTP_PATH_DESCRIPTOR& leg : {source, listener}) {
+    STUN_SendPacket(stranger.Socket, hello, RTP_HELLO_BYTES, nullptr, &leg, nullptr);
+    STUN_SendPacket(stranger.Socket, reinterpret_cast<const unsigned char*>("noise"), 5, nullptr, &leg,
+                    nullptr);
+  }
+  Send(client, "last");
+  EXPECT_EQ(ear.Hear(), "last");
+  EXPECT_EQ(stranger.Hear(50), "");
+  relay.reset();
+  Send(client, "lost");
+  EXPECT_EQ(ear.Hear(50), "");
+}
+
+// Values of another implementation (Python audioop).
+TEST(G711, AgreesWithTheTable) {
+  const struct {
+    short pcm;
+    unsigned char ulaw;
+  } cases[] = {{0, 0xFF},    {-1, 0x7F},   {32767, 0x80}, {-32768, 0x00}, {120, 0xF0},
+               {-120, 0x70}, {1000, 0xCE}, {-1000, 0x4E}, {8031, 0xA0},   {16191, 0x90},
+               {4063, 0xAF}, {356, 0xE1},  {3999, 0xAF}};
+  for (const auto& [pcm, ulaw] : cases) {
+    unsigned char code = 0;
+    EXPECT_EQ(G711::ULawEncode(&code, &pcm, sizeof pcm), 1);
+    EXPECT_EQ(code, ulaw) << pcm;
+  }
+  for (int code = 0; code < 256; ++code) {
+    const auto ulaw = static_cast<unsigned char>(code);
+    short pcm = 0;
+    unsigned char again = 0;
+    EXPECT_EQ(G711::ULawDecode(&pcm, &ulaw, 1), 2);
+    G711::ULawEncode(&again, &pcm, sizeof pcm);
+    EXPECT_EQ(again, code == 0x7F ? 0xFF : code);  // both are zero
+  }
+}
+
+}  // namespace
