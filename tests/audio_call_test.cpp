@@ -18,8 +18,6 @@
 
 namespace {
 
-constexpr char CAMERA_ADDRESS[] = "127.0.0.11";
-
 sockaddr_in CameraAt(unsigned short port) {
   sockaddr_in address{};
   SetIP(127, 0, 0, 11, reinterpret_cast<sockaddr*>(&address));
@@ -102,8 +100,8 @@ std::string ReceiveText(int socket, unsigned milliseconds, sockaddr_in* from = n
 
 int CameraSocket(unsigned short port) {
   const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  const sockaddr_in address = CameraAt(port);
-  EXPECT_EQ(0, bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+  const sockaddr_in at = CameraAt(port);
+  EXPECT_EQ(0, bind(fd, reinterpret_cast<const sockaddr*>(&at), sizeof at));
   return fd;
 }
 
@@ -153,9 +151,8 @@ class AudioCall : public testing::Test {
   }
   // The camera as sipp with one of our scenarios; its result once `calls` dialogues are over.
   std::future<CCommandResult> Sipp(const std::string& scenario, int calls) {
-    const std::string command = "cd /tmp && sipp -sf " TEST_DATA_DIR "/sip/" + scenario + " -i " +
-                                CAMERA_ADDRESS + " -p 5060 -m " + std::to_string(calls) +
-                                " -nostdin -timeout 60s -timeout_error 2>&1";
+    const std::string command = "sipp -sf " TEST_DATA_DIR "/sip/" + scenario + " -i 127.0.0.11 -p 5060 -m " +
+                                std::to_string(calls) + " -nostdin -timeout 60s -timeout_error 2>&1";
     return std::async(std::launch::async, [command] { return RunCommand(command, 70); });
   }
   bool TracesInOrder(const std::vector<std::string>& wanted) {
@@ -190,10 +187,14 @@ TEST_F(AudioCall, SpeaksThroughAnIndependentSIPCamera) {
   EXPECT_EQ(std::string(16, '\0'), ReceiveText(talker.Socket(), 10000));  // a hello
 
   constexpr unsigned char STARTUP[16] = {};
+  constexpr unsigned char DAMAGED[] = {0x80, 111, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 0xFF};
   std::vector<short> pcm;
   std::string first;
   for (unsigned sequence = 0; sequence < 100; ++sequence) {
-    if (sequence % 25 == 0) talker.Send(STARTUP, talker.ListenerPort);
+    if (sequence % 25 == 0) {
+      talker.Send(STARTUP, talker.ListenerPort);
+      talker.Send(DAMAGED, talker.ListenerPort);
+    }
     talker.Say(talker.ListenerPort);
     const std::string packet = ReceiveText(speaker.Get(), 10000);
     ASSERT_EQ(12U + 160U, packet.size());
