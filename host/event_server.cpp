@@ -4,6 +4,8 @@
 #include "host/intercom.h"
 #include "host/system.h"
 
+#include <sys/eventfd.h>
+
 #include <deque>
 #include <set>
 #include <utility>
@@ -13,6 +15,7 @@ struct CEventServer::State {
   std::deque<GXT_EVENT> Queue GUARDED_BY(Lock);
   std::set<std::pair<int, int>> Commands GUARDED_BY(Lock);  // component id, command
   std::function<void(const GXT_EVENT&)> Receiver GUARDED_BY(Lock);
+  const int Queued = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);  // signalled and taken back under Lock
 };
 
 CEventServer::CEventServer() : m_pState(std::make_unique<State>()) {}
@@ -25,7 +28,13 @@ CEventServer* CEventServer::Instance() {
 
 void CEventServer::RegisterEvent(int componentID, int event, int data) {
   CGXLock lock(m_pState->Lock);
-  if (m_pState->Queue.size() < MOST_EVENTS) m_pState->Queue.push_back({componentID, event, data});
+  if (m_pState->Queue.size() >= MOST_EVENTS) return;
+  if (m_pState->Queue.empty()) eventfd_write(m_pState->Queued, 1);
+  m_pState->Queue.push_back({componentID, event, data});
+}
+
+int CEventServer::Descriptor() const {
+  return m_pState->Queued;
 }
 
 void CEventServer::CheckCommand(int componentID, int command, int, int enabled) {
@@ -53,6 +62,8 @@ int CEventServer::DispatchEvents() {
   {
     CGXLock lock(m_pState->Lock);
     queue.swap(m_pState->Queue);
+    eventfd_t count = 0;
+    eventfd_read(m_pState->Queued, &count);
     receiver = m_pState->Receiver;
   }
   if (receiver)

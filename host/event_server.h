@@ -30,6 +30,9 @@ class CEventServer {
   bool HasCommand(int componentID, int command) const;
   void ForgetComponent(int componentID);  // drops its commands
 
+  // Readable while events are queued, so that a main thread can wait for them; -1: the system has none to give.
+  int Descriptor() const;
+
   // Main thread: hands every queued event to the receiver, in order, and returns how many.
   int DispatchEvents();
   void Receiver(
