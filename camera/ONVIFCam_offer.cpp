@@ -57,6 +57,7 @@ void CONVIFCam::ResMode(int mode) {
 void CONVIFCam::SinkAdded(CComponentSink* /*sink*/) {
   UpdateResMask();
   StopFlag(false);
+  RestartActivityTimer();
   if (!ThreadRunning()) StartThread("ONVIFCam " + Name());
   m_Wake.SetEvent();
 }

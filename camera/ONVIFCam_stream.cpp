@@ -74,6 +74,7 @@ int CONVIFCam::RunSnapshotMode() {
   header.Host(host);
   header.SetBasicAuthorization(UserName(), Password());
   const CGXString request = header.CreateString();
+  // Without a pause: cameras keep a request waiting until they have the next picture.
   while (!StopFlag() && NSinks() > 0) {
     const std::unique_ptr<CHTMLPage> page(DoHTTPExchange(host, request, nullptr, 0, 80, 0));
     if (page == nullptr) return 0;
@@ -205,6 +206,8 @@ int CONVIFCam::ReceiveH264(CRTSP* session, unsigned generation) {
 void CONVIFCam::DeliverNAL(CAccessUnitCollector* collector, const unsigned char* nal, size_t length) {
   const CAccessUnitCollector::Result result = collector->Add(nal, length);
   if (result == CAccessUnitCollector::Result::KEPT) return;
+  // Slices count, and a key picture too large to keep does too: the rate shows what a camera sends, and
+  // installers compare it with the figures that they noted when they set the camera up.
   ++m_nDVRFrames;
   if (result == CAccessUnitCollector::Result::KEY_LOST) return;
   const std::shared_ptr<CDVRTarget> target = DVRTarget();

@@ -133,6 +133,7 @@ bool CCheckUserSet::AlignProfile(CONVIFCam* camera, const CONVIFUserSettings& en
     if (!profile->LoadStreamUri(camera)) return Failed(camera);
     profile->State(profile->State() & ~CProfile::STATE_DESCRIBED);
   }
+  // Cameras with one encoder a profile keep theirs; their stream is described and played all the same.
   if (profile->VideoEncoderToken() != entry.EncoderToken()) AssertWrap("ONVIF_proc", 210);
   return true;
 }

@@ -25,7 +25,6 @@ int CCamMoveProc::DoProc(CONVIFCam* camera) {
   if (profile == nullptr) return 0;
   const bool inPicture = MovesInPicture(*profile);
   const CServiceRequest request = MakeRequest(camera, *profile, inPicture ? "RelativeMove" : "ContinuousMove");
-  // The host's tilt grows downwards, the camera's upwards.
   CGXString vector;
   vector.Format(R"(<PanTilt x="%.2f" y="%.2f" xmlns="%s"/>)", m_iPan / 100.0, 0.0 - m_iTilt / 100.0,
                 NS_ONVIF_SCHEMA);

@@ -4,8 +4,8 @@
 
 #include "camera/ONVIF_proc.h"
 
-// Pan and tilt in percent, -100 to 100, positive to the right and down: parts of the picture where the camera
-// moves in those, else speeds.
+// Pan and tilt in percent, -100 to 100, positive to the right and down (the camera's tilt grows upwards): parts
+// of the picture where the camera moves in those, else speeds.
 class CCamMoveProc : public CONVIF_Proc {
  public:
   static constexpr int TYPE = 1;
@@ -16,7 +16,8 @@ class CCamMoveProc : public CONVIF_Proc {
   const int m_iPan, m_iTilt;
 };
 
-// One step of an eighth of the zoom range; above 0 towards the range's minimum.
+// One step of an eighth of the zoom range. Above 0 it goes towards the range's minimum: the host's panels count
+// zooming out as positive.
 class CCamZoomProc : public CONVIF_Proc {
  public:
   static constexpr int TYPE = 2;

@@ -62,7 +62,8 @@ struct CVideoSystem::State {
 
   CFramePool Pool;
   CRateWindow Incoming;
-  std::atomic<Clock::time_point> LastSign{Clock::now()};  // the last picture, or the last time nobody watched
+  std::atomic<Clock::time_point> LastSign{
+      Clock::now()};  // the last picture, or when nobody or a new viewer watched
 };
 
 CVideoSystem::CVideoSystem(CSystemComponentDef* definition)
@@ -160,6 +161,10 @@ void CVideoSystem::ProcessVideoChunk(const char* data, int length, int, int) {
 
 int CVideoSystem::SendAudio(int) {
   return 0;
+}
+
+void CVideoSystem::RestartActivityTimer() {
+  m_pState->LastSign = Clock::now();
 }
 
 void CVideoSystem::ProcessDeadCamera() {

@@ -120,6 +120,8 @@ class CVideoSystem : public CSystemComponent {
   // stream 0.
   void ProcessVideoChunk(const char* data, int length, int width, int height);
   int SendAudio(int bytes);  // sends at most that many bytes of queued audio; never blocks; how many it sent
+  void
+  RestartActivityTimer();    // a viewer has come: a camera gets the whole time for a first picture; any thread
   void ProcessDeadCamera();  // main thread, when a pass had no frame; notes a camera without pictures
   bool Dead() const { return m_bDead; }     // no picture for that long although somebody watches
   double IncomingFPS() const;               // pictures a second over the last two seconds, all streams
