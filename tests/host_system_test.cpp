@@ -276,35 +276,6 @@ TEST_F(System, RemovesWhileEverybodyUsesTheLists) {
   EXPECT_EQ(m_Log.BusyWhenDeleted, 0);
 }
 
-TEST(CommThread, StartsAgainAndNeverJoinsItself) {
-  struct CCounted : CGeneralCommThread {
-    ~CCounted() override { StopThread(); }
-    int Run() override {
-      if (++Runs == 1) SelfStart = StartThread("self");
-      while (!StopFlag() && !CGXThread::CurrentCancelled()) Sleep(60000);
-      ++Ends;
-      return 0;
-    }
-    std::atomic<int> Runs{0}, Ends{0}, SelfStart{-1};
-  } thread;
-  EXPECT_FALSE(thread.ThreadRunning());
-  for (int i = 1; i <= 3; ++i) {  // the second and third while it runs
-    EXPECT_TRUE(thread.StartThread("counted"));
-    EXPECT_TRUE(Eventually(10, [&] { return thread.Runs == i; }));
-    EXPECT_EQ(thread.Ends, i - 1);
-  }
-  EXPECT_EQ(thread.SelfStart, 0);
-  {
-    const CMainThreadLock lock;
-    thread.StopThread();
-  }
-  EXPECT_FALSE(thread.ThreadRunning());
-  EXPECT_TRUE(thread.StopFlag());
-  EXPECT_EQ(thread.Ends, 3);
-  EXPECT_TRUE(thread.StartThread("counted"));
-  EXPECT_FALSE(thread.StopFlag());
-}
-
 // ---- Notices and traces: what is removed is not being called any more ----
 
 TEST(SinkServer, WhatIsRemovedIsNotBeingCalledAnyMore) {
@@ -379,7 +350,7 @@ TEST(Trace, ReachesWhoListensWhileTheyComeAndGo) {
 
 // ---- Events and commands ----
 
-TEST_F(System, EventsAndCommands) {
+TEST_F(System, EventsWaitForTheMainThread) {
   CEventServer& events = *CEventServer::Instance();
   std::vector<int> seen;
   events.RegisterEvent(1, EVENT_MOTION, 5);
@@ -395,35 +366,6 @@ TEST_F(System, EventsAndCommands) {
   for (size_t i = 0; i < CEventServer::MOST_EVENTS + 5; ++i) events.RegisterEvent(1, EVENT_MOTION, 0);
   EXPECT_EQ(events.DispatchEvents(), static_cast<int>(CEventServer::MOST_EVENTS));
   events.Receiver({});
-
-  struct CDoor : CSystemComponent, CIntercomClient {
-    CDoor() : CSystemComponent(nullptr) {}
-    CIntercomClient* GetIcomClient(ICOM_CLIENT_CTX ctx) override {
-      return ctx == ICOM_CLIENT_SELF ? this : nullptr;
-    }
-    int InitiateCall(int button) override { return button == 0 ? ++Placed : 0; }
-    int CancelCall(int button) override { return button == 0 ? ++Cancelled : 0; }
-    int Placed = 0, Cancelled = 0;
-  };
-  auto owned = std::make_unique<CDoor>();
-  CDoor& door = *owned;
-  m_System.AddComponent(std::move(owned));
-  const int id = door.ID();
-  CIntercomServer& intercom = *CIntercomServer::Instance();
-  EXPECT_FALSE(events.ExecuteCommand(id, COMMAND_PLACE_CALL));
-  for (int twice = 0; twice < 2; ++twice) {
-    events.CheckCommand(id, COMMAND_PLACE_CALL, 29, 1);
-    intercom.RegisterClient(&door);
-  }
-  events.CheckCommand(id, COMMAND_CANCEL_CALL, 29, 1);
-  EXPECT_TRUE(events.ExecuteCommand(id, COMMAND_PLACE_CALL));
-  EXPECT_TRUE(events.ExecuteCommand(id, COMMAND_CANCEL_CALL));
-  EXPECT_EQ(door.Placed * 10 + door.Cancelled, 11);
-  EXPECT_EQ(intercom.Clients(), std::vector<CIntercomClient*>{&door});
-  EXPECT_TRUE(m_System.RemoveComponent(id));
-  EXPECT_FALSE(events.HasCommand(id, COMMAND_PLACE_CALL));
-  EXPECT_TRUE(intercom.Clients().empty());
-  intercom.RemoveClient(&door);  // unknown: ignored
 }
 
 }  // namespace

@@ -120,24 +120,6 @@ TEST(MediaSDP, ParameterSets) {
   EXPECT_EQ(description.StartupData().size(), 3u + 767u);
 }
 
-TEST(MediaSDP, Lines) {
-  const struct {
-    const char* line;
-    int length;
-    const char* record;  // null: none
-  } cases[] = {
-      {"v=0", 3, "v0"},    {" \r\n m=x y", 9, "mx y"}, {"a=", 2, nullptr},
-      {"=x", 2, nullptr},  {"ab=c", 4, nullptr},       {"", 0, nullptr},
-      {"   ", 3, nullptr}, {"a=bcd", 3, "ab"},         {"a== ", 4, "a= "},
-  };
-  for (const auto& c : cases) {
-    const std::unique_ptr<CSDPVar> record(CSessionDescription::CreateSDPVar(c.line, c.length));
-    ASSERT_EQ(record != nullptr, c.record != nullptr) << c.line;
-    if (!record) continue;
-    EXPECT_EQ(std::string(1, record->Type()) + record->Text().Str(), c.record);
-  }
-}
-
 TEST(MediaSDP, StaysInsideTheAnswer) {
   // A full buffer without a terminator, cut anywhere: the sanitizers watch the bytes behind it.
   const std::string whole = DescribeAnswer(

@@ -2,7 +2,6 @@
 #include "onvif/namespaces.h"
 #include "onvif/onvif.h"
 #include "tests/support/xml_reference.h"
-#include "util/string_list.h"
 
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -174,29 +173,6 @@ TEST(XmlTree, ReadsAttributesByTheirExactName) {
   } cases[] = {{"a", "1"}, {"xmlns:tt", "u=v"}, {"tt", ""}, {"b", "'q'"}, {"c", " d "},
                {"", ""},   {"w", "640\"/"},     {"W", ""},  {"e", "f"}};
   for (const auto& c : cases) EXPECT_EQ(node.Attribute(c.Name), c.Value) << c.Name;
-}
-
-std::string Words(const char* text) {
-  CStringList words;
-  CONVIFMsg::Separate(text, &words);
-  std::string joined;
-  for (CGXPos position = words.GetHeadPosition(); position;) joined += "[" + words.Next(position)->Str() + "]";
-  return joined;
-}
-
-TEST(XmlTexts, Split) {
-  EXPECT_EQ(Words("  a   b=\"c d\" "), "[a][b=\"c d\"]");
-  EXPECT_EQ(Words("a \"b c\""), "[a][b c\"]");
-  EXPECT_EQ(Words("a\tb\nc"), "[a\tb\nc]");
-  EXPECT_EQ(Words("\"a b\" c"), "[\"a b\"][c]");
-  EXPECT_EQ(Words("a \" b"), "[a][b]");
-  EXPECT_EQ(Words(" \" "), "");
-  char text[] = "ab\"<\"c<d";
-  EXPECT_EQ(CONVIFMsg::LineLength(text), 6);
-  EXPECT_EQ(CONVIFMsg::LineLength(text + 3), 0);
-  EXPECT_EQ(CONVIFMsg::LineLength(text + 4), 4);  // an open quote: up to the NUL
-  EXPECT_EQ(CONVIFMsg::StringBetween(text, text + 2), "ab");
-  EXPECT_EQ(CONVIFMsg::StringBetween(text + 2, text), "");
 }
 
 // ---- Building and writing ----

@@ -78,6 +78,17 @@ TEST(Query, TakesAnyXmlForAnAnswer) {
   }
 }
 
+TEST(Query, NamesMessagesAndSplitsAddresses) {
+  const std::string id = CONVIF::GenerateMSGID().Str();
+  EXPECT_TRUE(std::regex_match(id, std::regex("uuid:[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}"))) << id;
+  EXPECT_NE(CONVIF::GenerateMSGID(), id.c_str());
+  CStringList words;
+  CONVIF::Split(" \r\nhttp://a/x  \nhttp://b/\"q r\"\ny z ", &words);
+  std::string joined;
+  for (CGXPos position = words.GetHeadPosition(); position;) joined += "[" + words.Next(position)->Str() + "]";
+  EXPECT_EQ(joined, "[http://a/x][http://b/\"q r\"\ny][z]");
+}
+
 TEST(Query, NeedsAnHttpUrlWithAPath) {
   CGXString address, path;
   const struct {
@@ -139,26 +150,6 @@ TEST(Query, LogsInWithAnyClockButNotWithoutOne) {
     EXPECT_EQ(answer != nullptr, requests == 2);
     EXPECT_EQ(server.Requests().size(), requests) << clock;
   }
-}
-
-TEST(QueryTexts, AreMadeAndSplit) {
-  EXPECT_EQ(CONVIF::FormatXMLNS("u"), "xmlns=\"u\"");
-  EXPECT_EQ(CONVIF::FormatXMLNS_TT("u"), "xmlns:tt=\"u\"");
-  EXPECT_EQ(CONVIF::FormatXMLNS_M("u") + CONVIF::FormatXMLNS_D("u"), "xmlns:m=\"u\"xmlns:d=\"u\"");
-  EXPECT_EQ(CONVIF::Prefix("tt", "Name"), "tt:Name");
-  const std::string id = CONVIF::GenerateMSGID().Str();
-  EXPECT_TRUE(std::regex_match(id, std::regex("uuid:[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}"))) << id;
-  EXPECT_NE(CONVIF::GenerateMSGID(), id.c_str());
-  EXPECT_EQ(CONVIF::GenerateRandomHex(0), "");
-
-  EXPECT_EQ(CONVIF::LengthToDelim("ab c", ' ', 4), 2);
-  EXPECT_EQ(CONVIF::LengthToDelim("a\"b c\" d", ' ', 8), 6);
-  EXPECT_EQ(CONVIF::LengthToDelim("abc d", ' ', 3), 3);
-  CStringList words;
-  CONVIF::Split(" \r\nhttp://a/x  \nhttp://b/\"q r\"\ny z ", &words);
-  std::string joined;
-  for (CGXPos position = words.GetHeadPosition(); position;) joined += "[" + words.Next(position)->Str() + "]";
-  EXPECT_EQ(joined, "[http://a/x][http://b/\"q r\"\ny][z]");
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // What a stream is taken apart into and put together from, without a socket: frames and recorder pieces.
 #include "rtsp/access_unit.h"
 #include "rtsp/interleaved_framer.h"
-#include "rtsp/rtp.h"
 
 #include <gtest/gtest.h>
 
@@ -87,20 +86,6 @@ TEST(InterleavedFramer, GetsBackInStep) {
     EXPECT_EQ(test.frames, Frames(test.bytes, 1, 64, random));
     EXPECT_EQ(test.frames, Frames(test.bytes, 100000, 64, random));
   }
-}
-
-TEST(RtpHeader, EndsBehindSourcesAndExtension) {
-  const auto length = [](std::vector<unsigned char> packet, size_t bytes) {
-    packet.resize(bytes);
-    return RTPHeaderLength(packet.data(), static_cast<int>(bytes));
-  };
-  EXPECT_EQ(12, length({0x80}, 12));
-  EXPECT_EQ(0, length({0x80}, 11));
-  EXPECT_EQ(20, length({0x82}, 20));
-  EXPECT_EQ(0, length({0x82}, 19));
-  EXPECT_EQ(24, length({0x90, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xBE, 0xDE, 0, 2}, 30));
-  EXPECT_EQ(0, length({0x90, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xBE, 0xDE, 0xFF, 0xFF}, 30));
-  EXPECT_EQ(0, length({0x90}, 14));
 }
 
 TEST(AccessUnitCollector, JoinsParametersWithTheirKeyPicture) {
