@@ -32,7 +32,7 @@ CVivotek_AudioOut::CVivotek_AudioOut(CAudioCamera* camera, CIntercomClient* clie
 }
 
 CVivotek_AudioOut::~CVivotek_AudioOut() {
-  Stop();
+  CVivotek_AudioOut::Stop();
   m_Thread.Cancel();
   m_Thread.Join();
   CIntercomServer::Instance()->UnregisterSink(this);
@@ -54,7 +54,7 @@ COwnedSocket CVivotek_AudioOut::BindUDP(int port) {
   sockaddr_in any{};
   SetIP(INADDR_ANY, &any);
   any.sin_port = htons(static_cast<unsigned short>(port));
-  bind(opened.Get(), reinterpret_cast<const sockaddr*>(&any), sizeof any);
+  static_cast<void>(bind(opened.Get(), reinterpret_cast<const sockaddr*>(&any), sizeof any));
   return opened;
 }
 
