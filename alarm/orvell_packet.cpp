@@ -76,8 +76,8 @@ bool COrvellAlarm::Read(unsigned char* data, int length) {
   packet.ReadInt();
   if (packet.ReadInt() != MESSAGE_CODE) return false;
   packet.ReadBYTE();
-  packet.ReadData(block, BLOCK_BYTES);
-  packet.ReadData(block, BLOCK_BYTES);
+  // A block that was cut would not move the cursor, and its bytes pass for the text's length.
+  if (!packet.ReadData(block, BLOCK_BYTES) || !packet.ReadData(block, BLOCK_BYTES)) return false;
   packet.ReadBYTE();
   packet.ReadWORD();
   const int textLength = packet.ReadInt();

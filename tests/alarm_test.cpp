@@ -96,6 +96,9 @@ TEST(OrvellAlarm, IsReadFromItsBytes) {
     EXPECT_EQ(Read(&alarm, whole.substr(0, length)), length >= 100) << length;
     EXPECT_EQ(alarm.Active, length >= whole.size() - 2) << length;
   }
+  // A block that is cut short does not pass for what follows it.
+  COrvellAlarm alarm;
+  EXPECT_FALSE(Read(&alarm, whole.substr(0, 29) + std::string(3, '\0') + BigEndian(9) + "AlarmFlag=\"1\""));
 }
 
 // The listener and its peers.
