@@ -1,5 +1,5 @@
 // What the simulated cameras report by themselves: notifications to subscribers and alarm datagrams.
-#include "tests/support/camsim_process.h"
+#include "tests/camera_support.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -7,8 +7,6 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <functional>
 
 namespace {
 
@@ -87,11 +85,6 @@ std::string Subscribe(const char* term) {
                   std::string(term) + "</InitialTerminationTime></Subscribe>");
 }
 
-bool Within(const std::function<bool()>& holds) {
-  for (int left = kPatienceMs; left > 0 && !holds(); left -= 20) usleep(20000);
-  return holds();
-}
-
 TEST(CamsimReport, NotifiesSubscribersInEveryManner) {
   CCamsim sim({"--camera", "ptz"});
   ASSERT_TRUE(sim.Ready()) << sim.Output();
@@ -119,12 +112,53 @@ TEST(CamsimReport, NotifiesSubscribersInEveryManner) {
         << got;
     EXPECT_LT(got.size(), 4000u);
     EXPECT_TRUE(std::string(c.Manner) != "pieces" || pieces > 1);
-    EXPECT_TRUE(Within([&] { return sim.Camera(1)["notifications"]["accepted"] == c.Accepted; })) << c.Manner;
+    EXPECT_TRUE(Eventually(15, [&] { return sim.Camera(1)["notifications"]["accepted"] == c.Accepted; }))
+        << c.Manner;
   }
-  EXPECT_TRUE(Within([&] { return sim.Camera(1)["notifications"]["sent"] == 3; }));
+  EXPECT_TRUE(Eventually(15, [&] { return sim.Camera(1)["notifications"]["sent"] == 3; }));
 
   for (const Json& bad : {Json{{"on", 1}}, Json{{"on", true}, {"times", 0}}, Json::object()})
     EXPECT_TRUE(sim.Post("/cameras/1/motion", bad).is_null()) << bad;
+}
+
+TEST(CamsimReport, EachNotificationIsOneEventOfTheDriver) {
+  ASSERT_TRUE(SetNetworkInterface("lo"));
+  CCamsim sim({"--camera", "ptz"});
+  ASSERT_TRUE(sim.Ready()) << sim.Output();
+  int events = 0;
+  CEventServer::Instance()->Receiver([&](const GXT_EVENT& event) { events += event.Event == 2275; });
+  const std::unique_ptr<CONVIFCam> camera = StaticCamera(SimURL(1));
+  ASSERT_TRUE(camera->CheckRunState());
+  ASSERT_EQ(sim.Camera(1)["subscriptions"].size(), 1u);
+  // The listener may still be on its way to its port.
+  const auto counts = [&] { return sim.Camera(1)["notifications"]; };
+  ASSERT_TRUE(Eventually(20, [&] {
+    sim.Post("/cameras/1/motion", {{"on", false}});
+    return counts()["accepted"] > 0;
+  }));
+  ASSERT_TRUE(Eventually(20, [&] { return counts()["pending"] == 0; }));
+  const Json before = counts();
+  int expected = 0, sent = before["sent"];
+  const auto tell = [&](bool on, int times) {
+    ASSERT_FALSE(sim.Post("/cameras/1/motion", {{"on", on}, {"times", times}}).is_null());
+    expected += on ? times : 0;
+    sent += times;
+    EXPECT_TRUE(Eventually(60, [&] { return counts()["sent"] == sent; }));
+    EXPECT_TRUE(Eventually(20, [&] {
+      CEventServer::Instance()->DispatchEvents();
+      return events >= expected && camera->MotionLevel() == (on ? 100 : 0);
+    }));
+    EXPECT_EQ(events, expected);
+  };
+  tell(true, 1000);
+  tell(false, 1);
+  for (const char* manner : {"pieces", "no_length"}) {
+    ASSERT_TRUE(sim.Quirks(1, {{"notify", manner}}));
+    tell(true, 20);
+    tell(false, 1);
+  }
+  EXPECT_EQ(counts()["failed"], before["failed"]);
+  CEventServer::Instance()->Receiver({});
 }
 
 TEST(CamsimReport, StopsWhenTheSubscriptionLapses) {
@@ -143,9 +177,9 @@ TEST(CamsimReport, StopsWhenTheSubscriptionLapses) {
   EXPECT_NE(renewed.find("RenewResponse"), std::string::npos) << renewed;
   EXPECT_GT(left(), 200);
   Subscribe("PT1S");
-  EXPECT_TRUE(Within([&] { return sim.Camera(1)["subscriptions"].empty(); }));
+  EXPECT_TRUE(Eventually(15, [&] { return sim.Camera(1)["subscriptions"].empty(); }));
   ASSERT_FALSE(sim.Post("/cameras/1/motion", {{"on", true}, {"times", 3}}).is_null());
-  EXPECT_TRUE(Within([&] { return sim.Camera(1)["notifications"]["pending"] == 0; }));
+  EXPECT_TRUE(Eventually(15, [&] { return sim.Camera(1)["notifications"]["pending"] == 0; }));
   EXPECT_EQ(sim.Camera(1)["notifications"]["sent"], 0);
   EXPECT_FALSE(consumer.Asked(0));
 
