@@ -20,7 +20,7 @@ void CLoadProgress::Add(std::string_view line) {
     m_Step = line;
   } else if (IsWarning(line)) {
     m_Warning = line;
-  } else if (line == "Success") {
+  } else if (line == "Success" || line == "SUCCESS") {
     m_bFailed = false;
     m_Warning.clear();
   } else if (line == "FAILED") {

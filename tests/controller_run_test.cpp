@@ -2,6 +2,7 @@
 // its output, its files, libjpeg and ffmpeg.
 #include "sim/frame_code.h"
 #include "tests/support/camsim_process.h"
+#include "tests/support/controller_process.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,17 +21,11 @@ namespace {
 
 using Json = nlohmann::json;
 using Clock = std::chrono::steady_clock;
+using CBackground = CControllerProcess;
 using testing::AllOf;
 using testing::Contains;
 using testing::HasSubstr;
 using testing::Not;
-
-const std::string kController = TEST_BIN_DIR "/controller";
-
-std::string Text(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 // Warnings of libjpeg about a picture; -1 when it cannot be decoded.
 long JPEGWarnings(const std::string& bytes) {
@@ -108,44 +103,6 @@ class Controller : public testing::Test {
 
   std::string m_Folder;
 };
-
-// A controller that runs until it is ended.
-class CBackground {
- public:
-  explicit CBackground(const std::vector<std::string>& arguments) : m_iPid(fork()) {
-    if (m_iPid != 0) return;
-    std::vector<char*> argv = {const_cast<char*>("controller")};
-    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    if (freopen("/dev/null", "w", stdout) != nullptr) execv(kController.c_str(), argv.data());
-    _exit(127);
-  }
-  ~CBackground() { End(SIGKILL); }
-
-  // Seconds from the signal to the end; its exit status in `status`.
-  double End(int signal, int* status = nullptr) {
-    if (m_iPid <= 0) return 0;
-    const auto start = Clock::now();
-    kill(m_iPid, signal);
-    int how = 0;
-    waitpid(m_iPid, &how, 0);
-    m_iPid = -1;
-    if (status != nullptr) *status = WIFEXITED(how) ? WEXITSTATUS(how) : 128 + WTERMSIG(how);
-    return std::chrono::duration<double>(Clock::now() - start).count();
-  }
-
- private:
-  pid_t m_iPid;
-};
-
-bool Eventually(double seconds, const std::function<bool()>& condition) {
-  const auto end = Clock::now() + std::chrono::duration<double>(seconds);
-  while (!condition()) {
-    if (Clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  return true;
-}
 
 TEST_F(Controller, FindsInstallsShowsRecordsAndBringsBack) {
   CCamsim sim({"--camera", "ptz", "door", "alarm"});
