@@ -180,7 +180,8 @@ bool CController::TimeIsUp() const {
 }
 
 bool CController::Run(std::string* error) {
-  while (!WaitForStop(PASS_PERIOD_MS) && !TimeIsUp()) {
+  // An event is not kept waiting for the next pass.
+  while (!WaitForStop(PASS_PERIOD_MS, CEventServer::Instance()->Descriptor()) && !TimeIsUp()) {
     CSystem::Instance()->MainThreadPass();
     Serve();
     SearchWhenDue();

@@ -6,6 +6,10 @@
 #include "controller/password.h"
 #include "controller/stop_signal.h"
 
+#include <sys/resource.h>
+
+#include <algorithm>
+
 namespace {
 
 int RunChosen(const COptions& options) {
@@ -28,10 +32,20 @@ int RunChosen(const COptions& options) {
   return 2;
 }
 
+// A site of 64 cameras that stream takes more than the 1024 that a shell usually allows.
+void AllowManyDescriptors() {
+  constexpr rlim_t WANTED = 8192;
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= WANTED) return;
+  limit.rlim_cur = std::min(WANTED, limit.rlim_max);
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   InstallStopSignals();
+  AllowManyDescriptors();
   COptions options;
   std::string text;
   switch (ParseOptions(argc, argv, &options, &text)) {

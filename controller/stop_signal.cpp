@@ -35,9 +35,9 @@ void RequestStop() {
   }
 }
 
-bool WaitForStop(unsigned milliseconds) {
-  pollfd wait{g_iStop, POLLIN, 0};
-  return poll(&wait, 1, static_cast<int>(milliseconds)) > 0;
+bool WaitForStop(unsigned milliseconds, int other) {
+  pollfd wait[] = {{g_iStop, POLLIN, 0}, {other, POLLIN, 0}};
+  return poll(wait, 2, static_cast<int>(milliseconds)) > 0 && wait[0].revents != 0;
 }
 
 bool StopRequested() {

@@ -6,6 +6,7 @@
 void InstallStopSignals();
 
 bool StopRequested();
-void RequestStop();                       // as a signal would
-bool WaitForStop(unsigned milliseconds);  // true when one has come, before or in that time
-int StopDescriptor();                     // readable once one has come
+void RequestStop();  // as a signal would
+// True when one has come, before or in that time. The wait also ends when `other` (-1: nothing) is readable.
+bool WaitForStop(unsigned milliseconds, int other = -1);
+int StopDescriptor();  // readable once one has come
