@@ -25,6 +25,7 @@ CCamera::CCamera(const CIdentity& identity, const std::string& address, int http
       m_notifier(m_model) {
   FillKind(m_model);
   m_model.powered = false;
+  if (identity.kind == "door") m_door = std::make_unique<CDoorStation>(m_model);
 }
 
 CCamera::~CCamera() {
@@ -56,6 +57,7 @@ bool CCamera::PowerOnLocked(std::string* error) {
   if (m_on) return true;
   if (!m_http.Start(m_model.address, m_model.httpPort, error)) return false;
   if (!m_rtsp.Start(error)) return m_http.Stop(), false;
+  if (m_door && !m_door->Start(error)) return m_rtsp.Stop(), m_http.Stop(), false;
   m_notifier.Start();
   m_on = true;
   const std::lock_guard guard(m_model.lock);
@@ -71,6 +73,7 @@ void CCamera::PowerOffLocked() {
     m_model.subscriptions.clear();
   }
   m_notifier.Stop();
+  if (m_door) m_door->Stop();
   m_rtsp.Stop();
   m_http.Stop();
   m_on = false;
@@ -111,8 +114,11 @@ CHttpReply CCamera::AnswerSnapshot(const CHttpRequest& request) {
 
 nlohmann::json CCamera::State() {
   m_rtsp.CountSessions();
+  const nlohmann::json door = m_door ? m_door->ToJson() : nlohmann::json();
   const std::lock_guard guard(m_model.lock);
-  return m_model.ToJson();
+  nlohmann::json state = m_model.ToJson();
+  if (m_door) state["door"] = door;
+  return state;
 }
 
 CHttpReply CCamera::AnswerSoap(const CHttpRequest& request) {

@@ -1,5 +1,6 @@
 #pragma once
 // One simulated camera: its model with everything that listens on its address.
+#include "sim/door_station.h"
 #include "sim/http_front.h"
 #include "sim/model.h"
 #include "sim/notifier.h"
@@ -40,6 +41,7 @@ class CCamera {
   const std::string m_nonce;  // of HTTP Digest challenges
   CHttpFront m_http;
   CRtspServer m_rtsp;
+  std::unique_ptr<CDoorStation> m_door;  // of a door station
   CNotifier m_notifier;
   std::mutex m_powerLock;  // one change of power at a time; taken before the model's lock
   bool m_on = false;

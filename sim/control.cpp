@@ -48,6 +48,25 @@ bool SetAddress(CCamera& camera, const Json& json, std::string* error) {
   return false;
 }
 
+// {"tone_hz": NUMBER, "level": 0 to 1} for a tone, {"file": PATH} for a WAV file.
+bool SetMicrophone(CCamera& camera, const Json& json, std::string* error) {
+  CMicrophone heard;
+  const Json file = json.value("file", Json()), tone = json.value("tone_hz", Json(heard.toneHz)),
+             level = json.value("level", Json(heard.level));
+  if (file.is_string()) {
+    if (!LoadSound(file, &heard, error)) return false;
+  } else if (!tone.is_number() || !level.is_number() || tone < 0 || tone > 4000 || level < 0 || level > 1) {
+    *error = "\"tone_hz\" must be 0 to 4000 and \"level\" 0 to 1";
+    return false;
+  } else {
+    heard.toneHz = tone;
+    heard.level = level;
+  }
+  const std::lock_guard guard(camera.Model().lock);
+  camera.Model().microphone = heard;
+  return true;
+}
+
 // {"on": BOOL, "times": NUMBER}; once when it does not say how often.
 bool ReadSignal(const Json& json, bool* on, int* times, std::string* error) {
   const Json flag = json.value("on", Json()), count = json.value("times", Json(1));
@@ -112,6 +131,7 @@ CControl::CControl(std::vector<CCamera*> cameras, std::function<void()> quit)
   change(R"(/cameras/(\d+)/quirks)", SetQuirks);
   change(R"(/cameras/(\d+)/power)", SetPower);
   change(R"(/cameras/(\d+)/address)", SetAddress);
+  change(R"(/cameras/(\d+)/microphone)", SetMicrophone);
   change(R"(/cameras/(\d+)/motion)", RaiseMotion);
   change(R"(/cameras/(\d+)/alarm)", RaiseAlarm);
   http.Post("/quit", [this](const httplib::Request&, httplib::Response& out) {

@@ -22,7 +22,8 @@ constexpr int kFirstHost = 11;  // cameras without an address of their own get 1
 struct COptions {
   std::vector<std::string> kinds, kindsAt, quirks;
   std::string user = "admin", passwordEnv, interfaceName = "lo", control = "127.0.0.10:8900";
-  int httpPort = 8080, rtspPort = 8554;
+  std::string soundFolder;
+  int httpPort = 8080, rtspPort = 8554, sipPort = 5060;
 };
 
 using Cameras = std::vector<std::unique_ptr<CCamera>>;
@@ -55,6 +56,8 @@ bool AddCamera(const COptions& options, CRtspLoop& loop, const std::string& kind
     return false;
   }
   camera->Model().password = password;
+  camera->Model().sipPort = options.sipPort;
+  camera->Model().soundFolder = options.soundFolder;
   cameras->push_back(std::move(camera));
   return true;
 }
@@ -153,6 +156,9 @@ int Main(int argc, char** argv) {
       ->capture_default_str();
   app.add_option("--http-port", options.httpPort, "HTTP port of all cameras")->capture_default_str();
   app.add_option("--rtsp-port", options.rtspPort, "RTSP port of all cameras")->capture_default_str();
+  app.add_option("--sip-port", options.sipPort, "SIP port of all door stations")->capture_default_str();
+  app.add_option("--sound-folder", options.soundFolder,
+                 "Where the speakers of door stations keep their latest calls as WAV files");
   app.add_option("--control", options.control, "Where state is asked and switches are turned")
       ->capture_default_str();
   app.add_option("--quirk", options.quirks,

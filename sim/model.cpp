@@ -93,6 +93,7 @@ nlohmann::json CCameraModel::ToJson() {
                          {"recent", recent},
                          {"auth_failures", authFailures},
                          {"ptz", PositionToJson(head.Position(now))}};
+  json["microphone"] = {{"tone_hz", microphone.toneHz}, {"level", microphone.level}, {"file", microphone.file}};
   json["ptz"]["moving"] = head.MovingPanTilt(now) || head.MovingZoom(now);
   json["ptz"]["moves"] = ptzCount.moves;
   json["ptz"]["zooms"] = ptzCount.zooms;

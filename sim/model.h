@@ -1,6 +1,7 @@
 #pragma once
 // What one simulated camera is and remembers. Services read and change it, the RTSP server and the control
 // address show it.
+#include "sim/microphone.h"
 #include "sim/ptz_head.h"
 #include "sim/quirks.h"
 
@@ -73,7 +74,9 @@ class CCameraModel {
 
   const CIdentity identity;
   std::string address;
-  int httpPort, rtspPort;
+  int httpPort, rtspPort, sipPort = 5060;
+  std::string soundFolder;  // of what the speaker plays; "": it is not kept
+  CMicrophone microphone;
   std::string user, password;
   bool powered = true;
   CQuirks quirks;

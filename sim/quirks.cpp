@@ -58,6 +58,16 @@ const std::vector<CQuirkDef>& Table() {
        "how notifications are posted (no_length: the end of the connection ends them)"},
       {"parameter_sets_in_band", &CQuirks::parameterSetsInBand, {}, "SPS and PPS repeat before each key frame"},
       {"rtcp_interval_ms", &CQuirks::rtcpIntervalMs, {}, "RTCP-Interval header in the PLAY reply (0: none)"},
+      {"sip_invite",
+       &CQuirks::sipInvite,
+       {"answer", "no_provisional", "immediate", "no_answer", "silent", "busy", "decline", "error"},
+       "how a call is answered (no_answer: it rings for ever; silent: not at all)"},
+      {"sip_answer_ms", &CQuirks::sipAnswerMs, {}, "from a call's INVITE to its 200 OK"},
+      {"sip_options_silent", &CQuirks::sipOptionsSilent, {}, "OPTIONS is not answered"},
+      {"sip_bye_silent", &CQuirks::sipByeSilent, {}, "BYE ends the call but is not answered"},
+      {"sip_lose_acks", &CQuirks::sipLoseAcks, {}, "so many ACKs of a call's 200 OK are overlooked"},
+      {"sip_info_ms", &CQuirks::sipInfoMs, {}, "between INFO requests in a call (0: none)"},
+      {"sip_hang_up_ms", &CQuirks::sipHangUpMs, {}, "the camera ends a call after this time (0: never)"},
   };
   return g_table;
 }

@@ -26,6 +26,13 @@ struct CQuirks {
   std::string notify = "whole";
   bool parameterSetsInBand = true;
   int rtcpIntervalMs = 0;
+  std::string sipInvite = "answer";
+  int sipAnswerMs = 200;
+  bool sipOptionsSilent = false;
+  bool sipByeSilent = false;
+  int sipLoseAcks = 0;
+  int sipInfoMs = 10000;
+  int sipHangUpMs = 0;
 };
 
 // Sets one switch from its text ("on", "3600", "chunked"). False with a reason in `error` for an unknown name

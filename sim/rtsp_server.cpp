@@ -46,7 +46,7 @@ std::string Launch(const CVideoEncoder& encoder, bool audio, bool parameterSetsI
   }
   if (audio)
     text +=
-        "audiotestsrc name=sound is-live=true wave=ticks samplesperbuffer=160 ! "
+        "audiotestsrc name=sound is-live=true wave=silence samplesperbuffer=160 ! "
         "audio/x-raw,format=S16LE,rate=8000,channels=1 ! mulawenc " +
         std::string(kUnwatched) + "! rtppcmupay name=pay1 pt=0 ";
   return text + ")";
@@ -70,6 +70,22 @@ GstPadProbeReturn RefuseSeeking(GstPad*, GstPadProbeInfo* info, gpointer) {
   gst_query_parse_seeking(query, &format, nullptr, nullptr, nullptr);
   gst_query_set_seeking(query, format, FALSE, 0, -1);
   return GST_PAD_PROBE_HANDLED;
+}
+
+// Puts what the microphone hears into the generator's empty buffers, which come at the right pace.
+GstPadProbeReturn Hear(GstPad*, GstPadProbeInfo* info, gpointer owner) {
+  GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
+  GST_PAD_PROBE_INFO_DATA(info) = buffer;
+  GST_BUFFER_FLAG_UNSET(buffer, GST_BUFFER_FLAG_GAP);
+  GstMapInfo map;
+  if (!gst_buffer_map(buffer, &map, GST_MAP_WRITE)) return GST_PAD_PROBE_OK;
+  auto* model = static_cast<CCameraModel*>(owner);
+  std::unique_lock guard(model->lock);
+  const CMicrophone microphone = model->microphone;
+  guard.unlock();
+  microphone.Fill(reinterpret_cast<int16_t*>(map.data), map.size / 2, GST_BUFFER_OFFSET(buffer));
+  gst_buffer_unmap(buffer, &map);
+  return GST_PAD_PROBE_OK;
 }
 
 // Takes the parameter sets (NAL types 7 and 8) out of an access unit of length-prefixed NAL units.
@@ -103,11 +119,12 @@ GstPadProbeReturn StripParameterSets(GstPad*, GstPadProbeInfo* info, gpointer) {
   return GST_PAD_PROBE_OK;
 }
 
-void AddProbe(GstElement* bin, const char* element, GstPadProbeType type, GstPadProbeCallback callback) {
+void AddProbe(GstElement* bin, const char* element, GstPadProbeType type, GstPadProbeCallback callback,
+              gpointer data = nullptr) {
   GstElement* found = gst_bin_get_by_name(GST_BIN(bin), element);
   if (found == nullptr) return;
   GstPad* pad = gst_element_get_static_pad(found, "src");
-  gst_pad_add_probe(pad, type, callback, nullptr, nullptr);
+  gst_pad_add_probe(pad, type, callback, data, nullptr);
   gst_object_unref(pad);
   gst_object_unref(found);
 }
@@ -334,6 +351,7 @@ GstElement* CRtspServer::MakePipeline(const std::string& profileToken) {
   g_clear_error(&error);
   if (bin == nullptr) return nullptr;
   AddProbe(bin, "sound", GST_PAD_PROBE_TYPE_QUERY_UPSTREAM, RefuseSeeking);
+  AddProbe(bin, "sound", GST_PAD_PROBE_TYPE_BUFFER, Hear, &m_model);
   AddProbe(bin, "encoder", GST_PAD_PROBE_TYPE_BUFFER, StripParameterSets);
   return bin;
 }
