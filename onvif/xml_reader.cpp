@@ -106,7 +106,8 @@ CXmlReader::Extent CXmlReader::SkipSelfClosing(const char* content) {
 }
 
 // The first closing tag of that name counts, so an element inside one of the same name ends the outer one
-// early.
+// early. Cameras' answers have no such elements, but some have tags that are never closed: with nesting
+// counted, one of them would take the rest of the answer with it.
 bool CXmlReader::FindExtent(std::string_view name, const char* content, Extent* extent) {
   const char* const nearEnd = content + std::min(NEAR, Distance(content, m_pTextEnd));
   const char* const next = FindChar(content, nearEnd, '<');
