@@ -140,6 +140,6 @@ void CONVIFCam::ExtractSimple(CONVIFMsg* message, const char* part, CGXString* n
 }
 
 void CONVIFCam::ReportMotion(bool motion) {
+  m_iMotionLevel = motion ? MOTION_LEVEL_FULL : 0;  // first: who takes the event may ask for it
   if (motion) CEventServer::Instance()->RegisterEvent(ID(), EVENT_MOTION, 0);
-  m_iMotionLevel = motion ? MOTION_LEVEL_FULL : 0;
 }
