@@ -13,8 +13,7 @@ constexpr unsigned PAYLOAD_PCMU = 0;      // marker 0
 
 std::span<const unsigned char> CPCMUPacketBuilder::Build(std::span<const unsigned char> ulaw,
                                                          unsigned milliseconds) {
-  const size_t length = RTP_HEADER_BYTES + ulaw.size();
-  if (length > sizeof m_Packet) return {};
+  if (ulaw.size() > sizeof m_Packet - RTP_HEADER_BYTES) return {};
   avio_w8(m_Packet, RTP_VERSION_2);
   avio_w8(m_Packet + 1, PAYLOAD_PCMU);
   avio_wb16(m_Packet + 2, m_wSequence++);
@@ -25,5 +24,5 @@ std::span<const unsigned char> CPCMUPacketBuilder::Build(std::span<const unsigne
   // Swapped twice, so it stands in this machine's own byte order: any constant number serves.
   avio_wb32(m_Packet + 8, htonl(m_dwIdentity));
   if (!ulaw.empty()) std::memcpy(m_Packet + RTP_HEADER_BYTES, ulaw.data(), ulaw.size());
-  return {m_Packet, length};
+  return {m_Packet, RTP_HEADER_BYTES + ulaw.size()};
 }

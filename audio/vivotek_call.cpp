@@ -57,6 +57,7 @@ CReady WaitEither(int audio, int sip) {
 
 }  // namespace
 
+// Some lines of a call begin with AudiOut, most with AudioOut: support searches old and new logs for them so.
 void CVivotek_AudioOut::Trace(const char* text) {
   Camera()->TraceProducer()->Trace(text);
 }
