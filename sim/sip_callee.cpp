@@ -73,12 +73,15 @@ void CSipCallee::OnRequest(const CSipMessage& request, const sockaddr_in& from, 
 
 void CSipCallee::OnInvite(const CSipMessage& invite, const sockaddr_in& from, Clock::time_point now) {
   const CSipManner manner = m_line.manner();
-  const bool known = m_call && m_call->invite.Header("Call-ID") == invite.Header("Call-ID");
-  if (known && invite.CSeq().first == m_call->invite.CSeq().first) {  // sent again: so is the latest answer
-    if (m_call->state == "ringing" && m_call->answerAt != kNever) Respond(invite, from, 180, "Ringing");
-    for (const CPending& pending : m_pending)
-      if (pending.method == "INVITE" && pending.callId == invite.Header("Call-ID"))
-        m_line.send(pending.bytes, pending.peer);
+  // Sent again: so is the latest answer.
+  const auto same = [&](const std::string& id, long cseq) {
+    return id == invite.Header("Call-ID") && cseq == invite.CSeq().first;
+  };
+  for (const CPending& pending : m_pending)
+    if (pending.method == "INVITE" && same(pending.callId, pending.cseq))
+      return m_line.send(pending.bytes, pending.peer);
+  if (m_call && same(m_call->invite.Header("Call-ID"), m_call->invite.CSeq().first)) {
+    if (m_call->state == "ringing" && manner.invite == "answer") Respond(invite, from, 180, "Ringing");
     return;
   }
   m_line.note("SIP INVITE", manner.invite);
