@@ -119,7 +119,9 @@ class CVideoSystem : public CSystemComponent {
   // A picture that arrived as an HTTP answer with its header: from FF D8 on it is queued as a ready frame of
   // stream 0.
   void ProcessVideoChunk(const char* data, int length, int width, int height);
-  int SendAudio(int bytes);  // sends at most that many bytes of queued audio; never blocks; how many it sent
+  // Sends at most that many bytes of queued audio, never blocking; how many it sent. Cameras of this host queue
+  // none (0): their sound goes from their own thread to whom listens, see host/rtsp_server.h.
+  int SendAudio(int bytes);
   void
   RestartActivityTimer();    // a viewer has come: a camera gets the whole time for a first picture; any thread
   void ProcessDeadCamera();  // main thread, when a pass had no frame; notes a camera without pictures

@@ -12,6 +12,7 @@
 #include <sys/time.h>
 
 #include <cmath>
+#include <filesystem>
 #include <numbers>
 
 namespace {
@@ -29,8 +30,7 @@ class CPanel : public CIntercomClient, public CAudioStreamTarget {
   }
   ~CPanel() override {
     CIntercomServer::Instance()->RemoveClient(this);
-    m_bEnd = true;
-    for (std::thread& thread : m_Threads) thread.join();
+    EndThreads();
   }
   bool TakesDefaultCalls() override { return true; }
   bool HasAudioRX() override { return true; }
@@ -56,6 +56,7 @@ class CPanel : public CIntercomClient, public CAudioStreamTarget {
   }
   int StopReceiveAudio() override {
     DetachAudioStreamTarget(std::exchange(m_pHeard, nullptr), this);
+    if (Targets == 0) EndThreads();
     return 1;
   }
   void ProcessAudioSourceAddressInfo(GXT_RTP_PATH_DESCRIPTOR*) override {}
@@ -82,6 +83,12 @@ class CPanel : public CIntercomClient, public CAudioStreamTarget {
   std::unique_ptr<CAudioRelay> Relay;
 
  private:
+  void EndThreads() {
+    m_bEnd = true;
+    for (std::thread& thread : m_Threads) thread.join();
+    m_Threads.clear();
+    m_bEnd = false;
+  }
   static void Hello(int socket, const GXT_RTP_PATH_DESCRIPTOR& way) {
     static constexpr unsigned char HELLO[RTP_HELLO_BYTES] = {};
     STUN_SendPacket(socket, HELLO, RTP_HELLO_BYTES, nullptr, &way, nullptr);
@@ -90,7 +97,7 @@ class CPanel : public CIntercomClient, public CAudioStreamTarget {
     while (!m_bEnd) {
       Hello(socket, way);
       unsigned char packet[2048];
-      if (!WaitSocketReadState(socket, 50)) continue;
+      if (!WaitSocketReadState(socket, 10)) continue;
       const auto length = static_cast<int>(recv(socket, packet, sizeof packet, 0));
       if (IsRTPHello(packet, length)) continue;
       EXPECT_GT(length, 12);
@@ -257,6 +264,47 @@ TEST(AudioSquelch, SilencesWhileTheSpeakerIsLoud) {
   CAudioSquelch::Silence(packet, 5);
   EXPECT_EQ(packet[11], 0);
   EXPECT_EQ(packet[12] + packet[13], 2 * 0x7F);
+}
+
+int CountIn(const char* folder) {
+  return static_cast<int>(std::distance(std::filesystem::directory_iterator(folder), {}));
+}
+
+TEST_F(DoorCall, FiveHundredInARowLeaveNothingBehindAndNeverBlock) {
+  const auto door = Door();
+  const CMainThreadLock main;
+  CPanel panel;
+  double longest = 0;
+  int descriptors = 0, threads = 0;
+  unsigned short port = 0;
+  for (int i = 0; i < 500; ++i) {
+    const auto start = Clock::now();
+    ASSERT_EQ(door->InitiateCall(0), 1);
+    if (i % 4 > 0) {
+      m_Server.AcceptCall(&panel);
+      Pass(door.get());
+      ASSERT_EQ(panel.Targets, 1);
+      if (i % 4 > 1) m_Server.EndCall(i % 4 == 2 ? door.get() : static_cast<CIntercomClient*>(&panel));
+      if (i % 4 == 1) m_Server.RemoveClient(&panel);
+    } else {
+      door->CancelCall(0);
+    }
+    Pass(door.get());
+    longest = std::max(longest, SecondsSince(start));
+    ASSERT_EQ(panel.Targets, 0);
+    m_Server.RegisterClient(&panel);
+    if (i != 3) continue;
+    descriptors = CountIn("/proc/self/fd");
+    threads = CountIn("/proc/self/task");
+    port = panel.AllocRTSPPort(2);
+    panel.FreeRTSPPort(port);
+  }
+  std::printf("longest stay on the main thread: %.0f ms\n", longest * 1000);
+  EXPECT_LT(longest, SOON_SECONDS);
+  EXPECT_TRUE(Eventually(
+      LONG, [&] { return CountIn("/proc/self/fd") <= descriptors && CountIn("/proc/self/task") <= threads; }));
+  EXPECT_EQ(panel.AllocRTSPPort(2), port);
+  panel.FreeRTSPPort(port);
 }
 
 // ---- Talks with a simulated door station ----
