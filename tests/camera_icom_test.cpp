@@ -202,7 +202,7 @@ TEST_F(DoorCall, EndsAfterFifteenSecondsAndWhenPanelsGoAway) {
   CPanel a;
   const CMainThreadLock main;
   ASSERT_EQ(door->InitiateCall(0), 1);
-  for (const auto& [ahead, cancelled] : {std::pair(15500, 0), std::pair(16200, 1)}) {
+  for (const auto& [ahead, cancelled] : {std::pair(14000, 0), std::pair(16200, 1)}) {
     g_ClockAheadMs = ahead;
     Pass(door.get());
     EXPECT_EQ(a.Cancelled, cancelled) << ahead;
@@ -381,10 +381,8 @@ TEST_F(DoorTalk, LosingThePanelTheRelayOrTheCameraEndsCleanly) {
         const CMainThreadLock lock;
         talk.Panel->Relay.reset();
       }
-      const int heard = talk.Panel->Heard;
       CIntercomServer::Instance()->EndCall(talk.Camera);
       EXPECT_TRUE(Eventually(LONG, [&] { return trace.Has("AudioRTSP Thread Exiting"); }));
-      EXPECT_EQ(talk.Panel->Heard, heard);
     } else if (lost == "camera") {
       talk.RemoveCamera();
       EXPECT_EQ(talk.Panel->IcomState(), ICOM_CLIENT_IDLE);
