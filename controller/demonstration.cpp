@@ -119,7 +119,11 @@ class CDemonstration {
         name, [&] { return Controller(request).value("ok", false); }, seen);
   }
 
-  static double Axis(const json& sim, const char* axis) { return sim["ptz"].value(axis, 0.0); }
+  // 0 when the simulation is gone.
+  static double Number(const json& sim, const std::string& pointer) {
+    return sim.is_object() ? sim.value(json::json_pointer(pointer), 0.0) : 0.0;
+  }
+  static double Axis(const json& sim, const std::string& axis) { return Number(sim, "/ptz/" + axis); }
 
   static bool StandsAtPreset(const json& sim) {
     for (const json& preset : sim["presets"])
@@ -161,14 +165,13 @@ class CDemonstration {
 
   // Raises motion or an alarm at the camera: it must have sent its message, and the controller have the event.
   bool Signal(const std::string& what, const char* counter) {
-    const json::json_pointer sent(counter);
-    const auto before = SimCamera().value(sent, 0);
+    const double before = Number(SimCamera(), counter);
     const auto events = Status().value("events", 0);
     const json on = {{"on", true}};
     const std::string path = "/cameras/" + std::to_string(m_pPair->Number) + "/" + what;
     return Try(
         "raise " + what, [&] { return Sim(path, &on).is_object(); },
-        [&](const json& sim) { return sim.value(sent, 0) > before && Status().value("events", 0) > events; });
+        [&](const json& sim) { return Number(sim, counter) > before && Status().value("events", 0) > events; });
   }
 
   const COptions& m_Options;
