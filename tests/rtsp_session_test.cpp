@@ -239,8 +239,8 @@ TEST(RtspValues, AreCutAndTerminated) {
   EXPECT_TRUE(CRTSP::Extract("A: 1\r\nSession: 12;timeout=60\r\nB: 2", "Session:", out));
   EXPECT_STREQ(" 12;timeout=60", out);
   EXPECT_FALSE(CRTSP::ExtractParam("realm=\"open", "realm", out));
-  for (const size_t length : {RTSP_VALUE_CHARS - 1, 1000}) {
-    const std::string value(length, 'v');
+  for (const int length : {RTSP_VALUE_CHARS - 1, 1000}) {
+    const std::string value(static_cast<size_t>(length), 'v');
     const int asserts = AssertCount(), cut = length > RTSP_VALUE_CHARS;
     EXPECT_TRUE(CRTSP::Extract(("K:" + value).c_str(), "K:", out));
     EXPECT_EQ(value.substr(0, RTSP_VALUE_CHARS), out);
