@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <system_error>
 
@@ -80,4 +81,15 @@ std::string SafeFileName(std::string_view name) {
   }
   if (safe.empty() || safe[0] == '.') safe.insert(0, 1, '_');
   return safe.substr(0, 100);
+}
+
+std::string NewFilePath(const std::string& stem, const char* ending) {
+  const time_t now = time(nullptr);
+  tm local{};
+  localtime_r(&now, &local);
+  char stamp[32];
+  std::strftime(stamp, sizeof stamp, "-%Y%m%d-%H%M%S", &local);
+  std::string path = stem + stamp + ending;
+  for (int i = 2; access(path.c_str(), F_OK) == 0; ++i) path = stem + stamp + "-" + std::to_string(i) + ending;
+  return path;
 }

@@ -1,4 +1,4 @@
-// Replacing a file as a whole.
+// Files and folders: replacing one as a whole, and names for new ones.
 #pragma once
 
 #include <string>
@@ -16,3 +16,6 @@ bool MakeFolder(const std::string& path, std::string* error);
 // `name` as a part of a file name: letters, digits, '.', '_' and '-', everything else '-'; never empty or
 // hidden.
 std::string SafeFileName(std::string_view name);
+
+// A path that does not exist yet: `stem`, the present time, and `ending`, which has its dot.
+std::string NewFilePath(const std::string& stem, const char* ending);

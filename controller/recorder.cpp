@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <ctime>
 
 namespace {
 
@@ -22,21 +21,6 @@ int64_t Now() {
 
 CBytes BytesOf(const CFrameData& frame) {
   return {frame.Data(), static_cast<size_t>(frame.Length())};
-}
-
-std::string Stamp() {
-  const time_t now = time(nullptr);
-  tm local{};
-  localtime_r(&now, &local);
-  char text[32];
-  std::strftime(text, sizeof text, "%Y%m%d-%H%M%S", &local);
-  return text;
-}
-
-std::string FreePath(const std::string& stem, const char* ending) {
-  std::string path = stem + ending;
-  for (int i = 2; access(path.c_str(), F_OK) == 0; ++i) path = stem + "-" + std::to_string(i) + ending;
-  return path;
 }
 
 }  // namespace
@@ -208,7 +192,7 @@ bool CRecorder::Begin(EMovieKind kind, CBytes sets, CPictureFormat format, int64
   End();
   m_bNeedKey = true;
   if (arrival < m_nRetryAt) return false;
-  m_Path = FreePath(m_Folder + "/" + m_Name + "-" + Stamp(), CMovieFile::Ending(kind));
+  m_Path = NewFilePath(m_Folder + "/" + m_Name, CMovieFile::Ending(kind));
   std::string why;
   if (!m_File.Open(m_Path, kind, format.Width, format.Height, sets, &why)) {
     Fail(why, arrival);

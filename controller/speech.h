@@ -1,0 +1,29 @@
+// What a panel says: silence, a tone or a sound file, at 16 kHz mono.
+#pragma once
+
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+inline constexpr int SPEECH_HZ = 16000;
+inline constexpr int LONGEST_SOUND_S = 600;  // of a file; what follows is left out
+
+using CSound = std::vector<short>;
+
+// Any sound file that libavformat reads, at SPEECH_HZ. False with a reason.
+bool LoadSound(const std::string& path, CSound* sound, std::string* error);
+
+class CSpeech {
+ public:
+  CSpeech() = default;                                                                   // silence
+  explicit CSpeech(double toneHz) : m_fToneHz(toneHz) {}                                 // without end
+  explicit CSpeech(std::shared_ptr<const CSound> sound) : m_pSound(std::move(sound)) {}  // once
+
+  void Next(std::span<short> samples);
+
+ private:
+  double m_fToneHz = 0, m_fPhase = 0;  // in turns
+  std::shared_ptr<const CSound> m_pSound;
+  size_t m_nAt = 0;
+};
