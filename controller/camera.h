@@ -1,6 +1,7 @@
 // One installed camera: started, watched, viewed and recorded. Belongs to the main thread.
 #pragma once
 
+#include "controller/call_book.h"
 #include "controller/camera_config.h"
 #include "controller/camera_status.h"
 #include "controller/picture_store.h"
@@ -23,6 +24,7 @@ struct CCameraWishes {
   std::string RecordFolder;  // empty: no recording
   int Transport = -1;        // RTP_TRANSPORT of its streams; -1: as the record has it
   CPictureStore* Pictures = nullptr;
+  CCallBook* Calls = nullptr;
 };
 
 // The five texts that a camera's record begins with. Empty ones when the record could not be written.
@@ -82,6 +84,7 @@ class CCamera {
   void DescribeStreamToRecorder();
   void DescribeState(CCameraStatus* status) const;
   void DescribeStreams(CCameraStatus* status) const;
+  void DescribeCalls(CCameraStatus* status) const;
   double Seconds() const;
   void NotePicture();
 

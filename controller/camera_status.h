@@ -1,7 +1,10 @@
 // What there is to say about one camera at one moment: for the display, the summary and programs.
 #pragma once
 
+#include "controller/call_book.h"
+
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,6 +31,7 @@ struct CCameraStatus {
   int Motion = -1;                 // -1 unknown, 0 none, 100 motion
   int64_t Events = 0;              // motion and alarm events raised
   std::vector<CAskedCommand> Commands;
+  std::optional<CCallCounts> Calls;  // of a door station
   std::vector<CStreamStatus> Streams;
   int64_t JPEGFrames = 0, H264Frames = 0;  // pictures delivered
   std::vector<std::string> Pictures, Recordings;

@@ -7,6 +7,7 @@
 #include <sys/ioctl.h>
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 using nlohmann::json;
@@ -85,6 +86,19 @@ void EventOptions(const CRequestOptions& o) {
       "Go on with those that come, until Ctrl-C");
 }
 
+// A file is named as seen from here, and read by the controller.
+void TalkOptions(const CRequestOptions& o) {
+  auto* file = o.Command
+                   ->add_option_function<std::string>(
+                       "--file",
+                       [request = o.Request](const std::string& path) {
+                         (*request)["file"] = std::filesystem::absolute(path).lexically_normal().string();
+                       },
+                       "Say what is in this sound file, once")
+                   ->type_name("FILE");
+  o.Add<int>("--tone", "tone", "Say a tone")->type_name("HZ")->excludes(file);
+}
+
 constexpr CClientCommand COMMANDS[] = {
     {"status", "What the cameras are doing", nullptr},
     {"move", "Pan and tilt a camera; one that moves at a speed goes on until it is stopped", MoveOptions},
@@ -98,6 +112,14 @@ constexpr CClientCommand COMMANDS[] = {
     {"streams", "A camera's streams as the user wants them", [](const CRequestOptions& o) { o.Camera(); }},
     {"set-stream", "Change a stream, or add one, and see whether the camera takes it", SetStreamOptions},
     {"remove-stream", "Remove a stream from its list", [](const CRequestOptions& o) { o.Stream(); }},
+    {"ring", "Let a door station call, as when its button is pressed",
+     [](const CRequestOptions& o) { o.Camera(); }},
+    {"cancel", "Take a door station's call back", [](const CRequestOptions& o) { o.Camera(); }},
+    {"accept", "Take the call for which the panel rings", nullptr},
+    {"decline", "Decline it", nullptr},
+    {"hang-up", "End the panel's talk", nullptr},
+    {"talk", "What the panel says from now on: silence, a tone or a sound file", TalkOptions},
+    {"calls", "The panel, and the calls of all door stations", nullptr},
     {"events", "Motion and alarm events of all cameras", EventOptions},
 };
 

@@ -48,14 +48,18 @@ CController::CController(const COptions& options)
 CController::~CController() {
   CEventServer::Instance()->Receiver(nullptr);
   m_pFinder.reset();
+  {
+    const CMainThreadLock lock;
+    m_Running.Panel.reset();
+  }
   CSystem::Instance()->StopFileThread();
   m_Running.Cameras.clear();
   CSystem::Instance()->RemoveAllComponents();
 }
 
 bool CController::PrepareFolders(std::string* error) {
-  for (const std::string& folder :
-       {FolderOf(m_Options.SiteFile), m_Options.PictureFolder, m_Options.RecordFolder, m_Options.KeepFolder})
+  for (const std::string& folder : {FolderOf(m_Options.SiteFile), m_Options.PictureFolder,
+                                    m_Options.RecordFolder, m_Options.KeepFolder, m_Options.SoundFolder})
     if (!folder.empty() && !MakeFolder(folder, error)) return false;
   if (m_Options.SummaryFile.empty()) return true;
   return MakeFolder(FolderOf(m_Options.SummaryFile), error);
@@ -71,12 +75,32 @@ bool CController::Start(std::string* error) {
   m_pPictures = std::make_unique<CPictureStore>(m_Options.PictureFolder, m_Options.KeepFolder);
   m_pFinder = std::make_unique<CFinder>(&m_Plugin);
   m_pDisplay = std::make_unique<CDisplay>(m_Options.JSON);
+  if (!StartPanel(error)) return false;
   if (!m_Options.URL.empty() && !InstallByURL(error)) return false;
   CSystem* system = CSystem::Instance();
   for (int i = 0; i < system->NVideo(); ++i) Watch(system->VideoSystem(i));
   // Written at once, so that an unwritable site file is known before anything depends on it.
   if (!m_pSite->Save(error)) return false;
   system->StartFileThread();
+  return true;
+}
+
+bool CController::StartPanel(std::string* error) {
+  CPanelSettings settings;
+  settings.Answer = m_Options.Answer == "accept"    ? EAnswer::Accept
+                    : m_Options.Answer == "decline" ? EAnswer::Decline
+                                                    : EAnswer::Ask;
+  settings.SoundFolder = m_Options.SoundFolder;
+  settings.Relayed = m_Options.Relay;
+  settings.Speech = CSpeech(m_Options.ToneHz);
+  if (!m_Options.SpeechFile.empty()) {
+    const auto sound = std::make_shared<CSound>();
+    if (!LoadSound(m_Options.SpeechFile, sound.get(), error)) return false;
+    settings.Speech = CSpeech(sound);
+  }
+  const CMainThreadLock lock;
+  m_Running.Panel = std::make_unique<CPanel>(std::move(settings), &m_Running.Calls);
+  m_Running.Panel->Enter();
   return true;
 }
 
@@ -91,7 +115,7 @@ bool CController::InstallByURL(std::string* error) {
 }
 
 void CController::Watch(CVideoSystem* video) {
-  CCameraWishes wishes{m_Options.RecordFolder, m_Options.Transport, m_pPictures.get()};
+  CCameraWishes wishes{m_Options.RecordFolder, m_Options.Transport, m_pPictures.get(), &m_Running.Calls};
   m_Running.Cameras.push_back(std::make_unique<CCamera>(video, &m_Book, std::move(wishes)));
   m_Running.Cameras.back()->Start();
 }

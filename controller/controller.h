@@ -34,6 +34,7 @@ class CController {
   using Clock = std::chrono::steady_clock;
 
   bool PrepareFolders(std::string* error);
+  bool StartPanel(std::string* error);
   bool InstallByURL(std::string* error);
   void Watch(CVideoSystem* video);
   void InstallFound();

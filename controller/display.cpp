@@ -83,12 +83,14 @@ void CDisplay::SayOnce(const CCameraStatus& camera, bool* said, const char* what
   Say(camera, "time", text);
 }
 
-// Events, and what was asked of the camera.
+// Events, calls, and what was asked of the camera.
 void CDisplay::SayNews(const CCameraStatus& camera, Shown* shown) const {
   if (shown->Events != camera.Events) {
     shown->Events = camera.Events;
     Say(camera, "event", "motion or alarm reported (" + std::to_string(camera.Events) + ")");
   }
+  if (camera.Calls && camera.Calls->State != std::exchange(shown->Call, camera.Calls->State))
+    Say(camera, "call", CallsText(*camera.Calls));
   for (const CAskedCommand& command : camera.Commands) {
     const auto [known, isNew] = shown->Commands.emplace(command.Name, false);
     if (isNew) Say(camera, "command", "asked: " + command.Name);

@@ -24,6 +24,7 @@ class CDisplay {
     size_t Recordings = 0;
     bool Running = false, Picture = false;  // their times
     int64_t Events = 0;
+    std::string Call;                      // state
     std::map<std::string, bool> Commands;  // by name: seen
   };
   void Redraw(const std::vector<CCameraStatus>& cameras, const std::string& note);

@@ -6,6 +6,11 @@ bool IsWarning(std::string_view line) {
   return line.starts_with("WARNING") || line.starts_with("ERROR");
 }
 
+// "lvl 0812 Decoded 80 bytes -> 160 samples": one for each packet of a talk.
+bool IsSoundLevel(std::string_view line) {
+  return line.starts_with("lvl ");
+}
+
 // "Loading Profile Configs...": a step begins.
 bool IsStep(std::string_view line) {
   return line.ends_with("...");
@@ -14,6 +19,7 @@ bool IsStep(std::string_view line) {
 }  // namespace
 
 void CLoadProgress::Add(std::string_view line) {
+  if (IsSoundLevel(line)) return;
   m_Last = line;
   if (m_Lines.size() < LINES_MAX) m_Lines.emplace_back(line);
   if (IsStep(line)) {

@@ -183,7 +183,8 @@ CAnswer BeginOperation(CRunningSite& site, const std::string& request) {
   const json arguments = json::parse(request, nullptr, false);
   if (!arguments.is_object()) return Refused("the request is no JSON object");
   const std::string name = TextArgument(arguments, "do");
-  for (const std::span<const COperation> table : {std::span<const COperation>(OPERATIONS), StreamOperations()})
+  for (const std::span<const COperation> table :
+       {std::span<const COperation>(OPERATIONS), StreamOperations(), PanelOperations()})
     for (const COperation& operation : table)
       if (name == operation.Name) return operation.Begin(site, arguments);
   return Refused("there is no operation '" + name + "'");

@@ -8,6 +8,7 @@
 
 #include "controller/camera.h"
 #include "controller/event_list.h"
+#include "controller/panel.h"
 
 #include <functional>
 #include <memory>
@@ -20,6 +21,8 @@
 struct CRunningSite {
   std::vector<std::unique_ptr<CCamera>> Cameras;
   CEventList Events;
+  CCallBook Calls;
+  std::unique_ptr<CPanel> Panel;  // from the controller's start to its end
 
   CCamera* ByID(int id) const;  // null when there is none
 };
@@ -36,6 +39,7 @@ struct COperation {
 CAnswer BeginOperation(CRunningSite& site, const std::string& request);
 
 std::span<const COperation> StreamOperations();  // encoders, streams, set-stream, remove-stream
+std::span<const COperation> PanelOperations();   // ring, cancel, accept, decline, hang-up, talk, calls
 
 // ---- For operations ----
 CAnswer Ready(nlohmann::json answer);  // with "ok" true

@@ -48,6 +48,23 @@ std::string URLCheck(const std::string& url) {
   return error;
 }
 
+void AddPanel(CLI::App* command, COptions* o) {
+  command->add_option("--answer", o->Answer, "What the panel does when a door station rings (default: ask)")
+      ->check(CLI::IsMember({"ask", "accept", "decline"}));
+  auto* file = command->add_option("--say", o->SpeechFile, "What the panel says in a call: a sound file")
+                   ->type_name("FILE")
+                   ->check(CLI::ExistingFile);
+  command->add_option("--tone", o->ToneHz, "What the panel says in a call: a tone (default: silence)")
+      ->type_name("HZ")
+      ->check(CLI::Range(20, 3400))
+      ->excludes(file);
+  command
+      ->add_option("--sounds", o->SoundFolder,
+                   "Folder of what the panel hears, as WAV files (default: sounds in the data folder)")
+      ->type_name("FOLDER");
+  command->add_flag("--relay", o->Relay, "Send the panel's sound by way of a relay");
+}
+
 void AddRun(CLI::App* command, COptions* o) {
   AddCommon(command, o);
   AddUser(command, o);
@@ -67,6 +84,7 @@ void AddRun(CLI::App* command, COptions* o) {
       ->type_name("FOLDER");
   command->add_option("--keep-pictures", o->KeepFolder, "Keep every JPEG picture in this folder")
       ->type_name("FOLDER");
+  AddPanel(command, o);
   auto* udp = command->add_flag_callback(
       "--udp", [o] { o->Transport = RTP_TRANSPORT_UDP; }, "Take all streams over UDP from now on");
   command
@@ -98,8 +116,10 @@ void FillDefaults(COptions* o) {
   if (o->SiteFile.empty()) o->SiteFile = o->DataFolder + "/site.json";
   if (o->LogFile.empty()) o->LogFile = o->DataFolder + "/controller.log";
   if (o->PictureFolder.empty()) o->PictureFolder = o->DataFolder + "/pictures";
+  if (o->SoundFolder.empty()) o->SoundFolder = o->DataFolder + "/sounds";
   if (o->Record && o->RecordFolder.empty()) o->RecordFolder = o->DataFolder + "/recordings";
-  for (std::string* path : {&o->SiteFile, &o->LogFile, &o->PictureFolder, &o->KeepFolder, &o->RecordFolder})
+  for (std::string* path :
+       {&o->SiteFile, &o->LogFile, &o->PictureFolder, &o->KeepFolder, &o->RecordFolder, &o->SoundFolder})
     MakeAbsolute(path);
 }
 

@@ -22,8 +22,13 @@ struct COptions {
   // run
   bool Discover = false, Record = false;
   std::string RecordFolder, PictureFolder, KeepFolder, SummaryFile;
-  int Transport = -1;  // RTP_TRANSPORT; -1: as the site file says
-  double Seconds = 0;  // how long to run; 0: until stopped
+  std::string Answer = "ask";  // how the panel answers a door station: ask, accept or decline
+  std::string SpeechFile;      // what it says; empty: a tone
+  double ToneHz = 0;           // 0: silence
+  std::string SoundFolder;     // of what it hears
+  bool Relay = false;          // sound by way of a relay
+  int Transport = -1;          // RTP_TRANSPORT; -1: as the site file says
+  double Seconds = 0;          // how long to run; 0: until stopped
   // show
   std::vector<std::string> Cameras;
   double WaitSeconds = 20;

@@ -102,6 +102,32 @@ std::string Printable(const std::string& text) {
   return result;
 }
 
+json CallsJSON(const CCallCounts& calls) {
+  return {{"calls",
+           {{"placed", calls.Placed},
+            {"accepted", calls.Accepted},
+            {"declined", calls.Declined},
+            {"timed_out", calls.TimedOut},
+            {"cancelled", calls.Cancelled}}},
+          {"call_state", calls.State},
+          {"speaker_packets", calls.SpeakerPackets},
+          {"microphone_packets", calls.MicrophonePackets},
+          {"microphone_lost", calls.Lost},
+          {"microphone_longest_gap_ms", calls.LongestGapMs}};
+}
+
+std::string CallsText(const CCallCounts& calls) {
+  std::string text = calls.State + "; " + std::to_string(calls.Placed) + " placed";
+  const std::pair<int, const char*> outcomes[] = {{calls.Accepted, "accepted"},
+                                                  {calls.Declined, "declined"},
+                                                  {calls.TimedOut, "timed out"},
+                                                  {calls.Cancelled, "cancelled"}};
+  for (const auto& [count, name] : outcomes)
+    if (count > 0) text += ", " + std::to_string(count) + " " + name;
+  return text + "; packets to the speaker " + std::to_string(calls.SpeakerPackets) + ", of the microphone " +
+         std::to_string(calls.MicrophonePackets);
+}
+
 json CameraJSON(const CCameraStatus& s) {
   json streams = json::array();
   for (const CStreamStatus& stream : s.Streams)
@@ -130,6 +156,7 @@ json CameraJSON(const CCameraStatus& s) {
                  {"recordings", s.Recordings},
                  {"seconds_to_running", Seconds(s.SecondsToRunning)},
                  {"seconds_to_picture", Seconds(s.SecondsToPicture)}};
+  if (s.Calls) camera.update(CallsJSON(*s.Calls));
   if (!s.Reason.empty()) camera["reason"] = s.Reason;
   if (!s.Problem.empty()) camera["problem"] = s.Problem;
   return camera;
@@ -144,6 +171,7 @@ std::vector<std::string> CameraLines(const CCameraStatus& s, size_t width) {
   add("   " + Fixed(s.FPS, 1) + " pictures/s   motion " + MotionText(s.Motion) + "   events " +
       std::to_string(s.Events) + "   streams: " + StreamsText(s));
   add("   last: " + s.LastLine);
+  if (s.Calls) add("   calls: " + CallsText(*s.Calls));
   if (!s.Commands.empty()) add("   asked: " + CommandsText(s.Commands));
   if (!s.Pictures.empty()) add("   pictures " + s.Pictures.back() + " (" + std::to_string(s.JPEGFrames) + ")");
   if (!s.Recordings.empty())
