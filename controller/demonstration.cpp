@@ -23,6 +23,7 @@ constexpr unsigned short HTTP_PORT = 80;
 constexpr char PRESET[] = "Car park";
 constexpr char SMALL_SIZE[] = "320x240";
 constexpr int SMALL_WIDTH = 320;
+constexpr int TONE_HZ = 1000, TALK_PACKETS = 100;  // about two seconds of sound
 
 // A simulated camera beside what the controller says of it.
 struct CPair {
@@ -42,7 +43,7 @@ class CDemonstration {
       m_pPair = &m_Pairs[i];
       const std::string kind = m_pPair->Sim.value("kind", "");
       if (kind == "ptz") good &= Movements();
-      if (kind == "door") good &= Signal("motion", "/notifications/accepted");
+      if (kind == "door") good &= Signal("motion", "/notifications/accepted") & Talk();
       if (kind == "alarm") good &= Signal("alarm", "/alarms_sent");
     }
     return good || Problem("not everything that was asked for was seen");
@@ -172,6 +173,31 @@ class CDemonstration {
     return Try(
         "raise " + what, [&] { return Sim(path, &on).is_object(); },
         [&](const json& sim) { return Number(sim, counter) > before && Status().value("events", 0) > events; });
+  }
+
+  bool CallState(const char* state) const { return Status().value("call_state", "") == state; }
+
+  static int SpeakerPackets(const json& sim) {
+    const json call = sim["door"]["call"];
+    return call.is_object() ? call.value("/speaker/packets"_json_pointer, 0) : 0;
+  }
+
+  // Somebody rings, the panel's user answers, both talk, and the user hangs up. The camera does not listen to
+  // its microphone while its speaker is loud, so the panel is silent when it is to hear.
+  bool Talk() {
+    bool good = Try("ring the panel", {{"do", "ring"}}, [this](const json&) { return CallState("calling"); });
+    good = good &&
+           Try("accept the call", {{"do", "accept"}}, [](const json& sim) { return SpeakerPackets(sim) > 0; });
+    const int spoken = SpeakerPackets(SimCamera());
+    good = good && Try("speak to the door station", {{"do", "talk"}, {"tone", TONE_HZ}},
+                       [&](const json& sim) { return SpeakerPackets(sim) >= spoken + TALK_PACKETS; });
+    const auto heard = Status().value("microphone_packets", int64_t{0});
+    good = good && Try("hear the door station", {{"do", "talk"}}, [&](const json&) {
+             return Status().value("microphone_packets", int64_t{0}) >= heard + TALK_PACKETS;
+           });
+    return Try("hang up", {{"do", "hang-up"}},
+               [this](const json& sim) { return CallState("idle") && sim["door"]["call"].is_null(); }) &&
+           good;
   }
 
   const COptions& m_Options;
