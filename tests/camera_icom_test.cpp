@@ -232,8 +232,6 @@ TEST_F(DoorCall, OnlyThatMakersDoorStationsTalk) {
     CPanel panel;
     EXPECT_EQ(camera->IcomHardwareType(), isDoor ? 3 : 5);
     EXPECT_EQ(camera->HasAudioRX(), isDoor);
-    EXPECT_EQ(camera->AnswerMode(), 3);
-    EXPECT_EQ(camera->AnnounceVolume(), 100);
     const int asserts = AssertCount();
     EXPECT_EQ(camera->BeginReceiveAudioFrom(&panel), speaker ? 1 : 0);
     EXPECT_EQ(AssertCount(), asserts + (speaker ? 0 : 1));
@@ -366,8 +364,8 @@ TEST_F(DoorTalk, BothAreHeardInTurnAndItEndsWhenOneHangsUp) {
   }
 }
 
-TEST_F(DoorTalk, LosingThePanelTheRelayOrTheCameraEndsCleanly) {
-  for (const std::string lost : {"panel", "relay", "camera", "sim"}) {
+TEST_F(DoorTalk, LosingThePanelOrTheRelayEndsCleanlyAndALostCameraIsTriedAgain) {
+  for (const std::string lost : {"panel", "relay", "sim"}) {
     SCOPED_TRACE(lost);
     CTalk talk(lost == "relay");
     const CTraceKeeper trace(talk.Camera);
@@ -383,10 +381,6 @@ TEST_F(DoorTalk, LosingThePanelTheRelayOrTheCameraEndsCleanly) {
       }
       CIntercomServer::Instance()->EndCall(talk.Camera);
       EXPECT_TRUE(Eventually(LONG, [&] { return trace.Has("AudioRTSP Thread Exiting"); }));
-    } else if (lost == "camera") {
-      talk.RemoveCamera();
-      EXPECT_EQ(talk.Panel->IcomState(), ICOM_CLIENT_IDLE);
-      EXPECT_EQ(talk.Panel->Targets, 0);
     } else {
       talk.Sim.End();
       EXPECT_TRUE(Eventually(LONG, [&] { return trace.Has("Audio RTSP Timeout"); }));
@@ -405,6 +399,7 @@ TEST_F(DoorTalk, CameraGoesAwayInAnyPhase) {
     std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
     talk.RemoveCamera();
     EXPECT_EQ(talk.Panel->Targets, 0);
+    EXPECT_EQ(talk.Panel->IcomState(), ICOM_CLIENT_IDLE);
   }
 }
 

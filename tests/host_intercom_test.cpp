@@ -12,7 +12,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -180,24 +179,6 @@ TEST_F(Intercom, SinksSeeWhoComesGoesAndTalks) {
   }
   const CParty unseen("x");
   EXPECT_EQ(TakeLog(), "");
-}
-
-TEST_F(Intercom, PortsArePairsAndEveryOneIsGivenBack) {
-  CIntercomClient client;
-  std::set<unsigned short> taken;
-  while (const unsigned short port = client.AllocRTSPPort(2)) {
-    EXPECT_EQ(port % 2, 0);
-    ASSERT_TRUE(taken.insert(port).second);
-  }
-  EXPECT_GE(taken.size(), 100u);
-  EXPECT_EQ(client.AllocRTSPPort(3), 0);
-  client.FreeRTSPPort(0);
-  client.FreeRTSPPort(65535);
-  EXPECT_EQ(client.AllocRTSPPort(2), 0);
-  for (const unsigned short port : taken) client.FreeRTSPPort(port);
-  const unsigned short port = client.AllocRTSPPort(1);
-  EXPECT_TRUE(taken.count(port));
-  client.FreeRTSPPort(port);
 }
 
 // ---- Ways of sound ----
