@@ -38,8 +38,19 @@ std::string ReturnedVia(const std::string& via, const sockaddr_in& from) {
 
 }  // namespace
 
+struct CSipCallee::CCall {
+  CSipMessage invite;
+  sockaddr_in peer{};
+  std::string ourTag, state = "ringing";
+  long ourCSeq = 0;
+  int rtpPort = 0, infos = 0, infosAnswered = 0, answersSent = 0;
+  Clock::time_point answerAt = Clock::time_point::max(), infoAt = answerAt, hangUpAt = answerAt;
+};
+
 CSipCallee::CSipCallee(std::string address, int port, std::string user, CLine line)
     : m_address(std::move(address)), m_user(std::move(user)), m_port(port), m_line(std::move(line)) {}
+
+CSipCallee::~CSipCallee() = default;
 
 void CSipCallee::Receive(const std::string& datagram, const sockaddr_in& from, Clock::time_point now) {
   CSipMessage message;
@@ -92,7 +103,7 @@ void CSipCallee::OnInvite(const CSipMessage& invite, const sockaddr_in& from, Cl
     return Refuse(invite, from, 488, "Not Acceptable Here", now);
   // One speaker, one caller: who calls anew takes it over, as after a caller that went without a word.
   End("replaced");
-  m_call.emplace();
+  m_call = std::make_unique<CCall>();
   m_call->invite = invite;
   m_call->peer = from;
   m_call->ourTag = "door" + std::to_string(m_nextToken++);
@@ -193,9 +204,10 @@ void CSipCallee::OnResponse(const CSipMessage& response) {
   if (response.status < 200) return;
   const auto [cseq, method] = response.CSeq();
   const std::string id = response.Header("Call-ID");
-  const auto request = std::find_if(m_pending.begin(), m_pending.end(), [&](const CPending& p) {
-    return p.status == 0 && p.callId == id && p.cseq == cseq && p.method == method;
-  });
+  const auto request =
+      std::find_if(m_pending.begin(), m_pending.end(), [&, number = cseq, &of = method](const CPending& p) {
+        return p.status == 0 && p.callId == id && p.cseq == number && p.method == of;
+      });
   if (request == m_pending.end()) return;
   m_pending.erase(request);
   m_line.note("SIP answer to " + method, std::to_string(response.status));

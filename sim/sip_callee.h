@@ -8,6 +8,7 @@
 #include <chrono>
 #include <functional>
 #include <list>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -40,6 +41,7 @@ class CSipCallee {
 
   // `address` and `port` are the camera's own, `user` its name in SIP addresses.
   CSipCallee(std::string address, int port, std::string user, CLine line);
+  ~CSipCallee();
 
   void Receive(const std::string& datagram, const sockaddr_in& from, Clock::time_point now);
   // Sends what is due.
@@ -63,14 +65,7 @@ class CSipCallee {
     std::chrono::milliseconds interval{};
     int acksToLose = 0;
   };
-  struct CCall {
-    CSipMessage invite;
-    sockaddr_in peer{};
-    std::string ourTag, state = "ringing";
-    long ourCSeq = 0;
-    int rtpPort = 0, infos = 0, infosAnswered = 0, answersSent = 0;
-    Clock::time_point answerAt = Clock::time_point::max(), infoAt = answerAt, hangUpAt = answerAt;
-  };
+  struct CCall;
 
   void OnRequest(const CSipMessage& request, const sockaddr_in& from, Clock::time_point now);
   void OnResponse(const CSipMessage& response);
@@ -95,7 +90,7 @@ class CSipCallee {
   const std::string m_address, m_user;
   const int m_port;
   const CLine m_line;
-  std::optional<CCall> m_call;
+  std::unique_ptr<CCall> m_call;
   std::list<CPending> m_pending;
   std::string m_lastBye;  // Call-ID of the latest call that its caller ended
   unsigned m_nextToken = 1;
