@@ -10,7 +10,7 @@ CPanel::CPanel(CPanelSettings settings, CCallBook* book)
 
 CPanel::~CPanel() {
   CIntercomServer::Instance()->RemoveClient(this);
-  StopReceiveAudio();
+  m_pEars.reset();
 }
 
 void CPanel::Enter() {

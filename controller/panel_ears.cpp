@@ -47,15 +47,14 @@ bool CPanelEars::Attach(CIntercomClient* own) {
     m_pRelay = std::make_unique<CAudioRelay>(GetPrimaryIP());
     if (!m_pRelay->Works()) return false;
     path = m_pRelay->SourcePath();
-    GXT_RTP_PATH_DESCRIPTOR ours = m_pRelay->ListenerPath();
-    ProcessAudioSourceAddressInfo(&ours);
+    HelloTo(m_pRelay->ListenerPath());
   }
   if (!CIntercomClient::AttachAudioStreamTarget(m_pClient, this, &path,
                                                 m_bRelayed ? STREAM_CTX_RELAYED : STREAM_CTX_DIRECT))
     return false;
   if (!m_bRelayed) {
     m_pClient->AudioPathAt(static_cast<unsigned short>(AudioSourcePort() + AUDIO_SOURCE_PORT_OFFSET), &path);
-    ProcessAudioSourceAddressInfo(&path);
+    HelloTo(path);
   }
   return OpenSocket();
 }
@@ -72,9 +71,9 @@ bool CPanelEars::OpenSocket() {
   return false;
 }
 
-void CPanelEars::ProcessAudioSourceAddressInfo(GXT_RTP_PATH_DESCRIPTOR* path) {
+void CPanelEars::HelloTo(const GXT_RTP_PATH_DESCRIPTOR& source) {
   const CGXLock hold(m_PathLock);
-  m_Source = *path;
+  m_Source = source;
 }
 
 unsigned CPanelEars::ThreadProc(void* ears) {

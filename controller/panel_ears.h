@@ -26,11 +26,12 @@ class CPanelEars : public CAudioStreamTarget {
   const std::string& Problem() const { return m_Problem; }  // of the file; empty when all is well
   void Mute(bool muted) { m_bMuted = muted; }               // silence is kept instead; any thread
 
-  void ProcessAudioSourceAddressInfo(GXT_RTP_PATH_DESCRIPTOR* path) override;
+  void ProcessAudioSourceAddressInfo(GXT_RTP_PATH_DESCRIPTOR* path) override { HelloTo(*path); }
   CIntercomClient* IntercomClient() override { return m_pClient; }
 
  private:
   bool Attach(CIntercomClient* own);
+  void HelloTo(const GXT_RTP_PATH_DESCRIPTOR& source);
   bool OpenSocket();
   static unsigned ThreadProc(void* ears);
   void Run();
