@@ -283,7 +283,7 @@ TEST_F(Commands, DemonstrationIsSeenByTheCamerasAndInTheSummary) {
   EXPECT_EQ(status, 0);
   const Json summary = Json::parse(Text(m_Folder + "/summary.json"))["cameras"];
   ASSERT_EQ(summary.size(), 3u);
-  const size_t commands[] = {5, 1, 1};
+  const size_t commands[] = {5, 6, 1};
   const int counts[] = {0, 2, 1};
   for (size_t i = 0; i < 3; ++i) {
     EXPECT_EQ(summary[i]["commands"].size(), commands[i]) << summary[i]["commands"];
