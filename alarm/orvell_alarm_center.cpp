@@ -17,6 +17,15 @@ constexpr int BUFFER_BYTES = 4096;
 constexpr unsigned WAIT_MS = 500;  // for a datagram, or until the port is tried again
 constexpr unsigned STOP_MS = 5000;
 
+// Of the group, on the interface of that address. A failure is ignored: alarms sent to this machine come
+// anyway.
+void SetMembership(int socket, int option, unsigned address) {
+  ip_mreq group{};
+  inet_pton(AF_INET, COrvellAlarmCenter::GROUP, &group.imr_multiaddr);
+  group.imr_interface.s_addr = address;
+  setsockopt(socket, IPPROTO_IP, option, &group, sizeof group);
+}
+
 }  // namespace
 
 CGXCritical COrvellAlarmCenter::g_LifeLock;
@@ -28,10 +37,8 @@ COrvellAlarmCenter::~COrvellAlarmCenter() {
 
 void COrvellAlarmCenter::RegisterCamera(CAlarmCamera* camera) {
   const CGXLock lock(g_LifeLock);
-  if (g_pInstance == nullptr) {
-    g_pInstance = new COrvellAlarmCenter();
-    g_pInstance->Start();
-  }
+  if (g_pInstance == nullptr) g_pInstance = new COrvellAlarmCenter();
+  g_pInstance->Start();  // also when its thread could not be had before
   g_pInstance->InstanceRegisterCamera(camera);
 }
 
@@ -79,11 +86,18 @@ int COrvellAlarmCenter::CreateSocket() {
   SetIP(0, &own);
   own.sin_port = htons(PORT);
   if (bind(created.Get(), reinterpret_cast<const sockaddr*>(&own), sizeof own) != 0) return -1;
-  ip_mreq group{};
-  inet_pton(AF_INET, GROUP, &group.imr_multiaddr);
-  group.imr_interface.s_addr = GetPrimaryIP();
-  setsockopt(created.Get(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &group, sizeof group);
+  m_dwJoined = GetPrimaryIP();
+  SetMembership(created.Get(), IP_ADD_MEMBERSHIP, m_dwJoined);
   return created.Release();
+}
+
+// A controller may have its address only after its cameras, or get another one.
+void COrvellAlarmCenter::FollowAddress(int socket) {
+  const unsigned address = GetPrimaryIP();
+  if (address == m_dwJoined) return;
+  SetMembership(socket, IP_DROP_MEMBERSHIP, m_dwJoined);
+  SetMembership(socket, IP_ADD_MEMBERSHIP, address);
+  m_dwJoined = address;
 }
 
 void COrvellAlarmCenter::Run() {
@@ -95,6 +109,8 @@ void COrvellAlarmCenter::Run() {
       if (m_bRunning != 0) listener.Reset(CreateSocket());
     } else if (WaitSocketReadState(listener.Get(), WAIT_MS)) {
       Receive(listener.Get(), buffer.get());
+    } else {
+      FollowAddress(listener.Get());
     }
   }
 }

@@ -32,7 +32,8 @@ class COrvellAlarmCenter {
   static unsigned ThreadProc(void* center);
   void Run();
   void Receive(int socket, unsigned char* buffer);
-  static int CreateSocket();  // -1 on failure
+  int CreateSocket();  // -1 on failure
+  void FollowAddress(int socket);
 
   // The last unregistration waits for the listener under the first lock, while the listener takes the second.
   static CGXCritical g_LifeLock;  // creation and end of the instance
@@ -42,5 +43,6 @@ class COrvellAlarmCenter {
   CAlarmCamera* m_Cameras[MAX_CAMERAS] GUARDED_BY(m_RegistryLock) = {};
   int m_iNCameras GUARDED_BY(m_RegistryLock) = 0;
   std::atomic<int> m_bRunning{0};
+  unsigned m_dwJoined = 0;  // interface of the group, network order; listener's thread only
   CGXThread m_Thread;
 };

@@ -48,7 +48,8 @@ unsigned short CVivotek_AudioOut::TakePort() {
   return port;
 }
 
-// A port that is taken leaves the socket at any: the camera and the relay answer to where a packet came from.
+// A port that is taken leaves the socket at any: the camera and the relay answer to where a packet came from,
+// but nothing arrives of a talker who sends to the port that he was told.
 COwnedSocket CVivotek_AudioOut::BindUDP(int port) {
   COwnedSocket opened(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   sockaddr_in any{};
@@ -120,7 +121,7 @@ void CVivotek_AudioOut::OnClientState(CIntercomClient*, ICOM_CLIENT_STATE) {}
 void CVivotek_AudioOut::Start() {
   if (!m_Thread.IsRunning()) m_Transcoder.Open();
   m_dwRunFlags |= RUNNING;
-  m_Thread.Start(ThreadProc, this, 0, "AudioOut");
+  if (m_Thread.Start(ThreadProc, this, 0, "AudioOut") == 0 && !m_Thread.IsRunning()) m_dwRunFlags &= ~RUNNING;
 }
 
 void CVivotek_AudioOut::Stop() {

@@ -162,8 +162,8 @@ class CONVIFCam : public CVideoSystem,
   CGXString PresetName(int index) override;  // empty when there is none
 
   // ---- Queue of procs; any thread. See CProcQueue ----
-  void PushProc(std::unique_ptr<CONVIF_Proc> proc);  // and starts the queue's thread
-  std::unique_ptr<CONVIF_Proc> PullProc() { return m_Queue.Pull(); }
+  void PushProc(std::unique_ptr<CONVIF_Proc> proc);                   // and starts the queue's thread
+  std::unique_ptr<CONVIF_Proc> PullProc() { return m_Queue.Pull(); }  // queue's thread only: null ends it
   void KillProc(int type) { m_Queue.Kill(type); }
   void PushFinishedProc(std::unique_ptr<CONVIF_Proc> proc);
   std::unique_ptr<CONVIF_Proc> PullFinishedProc() { return m_Queue.PullFinished(); }
@@ -212,7 +212,7 @@ class CONVIFCam : public CVideoSystem,
   void CallDeclined(CIntercomClient* client) override;
 
   // ---- For its audio output; any thread ----
-  void MicMute(int mute) override { m_iMicMute = mute; }
+  void MicMute(int mute) override { m_iMicMute = mute; }  // kept for later; the squelch does the muting
   CIntercomClient* OwnIntercomClient() override { return this; }
   CTraceProducer* TraceProducer() override { return this; }
 
@@ -252,7 +252,7 @@ class CONVIFCam : public CVideoSystem,
   CUserConfigRef JPEGSettings() const;
   CUserConfigRef UserConfig(RTSP_PROFILE_TYPE type) const;  // null for any other type
   bool HasEmptyUserSettings() const;
-  void StopWorkers();  // cancels and joins the stream threads, the queue's and the listener's
+  void StopWorkers();  // cancels and joins the threads of streams, sound, queue and listener
 
   // ---- Loading steps (ONVIFCam_load.cpp); connection thread ----
   bool FindONVIF_ServiceURL();
@@ -385,8 +385,9 @@ class CONVIFCam : public CVideoSystem,
   std::unique_ptr<CONVIF_AudioOut> m_pAudioOut GUARDED_BY(m_AudioLock);  // replaced by the main thread only
   std::unique_ptr<CRTSPServer> m_pAudioServer GUARDED_BY(m_AudioLock);   // while somebody listens
   CAudioSquelch m_AudioSquelch GUARDED_BY(m_AudioLock);
+  CGXTimer m_LevelAsked GUARDED_BY(m_AudioLock);        // since the level of what the speaker plays was asked
   bool m_bAudioThread GUARDED_BY(m_AudioLock) = false;  // it has not decided to end
   CGXThread m_AudioThread;                              // started by the main thread
-  std::unique_ptr<COutboundCall> m_pOutboundCall;       // main thread only
   std::atomic<int> m_iMicMute{0};
+  std::unique_ptr<COutboundCall> m_pOutboundCall;  // main thread only
 };

@@ -8,6 +8,7 @@
 #include "rtsp/rtsp.h"
 
 #include <algorithm>
+#include <climits>
 
 namespace {
 
@@ -15,6 +16,7 @@ constexpr int PACKET_BYTES = 2048;
 constexpr int PACKET_TIMEOUT_MS = 5000;
 constexpr unsigned RETRY_MS = 500;
 constexpr int PORTS_OF_LISTENER = 2;
+constexpr unsigned PAUSE_MS = 250;  // without packets
 
 }  // namespace
 
@@ -45,6 +47,7 @@ int CONVIFCam::HandleAudioStreamTargetAttach(CAudioStreamTarget* target, GXT_RTP
 }
 
 bool CONVIFCam::AddListener(CAudioStreamTarget* target, const GXT_RTP_PATH_DESCRIPTOR* path, STREAM_CTX ctx) {
+  target->AudioSourcePort(0);  // of an earlier camera: not ours to free
   if (ctx != STREAM_CTX_DIRECT) return m_pAudioServer->AttachAudioClientSTUN(target, path) != 0;
   const unsigned short base = AllocRTSPPort(PORTS_OF_LISTENER);
   if (base == 0) return false;
@@ -134,15 +137,19 @@ int CONVIFCam::RunAudioRTSP() {
     }
     RelayAudio(packet, length);
   }
-  session.Stop();
-  return 0;  // also in the end: a camera that is asked anew at once refuses
+  session.Stop();  // however it ends: small cameras allow one or two sessions only
+  return 0;        // also in the end: a camera that is asked anew at once refuses
 }
 
 void CONVIFCam::RelayAudio(unsigned char* packet, int length) {
   const CGXLock lock(m_AudioLock);
   std::optional<int> level;
-  if (m_pAudioOut != nullptr && m_pAudioOut->IsRunning())
+  if (m_pAudioOut != nullptr && m_pAudioOut->IsRunning()) {
+    // What was queued while no microphone packet came has been played since.
+    if (m_LevelAsked.GXTickCount() >= PAUSE_MS) m_pAudioOut->PopVolumeSample(INT_MAX);
+    m_LevelAsked.Restart();
     level = m_pAudioOut->PopVolumeSample(std::max(length - RTP_HEADER_BYTES, 0));
+  }
   if (m_AudioSquelch.Update(level)) CAudioSquelch::Silence(packet, length);
   if (m_pAudioServer == nullptr) return;
   for (int i = 0; i < m_pAudioServer->NClients(RTSP_CLIENT_ALL); ++i) {

@@ -65,6 +65,7 @@ int CONVIFCam::BeginReceiveAudioFrom(CIntercomClient* client) {
   }
   auto output = std::make_unique<CVivotek_AudioOut>(this, client);
   output->Start();
+  if (!output->IsRunning()) return 0;
   SetAudioOut(std::move(output));
   return 1;
 }
@@ -115,7 +116,9 @@ int CONVIFCam::InitiateCall(int /*button*/) {
   const int count = server->LoadDefaultCallTargets(this, targets, CIntercomServer::MOST_CALL_TARGETS);
   if (count == 0) return 0;
   m_pOutboundCall = std::make_unique<COutboundCall>(targets, count, this);
-  return server->InitiateCall(this, targets, count, this, CALL_TYPE_TWO_WAY);
+  if (server->InitiateCall(this, targets, count, this, CALL_TYPE_TWO_WAY)) return 1;
+  m_pOutboundCall.reset();  // nobody rings: the next press of the button is a new call
+  return 0;
 }
 
 // The call is put aside first: whoever is told of its end may call back here.

@@ -190,7 +190,7 @@ void CONVIFCam::RequestDVR(CRunState::Epoch since) {
 }
 
 void CONVIFCam::FileThreadOnIdle() {
-  if (m_RunState.Has(STATE_DVR_REQUESTED)) {
+  if (m_RunState.WantsDVRStart()) {
     const CMainThreadLock lock;
     // The user may have changed his mind since the connection thread asked.
     if (lock && m_RunState.TakeDVRRequest() && (DVRFlags() & DVR_FLAG_WANTED) != 0) StartDVR();

@@ -37,8 +37,9 @@ std::span<char> CNotificationListener::Wait(unsigned milliseconds) {
     if (WaitSocketReadState(m_Listen.Get(), milliseconds)) Accept();
     return {};
   }
-  if (WaitSocketReadState(m_Client.Get(), milliseconds)) return Receive();
-  return m_Silence.Left() == 0 ? Close(m_Framer.Received(0)) : std::span<char>();
+  const bool late = m_Limit.Left() == 0;
+  if (!late && WaitSocketReadState(m_Client.Get(), milliseconds)) return Receive();
+  return late || m_Silence.Left() == 0 ? Close(m_Framer.Received(0)) : std::span<char>();
 }
 
 void CNotificationListener::Accept() {
@@ -49,6 +50,7 @@ void CNotificationListener::Accept() {
   }
   m_Framer.Begin();
   m_Silence = CGXDeadline(SILENCE_MS);
+  m_Limit = CGXDeadline(LIMIT_MS);
 }
 
 std::span<char> CNotificationListener::Receive() {

@@ -11,6 +11,7 @@
 class CNotificationListener {
  public:
   static constexpr unsigned SILENCE_MS = 10000;  // a sender that is silent that long counts as gone
+  static constexpr unsigned LIMIT_MS = 60000;    // and so does one that takes longer than a subscription lasts
 
   // On every address of the controller. False when the port is not to be had; 0 never is.
   bool Open(unsigned short port);
@@ -26,5 +27,5 @@ class CNotificationListener {
 
   COwnedSocket m_Listen, m_Client;
   CNotificationFramer m_Framer;
-  CGXDeadline m_Silence{SILENCE_MS};  // of the client
+  CGXDeadline m_Silence{SILENCE_MS}, m_Limit{LIMIT_MS};  // of the client
 };

@@ -38,6 +38,8 @@ void COutboundCall::Cancel(CIntercomClient* caller) {
     CIntercomClient* const receiver = std::exchange(m_pReceivers[static_cast<size_t>(i)], nullptr);
     if (receiver == nullptr || !server->HasClient(receiver)) continue;
     server->CancelCall(caller, receiver);
-    receiver->RegisterIcomState(nullptr);
+    // Not the state of one who talks, or rings for somebody else: this call never reached it.
+    if (receiver->IcomState() == ICOM_CLIENT_RINGING && receiver->IcomPeer() == caller)
+      receiver->RegisterIcomState(nullptr);
   }
 }

@@ -3,6 +3,9 @@
 #include "camera/service_request.h"
 #include "onvif/namespaces.h"
 
+#include <charconv>
+#include <string>
+
 namespace {
 
 constexpr int ZOOM_STEPS = 8;          // from one end of the range to the other
@@ -18,6 +21,12 @@ CServiceRequest MakeRequest(CONVIFCam* camera, const CProfile& profile, const ch
   return request;
 }
 
+// With two places behind a point, also where the host's language writes a comma.
+std::string Decimal(double value) {
+  char text[400];  // the longest double has 309 places before the point
+  return std::string(text, std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, 2).ptr);
+}
+
 }  // namespace
 
 int CCamMoveProc::DoProc(CONVIFCam* camera) {
@@ -26,8 +35,8 @@ int CCamMoveProc::DoProc(CONVIFCam* camera) {
   const bool inPicture = MovesInPicture(*profile);
   const CServiceRequest request = MakeRequest(camera, *profile, inPicture ? "RelativeMove" : "ContinuousMove");
   CGXString vector;
-  vector.Format(R"(<PanTilt x="%.2f" y="%.2f" xmlns="%s"/>)", m_iPan / 100.0, 0.0 - m_iTilt / 100.0,
-                NS_ONVIF_SCHEMA);
+  vector.Format(R"(<PanTilt x="%s" y="%s" xmlns="%s"/>)", Decimal(m_iPan / 100.0).c_str(),
+                Decimal(0.0 - m_iTilt / 100.0).c_str(), NS_ONVIF_SCHEMA);
   request.Body()->AddValue(inPicture ? "Translation" : "Velocity", vector);
   return request.Send() != nullptr;
 }
@@ -41,7 +50,8 @@ int CCamZoomProc::DoProc(CONVIFCam* camera) {
   const double step = range / ZOOM_STEPS;
   const CServiceRequest request = MakeRequest(camera, *profile, "RelativeMove");
   CGXString vector;
-  vector.Format(R"(<Zoom x="%.2f" xmlns="%s"/>)", m_iDirection > 0 ? -step : step, NS_ONVIF_SCHEMA);
+  vector.Format(R"(<Zoom x="%s" xmlns="%s"/>)", Decimal(m_iDirection > 0 ? -step : step).c_str(),
+                NS_ONVIF_SCHEMA);
   request.Body()->AddValue("Translation", vector);
   return request.Send() != nullptr;
 }

@@ -50,11 +50,12 @@ class CRunState {
   }
   void Clear(unsigned bits) { m_dwWord.fetch_and(~bits); }
 
+  bool WantsDVRStart() const { return WantsDVRStart(m_dwWord.load()); }  // requested and not started
   // Turns a requested DVR start into a started one; true for the caller that did so.
   bool TakeDVRRequest() {
     uint32_t word = m_dwWord.load();
     do {
-      if ((word & (STATE_DVR_REQUESTED | STATE_DVR_STARTED)) != STATE_DVR_REQUESTED) return false;
+      if (!WantsDVRStart(word)) return false;
     } while (!m_dwWord.compare_exchange_weak(word, (word & ~STATE_DVR_REQUESTED) | STATE_DVR_STARTED));
     return true;
   }
@@ -62,5 +63,8 @@ class CRunState {
  private:
   static constexpr uint32_t BITS = 0xFFFF;  // the state; above it the count of resets
   static constexpr uint32_t ONE_RESET = 0x10000;
+  static bool WantsDVRStart(uint32_t word) {
+    return (word & (STATE_DVR_REQUESTED | STATE_DVR_STARTED)) == STATE_DVR_REQUESTED;
+  }
   std::atomic<uint32_t> m_dwWord{0};
 };

@@ -82,6 +82,10 @@ CCamera::~CCamera() {
   m_pBook->Follow(m_iID, nullptr);
   DetachViewers();
   m_pVideo->DVRTarget(nullptr);
+  EndRecording();
+}
+
+void CCamera::EndRecording() {
   if (m_pRecorder) m_pRecorder->Stop();
 }
 

@@ -51,7 +51,8 @@ class CCamera {
   int ID() const { return m_iID; }
   CVideoSystem* Video() const { return m_pVideo; }
 
-  void Start();  // the connection thread, unless it runs
+  void Start();         // the connection thread, unless it runs
+  void EndRecording();  // finishes the files; what comes afterwards is neither recorded nor counted
 
   // Attaches what the camera is ready for. Again and again, under the main-thread lock. True when something
   // changed that belongs into the site file.

@@ -219,5 +219,7 @@ bool CController::Run(std::string* error) {
 
 bool CController::WriteSummary(std::string* error) {
   if (m_Options.SummaryFile.empty()) return true;
+  // The summary tells of whole files.
+  for (const auto& camera : m_Running.Cameras) camera->EndRecording();
   return ReplaceFile(m_Options.SummaryFile, SummaryText(Statuses()), SUMMARY_MODE, false, error);
 }

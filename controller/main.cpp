@@ -6,9 +6,13 @@
 #include "controller/password.h"
 #include "controller/stop_signal.h"
 
+#include <sys/random.h>
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
 
 namespace {
 
@@ -41,11 +45,16 @@ void AllowManyDescriptors() {
   setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-}  // namespace
+// The driver draws call identifiers and nonces with rand(); a camera may still know those of the run before.
+void SeedRandom() {
+  unsigned seed = 0;
+  if (getrandom(&seed, sizeof seed, 0) == sizeof seed) srand(seed);
+}
 
-int main(int argc, char** argv) {
+int Main(int argc, char** argv) {
   InstallStopSignals();
   AllowManyDescriptors();
+  SeedRandom();
   COptions options;
   std::string text;
   switch (ParseOptions(argc, argv, &options, &text)) {
@@ -65,4 +74,16 @@ int main(int argc, char** argv) {
   const int code = RunChosen(options);
   CloseLog();
   return code;
+}
+
+}  // namespace
+
+// The libraries throw, above all when there is no memory left.
+int main(int argc, char** argv) {
+  try {
+    return Main(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "controller: %s\n", error.what());
+    return 1;
+  }
 }

@@ -40,8 +40,9 @@ void CRecorder::DeliverFrame(std::unique_ptr<CFrameData> frame) {
   const ESlice slice = h264 ? SliceOf(BytesOf(*frame)) : ESlice::First;
   Entry entry{nullptr, Now(), false};
   const std::lock_guard<std::mutex> lock(m_Lock);
+  if (m_bStop) return;
   if (h264 && slice == ESlice::First) ++m_Status.Delivered;
-  if (m_bStop || !Accept(*frame, slice, &entry.Break)) return;
+  if (!Accept(*frame, slice, &entry.Break)) return;
   entry.Frame = std::move(frame);
   Push(std::move(entry));
 }

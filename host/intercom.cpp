@@ -112,7 +112,7 @@ void CIntercomServer::RemoveClient(CIntercomClient* client) {
   State& state = *m_pState;
   const CGXLock calls(state.CallLock);
   if (!HasClient(client)) return;
-  state.EndTalk(client);
+  while (state.TalkOf(client) != nullptr) state.EndTalk(client);
   state.CancelAll(client);
   while (const CCall* const call = state.CallWith(client)) state.Decline(call->Caller, client);
   state.DropAnswers(client);
@@ -192,7 +192,8 @@ int CIntercomServer::InitiateCall(CIntercomClient* caller, CIntercomClient* cons
                                   CIcomCallDelegate* delegate, CALL_TYPE type) {
   State& state = *m_pState;
   const CGXLock calls(state.CallLock);
-  if (!HasClient(caller) || caller->IcomState() != ICOM_CLIENT_IDLE) return 0;
+  if (!HasClient(caller) || caller->IcomState() != ICOM_CLIENT_IDLE || state.CallOf(caller) != nullptr)
+    return 0;
   CCall call{caller, delegate, type, {}};
   for (int i = 0; i < count; ++i)
     if (targets[i] != caller && HasClient(targets[i]) && call.Find(targets[i]) == nullptr)

@@ -10,6 +10,7 @@
 namespace {
 
 constexpr unsigned HELLO_PERIOD_MS = 250;
+constexpr int MOST_READ_AT_ONCE = 64;  // a flood must not hold up those who share the server
 
 int OpenAudioSocket(unsigned short port) {
   const int opened = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
@@ -52,10 +53,11 @@ void CRTSPClient::ReadSocket() {
   GetPathAddress(&m_Path, &relay);
   unsigned char packet[RTP_HELLO_BYTES + 1];
   sockaddr_in sender{};
-  socklen_t size = sizeof sender;
-  ssize_t length;
-  while ((length = recvfrom(m_iSocket, packet, sizeof packet, MSG_DONTWAIT,
-                            reinterpret_cast<sockaddr*>(&sender), &size)) >= 0) {
+  for (int i = 0; i < MOST_READ_AT_ONCE; ++i) {
+    socklen_t size = sizeof sender;
+    const ssize_t length =
+        recvfrom(m_iSocket, packet, sizeof packet, MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&sender), &size);
+    if (length < 0) return;
     if (IsRTPHello(packet, static_cast<int>(length)) && sender.sin_addr.s_addr == relay.sin_addr.s_addr &&
         sender.sin_port == relay.sin_port)
       m_bReady = true;
