@@ -187,6 +187,11 @@ TEST_F(DoorCall, RingsUntilOneAcceptsOrAllDecline) {
   EXPECT_EQ(c.Cancelled, 2);
   EXPECT_EQ(b.IcomPeer(), door.get());
   EXPECT_EQ(b.Targets, 1);
+  // The button, pressed while they talk, places no call; neither does its end touch theirs.
+  EXPECT_EQ(door->InitiateCall(0), 0);
+  EXPECT_EQ(door->CancelCall(0), 1);
+  EXPECT_EQ(b.IcomState(), ICOM_CLIENT_TALKING);
+  EXPECT_EQ(b.IcomPeer(), door.get());
   EXPECT_EQ(door->BeginReceiveAudioFrom(&a), 0);  // one talker at a time
   EXPECT_EQ(door->SetIcomAudioRXState(&b, 0), 1);
   door.reset();
