@@ -13,7 +13,8 @@ constexpr int CLIP = 32635;  // the largest magnitude that stays within the last
 unsigned char Encode(int sample) {
   const unsigned sign = sample < 0 ? 0x80 : 0;
   const unsigned magnitude = static_cast<unsigned>(std::min(std::abs(sample), CLIP) + BIAS);
-  const unsigned segment = static_cast<unsigned>(std::bit_width(magnitude)) - 8;
+  const unsigned width = std::max(static_cast<unsigned>(std::bit_width(magnitude)), 8U);  // the bias makes it 8
+  const unsigned segment = width - 8;
   const unsigned step = (magnitude >> (segment + 3)) & 0xF;
   return static_cast<unsigned char>(~(sign | (segment << 4) | step));
 }
