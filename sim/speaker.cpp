@@ -1,9 +1,10 @@
 #include "sim/speaker.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <nlohmann/json.hpp>
+#include <string_view>
 
 namespace {
 
@@ -32,12 +33,16 @@ void PutLittle(uint8_t* at, uint32_t value, int bytes) {
   for (int i = 0; i < bytes; ++i) at[i] = static_cast<uint8_t>(value >> (8 * i));
 }
 
+void PutTag(uint8_t* at, std::string_view tag) {
+  std::copy(tag.begin(), tag.end(), at);
+}
+
 void WriteHeader(std::FILE* file, long long samples) {
   uint8_t head[44] = {};
   const uint32_t bytes = static_cast<uint32_t>(samples * 2);
-  std::memcpy(head, "RIFF", 4);
+  PutTag(head, "RIFF");
   PutLittle(head + 4, 36 + bytes, 4);
-  std::memcpy(head + 8, "WAVEfmt ", 8);
+  PutTag(head + 8, "WAVEfmt ");
   PutLittle(head + 16, 16, 4);
   PutLittle(head + 20, 1, 2);  // PCM
   PutLittle(head + 22, 1, 2);  // channel
@@ -45,7 +50,7 @@ void WriteHeader(std::FILE* file, long long samples) {
   PutLittle(head + 28, kRate * 2, 4);
   PutLittle(head + 32, 2, 2);
   PutLittle(head + 34, 16, 2);
-  std::memcpy(head + 36, "data", 4);
+  PutTag(head + 36, "data");
   PutLittle(head + 40, bytes, 4);
   std::fseek(file, 0, SEEK_SET);
   std::fwrite(head, 1, sizeof head, file);
