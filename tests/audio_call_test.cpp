@@ -260,7 +260,7 @@ TEST_F(AudioCall, WaitsForALatePathAndEndsWithItsTalker) {
   EXPECT_FALSE(audio->IsRunning());
   EXPECT_EQ(nullptr, audio->IntercomClient());
   EXPECT_TRUE(Eventually(20, [&] { return m_Traces.Has("AudiOut: RunLoop() finished"); }));
-  EXPECT_EQ(1, camera.Byes);
+  EXPECT_TRUE(Eventually(20, [&] { return camera.Byes == 1; }));
 }
 
 size_t EntriesOf(const char* folder) {
