@@ -61,7 +61,7 @@ TEST(MainLock, ServesInTheOrderOfAskingAndNotWhoWasCancelled) {
       EXPECT_TRUE(lock.HeldByCaller());
       lock.Unlock();
     }));
-    ASSERT_TRUE(Eventually(10, [&] { return lock.Waiting() == i + 1; }));
+    ASSERT_TRUE(Eventually(20, [&] { return lock.Waiting() == i + 1; }));
   }
   (*workers[1])->Cancel();
   (*workers[1])->Join();  // while the lock is held
@@ -158,40 +158,40 @@ class System : public testing::Test {
 };
 
 TEST_F(System, PassGivesTheLockUpBetweenComponents) {
-  static std::vector<std::string>* order;
-  std::vector<std::string> seen;
-  order = &seen;
   struct CIdler : CSystemComponent {
-    explicit CIdler(std::string name, std::function<void()> idle)
-        : CSystemComponent(nullptr), m_Name(std::move(name)), m_Idle(std::move(idle)) {}
+    explicit CIdler(std::function<void()> idle) : CSystemComponent(nullptr), m_Idle(std::move(idle)) {}
     void OnComponentIdle() override {
       EXPECT_TRUE(CSystem::Instance()->HoldsMainThread());
-      order->push_back(m_Name);
       m_Idle();
     }
-    std::string m_Name;
     std::function<void()> m_Idle;
   };
-  std::unique_ptr<CWorker> worker;
-  std::atomic<bool> asking{false};
-  m_System.AddComponent(std::make_unique<CIdler>("first", [&] {
-    worker = std::make_unique<CWorker>([&] {
-      asking = true;
-      CMainThreadLock lock;
-      order->push_back("worker");
-    });
-    ASSERT_TRUE(Eventually(10, [&] { return asking.load(); }));
-    std::this_thread::sleep_for(20ms);  // until it is in the queue; too short would only reorder the last two
-  }));
-  m_System.AddComponent(std::make_unique<CIdler>("second", [] {}));
-  m_System.PostToMainThread([](void* text) { order->push_back(static_cast<const char*>(text)); },
-                            const_cast<char*>("posted"));
-  static char dropped[] = "dropped";
-  m_System.PostToMainThread([](void* text) { order->push_back(static_cast<const char*>(text)); }, dropped);
+  static std::string order;  // written under the lock
+  order.clear();
+  static char posted[] = "posted ", dropped[] = "dropped ";
+  const auto note = [](void* text) { order += static_cast<const char*>(text); };
+  for (char* const text : {posted, dropped}) m_System.PostToMainThread(note, text);
   m_System.DropPosted(dropped);
+  std::unique_ptr<CWorker> worker;
+  const auto add = [this](const std::function<void()>& idle) {
+    m_System.AddComponent(std::make_unique<CIdler>(idle));
+  };
+  add([&] {
+    order += "first ";
+    worker = std::make_unique<CWorker>([] {
+      const CMainThreadLock lock;
+      order += "worker ";
+    });
+  });
+  // The pass goes on until the worker has come to ask for the lock.
+  for (int i = 1; i <= 200; ++i)
+    add([i] {
+      if (order.find("worker") == order.npos) std::this_thread::sleep_for(i * 1ms);
+    });
+  std::string seen;
+  add([&seen] { seen = order; });
   m_System.MainThreadPass();
-  worker.reset();
-  EXPECT_EQ(seen, (std::vector<std::string>{"posted", "first", "worker", "second"}));
+  EXPECT_EQ(seen, "posted first worker ");
 }
 
 TEST_F(System, RemovesAThreadInTheMiddleOfAnyWait) {
@@ -211,7 +211,7 @@ TEST_F(System, RemovesAThreadInTheMiddleOfAnyWait) {
       leaving = self->Leaving();
     });
     component->StartThread("waiting");
-    ASSERT_TRUE(Eventually(10, [&] { return inside.load(); }));
+    ASSERT_TRUE(Eventually(20, [&] { return inside.load(); }));
     const auto begin = Clock::now();
     if (&wait == &waits[2]) component->RequestStop();  // it holds the main lock, which a removal needs first
     EXPECT_TRUE(m_System.RemoveComponent(component->ID()));
@@ -263,12 +263,12 @@ TEST_F(System, RemovesWhileEverybodyUsesTheLists) {
     });
     const int id = component->ID(), idle = m_Log.Idle;
     component->StartThread("busy");
-    EXPECT_TRUE(round % 4 != 0 || Eventually(10, [&] { return m_Log.Idle > idle; }));
+    EXPECT_TRUE(round % 4 != 0 || Eventually(20, [&] { return m_Log.Idle > idle; }));
     EXPECT_TRUE(m_System.RemoveComponent(id));
     EXPECT_EQ(m_Log.Deleted, round + 1);
   }
   Add();
-  EXPECT_TRUE(Eventually(10, [&] { return m_Log.FileIdle > 0; }));
+  EXPECT_TRUE(Eventually(20, [&] { return m_Log.FileIdle > 0; }));
   stop = true;
   main.join();
   finder.join();
@@ -304,7 +304,7 @@ TEST(SinkServer, WhatIsRemovedIsNotBeingCalledAnyMore) {
   CGXSemaphore go;
   sinks[0].Then = [&] { go.WaitSignal(60000); };
   CWorker notifier([&] { server.NotifySinks(1, 2); });
-  ASSERT_TRUE(Eventually(10, [&] { return sinks[0].Calls == 3; }));
+  ASSERT_TRUE(Eventually(20, [&] { return sinks[0].Calls == 3; }));
   std::atomic<int> endedAtRemoval{-1};
   CWorker remover([&] {
     server.RemoveNotifySink(&sinks[0]);
