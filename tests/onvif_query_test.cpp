@@ -12,7 +12,8 @@
 
 namespace {
 
-constexpr int TIMEOUT_MS = 5000;
+constexpr int TIMEOUT_MS = 30000;
+constexpr int IN_VAIN_MS = 700;  // where the wait is for nothing
 const std::string HEAD =
     "<s:Envelope xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\" "
     "xmlns:a=\"http://schemas.xmlsoap.org/ws/2004/08/addressing\">";
@@ -68,11 +69,9 @@ TEST(Query, TakesAnyXmlForAnAnswer) {
       {"HTTP/1.1 200 OK\r\nContent-Length: 12", nullptr},
       {"", nullptr}};
   for (const auto& c : cases) {
-    // One answer, then the end of the connection.
-    bool answered = false;
-    CScriptedServer server([&](const std::string&) { return std::exchange(answered, true) ? "" : c.Answer; });
-    const CGXString url = URL(server);
-    std::unique_ptr<CONVIFMsg> answer(CONVIF::DoQuery_HTTP(url, "GetProfiles", NS_ONVIF_MEDIA, 700));
+    CScriptedServer server([&](const std::string&) { return c.Answer; });
+    const std::unique_ptr<CONVIFMsg> answer(CONVIF::DoQuery_HTTP(URL(server), "GetProfiles", NS_ONVIF_MEDIA,
+                                                                 c.Name != nullptr ? TIMEOUT_MS : IN_VAIN_MS));
     EXPECT_EQ(answer != nullptr, c.Name != nullptr) << c.Answer;
     EXPECT_TRUE(answer == nullptr || answer->FindSubMSG(c.Name) != nullptr) << c.Answer;
   }
@@ -127,7 +126,7 @@ TEST(Query, LogsInWithTheCamerasClock) {
   const std::string request = Content(server.Requests()[1]);
   EXPECT_TRUE(request.starts_with(HEAD + "<s:Header><Security ")) << request;
   EXPECT_NE(request.find("<Username>admin</Username>"), std::string::npos);
-  EXPECT_TRUE(std::regex_search(request, std::regex(">2031-01-02T23:59:[01][0-9]\\.000Z</Created>")))
+  EXPECT_TRUE(std::regex_search(request, std::regex(">2031-01-02T23:59:[0-5][0-9]\\.000Z</Created>")))
       << request;
   EXPECT_TRUE(
       request.ends_with("</s:Header>" + BODY +
