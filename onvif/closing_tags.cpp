@@ -57,7 +57,7 @@ uint64_t CClosingTagIndex::Hash(std::string_view name) const {
 // The slot of the hash, or the free one where it belongs.
 size_t CClosingTagIndex::SlotOf(uint64_t hash) const {
   const size_t mask = m_Slots.size() - 1;
-  size_t i = hash & mask;
+  size_t i = static_cast<size_t>(hash) & mask;
   while (m_Slots[i].Count != 0 && m_Slots[i].Hash != hash) i = (i + 1) & mask;
   return i;
 }
@@ -76,7 +76,7 @@ void CClosingTagIndex::Group() {
     first += slot.Count;
   }
   std::vector<Tag> grouped(m_Tags.size());
-  for (const Tag& tag : m_Tags) grouped[m_Slots[tag.Hash].First++] = tag;
+  for (const Tag& tag : m_Tags) grouped[m_Slots[static_cast<size_t>(tag.Hash)].First++] = tag;
   for (Slot& slot : m_Slots) slot.First -= slot.Count;
   m_Tags = std::move(grouped);
 }

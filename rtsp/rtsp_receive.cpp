@@ -128,7 +128,8 @@ int CRTSP::Fill(unsigned timeoutMs) {
 
 void CRTSP::SetReceiveTimeout(unsigned milliseconds) {
   if (milliseconds == m_dwReceiveTimeout || milliseconds == 0) return;
-  const timeval time{milliseconds / 1000, milliseconds % 1000 * 1000};
+  const timeval time{static_cast<time_t>(milliseconds / 1000),
+                     static_cast<suseconds_t>(milliseconds % 1000 * 1000)};
   setsockopt(m_Control.Get(), SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time);
   m_dwReceiveTimeout = milliseconds;
 }
