@@ -29,7 +29,6 @@
 
 #include <atomic>
 #include <memory>
-#include <optional>
 #include <span>
 #include <vector>
 
@@ -360,7 +359,8 @@ class CONVIFCam : public CVideoSystem,
 
   // Streams: threads started by the connection thread; mask and flags are read by them for every packet.
   CGXThread m_StreamThreads[STREAMS];
-  std::optional<CGXTimer> m_LastStreamStarts[STREAMS];  // connection thread only
+  CGXTimer m_StreamStarts[STREAMS];  // since the last start; connection thread only
+  std::atomic<bool> m_bStreamFailed[STREAMS] = {};
   CGXCritical m_DVRLock;  // for writing m_bDVRActive: connection, file and main thread
   std::atomic<bool> m_bDVRActive{false};
   std::atomic<int> m_iMotionLevel{-1};  // see MotionLevel(); listener's thread and alarms

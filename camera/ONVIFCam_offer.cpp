@@ -204,9 +204,10 @@ int CONVIFCam::DVREncodeProfile(CRTSPProfile* rtsp) {
 
 void CONVIFCam::StartDVR() {
   const CMainThreadLock main;
-  if (!main || !m_RunState.Has(STATE_PROFILES)) return;
+  const int type = DVREncodeType();  // -1: not loaded
+  if (!main || type < 0) return;
   CVideoSink* const sink = DVRSink();
-  if (DVREncodeType() == FRAME_KIND_H264) {
+  if (type == FRAME_KIND_H264) {
     if (FindSink(sink)) {
       RemoveVideoSink(sink, 1);
       SinkRemoved(sink);

@@ -13,7 +13,7 @@ namespace {
 constexpr int PACKET_BYTES = 2048;
 constexpr int PACKET_TIMEOUT_MS = 5000;
 constexpr unsigned NAL_TIMEOUT_MS = 5000;
-constexpr unsigned STREAM_RESTART_MS = 1000;  // least time between two starts of a stream
+constexpr unsigned STREAM_RESTART_MS = 1000;  // least time between two starts of a stream that failed
 constexpr int NAL_BYTES = 128000;             // one NAL unit with its start code
 
 }  // namespace
@@ -29,16 +29,18 @@ void CONVIFCam::StartStreams() {
   const unsigned mask = m_dwResMask | (m_bDVRActive ? 1U << JPEG_STREAMS : 0U);
   for (int i = 0; i < STREAMS; ++i) {
     if ((mask & (1U << i)) == 0 || m_StreamThreads[i].IsRunning()) continue;
-    std::optional<CGXTimer>& last = m_LastStreamStarts[i];
-    if (last && last->GXTickCount() < STREAM_RESTART_MS) continue;
-    last.emplace();
+    if (m_bStreamFailed[i] && m_StreamStarts[i].GXTickCount() < STREAM_RESTART_MS) continue;
+    m_bStreamFailed[i] = false;
+    m_StreamStarts[i].Restart();
     m_StreamThreads[i].Start(THREADS[i].Entry, this, 0, Name() + THREADS[i].Suffix);
   }
 }
 
 unsigned CONVIFCam::RunStream(void* camera, int stream) {
   auto* const self = static_cast<CONVIFCam*>(camera);
-  if (!(stream < JPEG_STREAMS ? self->RunJPEGMode(stream) : self->RunH264DVR())) self->SetErrorState();
+  if (stream < JPEG_STREAMS ? self->RunJPEGMode(stream) : self->RunH264DVR()) return 0;
+  self->m_bStreamFailed[stream] = true;
+  self->SetErrorState();
   return 0;
 }
 

@@ -35,6 +35,15 @@ void Signal(int event) {
   [[maybe_unused]] const ssize_t written = write(event, &one, sizeof one);
 }
 
+// A long name loses the end of its first part: what tells the threads of one owner apart ("Gate:Proc0") stays.
+void SetName(char (&to)[THREAD_NAME_BYTES], std::string_view name) {
+  constexpr size_t ROOM = THREAD_NAME_BYTES - 1;
+  const std::string_view role = name.substr(std::min(name.rfind(':'), name.size()));
+  const size_t length = name.copy(to, role.size() < ROOM && name.size() > ROOM ? ROOM - role.size() : ROOM);
+  const size_t more = name.size() > length ? role.copy(to + length, ROOM - length) : 0;
+  to[length + more] = '\0';
+}
+
 bool TakeSignal(int event) {
   uint64_t count = 0;
   return read(event, &count, sizeof count) == sizeof count;
@@ -153,9 +162,7 @@ int CGXThread::Start(Entry entry, void* argument, unsigned stackSize, const char
   state.Reap();
   state.Body = entry;
   state.Argument = argument;
-  const std::string_view text = name != nullptr ? name : "";
-  const size_t length = text.copy(state.Name, THREAD_NAME_BYTES - 1);
-  state.Name[length] = '\0';
+  SetName(state.Name, name != nullptr ? name : "");
   const size_t wanted = std::max(stackSize != 0 ? size_t{stackSize} : DEFAULT_STACK_BYTES, MINIMUM_STACK_BYTES);
   return state.Create((wanted + STACK_GRANULARITY - 1) / STACK_GRANULARITY * STACK_GRANULARITY);
 }

@@ -65,7 +65,7 @@ class CGXThread {
 
   // Starts `entry(argument)`; a finished earlier run is joined first. Refuses (0) while running, after Cancel,
   // or when the system has no thread to give. `stackSize` in bytes, 0 = the host's default; `name` is cut to
-  // what the system shows.
+  // what the system shows; what follows its last ':' stays.
   int Start(Entry entry, void* argument, unsigned stackSize, const char* name);
 
   bool IsRunning() const;                    // from Start until the entry has returned

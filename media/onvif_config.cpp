@@ -71,8 +71,9 @@ void CONVIFUserConfig::DeleteSettings(CONVIFUserSettings* entry) {
 
 void CONVIFUserConfig::WriteTo(CGXMSG* msg) const {
   msg->PutString(m_DefaultProfile);
-  msg->PutInt(NSettings());
-  for (const CONVIFUserSettings* entry = Settings(); entry != nullptr; entry = entry->Next())
+  int left = NSettings();  // an entry may be added meanwhile
+  msg->PutInt(left);
+  for (const CONVIFUserSettings* entry = Settings(); left > 0; --left, entry = entry->Next())
     entry->WriteTo(msg);
 }
 
@@ -88,8 +89,9 @@ void CONVIFUserConfig::ReadFrom(CGXMSG* msg) {
 }
 
 bool CONVIFUserConfig::Write(CGXFile* file, int version) const {
-  if (!file->WriteString(m_DefaultProfile) || !file->WriteInt(NSettings())) return false;
-  for (const CONVIFUserSettings* entry = Settings(); entry != nullptr; entry = entry->Next())
+  int left = NSettings();  // as above
+  if (!file->WriteString(m_DefaultProfile) || !file->WriteInt(left)) return false;
+  for (const CONVIFUserSettings* entry = Settings(); left > 0; --left, entry = entry->Next())
     if (!entry->Write(file, version)) return false;
   return true;
 }

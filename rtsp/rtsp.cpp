@@ -77,7 +77,7 @@ int CRTSP::Connected() const {
 int CRTSP::Init(CRTSPProfile* profile) {
   if (m_iRelaySocket != -1) return 1;
   m_URL = profile->ControlURL();
-  return m_Transport == RTP_TRANSPORT_TCP ? 1 : OpenPortPair();
+  return m_Transport == RTP_TRANSPORT_UDP ? OpenPortPair() : 1;
 }
 
 int CRTSP::OpenPortPair() {

@@ -78,7 +78,7 @@ int CRTSP::WaitInterleaved(unsigned char* buffer, int size, unsigned timeoutMs) 
 
   const CGXTimer overall;
   CGXTimer resync;
-  while (Fill(m_Framer.IsEmpty() ? timeoutMs : std::max(timeoutMs, NEXT_BYTES_MS))) {
+  while (Fill(m_Framer.IsEmpty() || !m_Framer.InStep() ? timeoutMs : std::max(timeoutMs, NEXT_BYTES_MS))) {
     const bool wasInStep = m_Framer.InStep();
     length = NextFrame(buffer, size);
     if (length >= 0) return length;
