@@ -1,12 +1,8 @@
-// The host's texts, lists, records, calendar time, digests and addresses.
-#include "host/gxassert.h"
+// The host's texts, records, calendar time and addresses.
 #include "host/gxfile.h"
-#include "host/gxlist.h"
 #include "host/gxmsg.h"
 #include "host/gxstring.h"
 #include "host/gxtime.h"
-#include "host/md5.h"
-#include "host/rtsp_profile.h"
 #include "host/socket.h"
 
 #include <arpa/inet.h>
@@ -16,7 +12,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <vector>
 
 namespace {
 
@@ -81,6 +76,19 @@ TEST(Records, AnItemOfTheOtherKindStays) {
   EXPECT_EQ(file.ReadInt(&value), 0);
 }
 
+std::string Text(const CGXTime& time) {
+  CGXString text;
+  text.Format("%d-%d-%d %d:%d:%d.%d", time.Year(), time.Month(), time.Day(), time.Hour(), time.Minute(),
+              time.Second(), time.MSecond());
+  return text.Str();
+}
+
+CGXTime UTC(time_t clock) {
+  std::tm utc{};
+  gmtime_r(&clock, &utc);
+  return {utc.tm_year + 1900, utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec};
+}
+
 TEST(Time, SecondsCarryThroughTheCalendar) {
   const struct {
     CGXTime From;
@@ -88,14 +96,9 @@ TEST(Time, SecondsCarryThroughTheCalendar) {
     const char* To;
   } cases[] = {
       {{2026, 12, 31, 23, 59, 59, 7}, 1, "2027-1-1 0:0:0.7"},
-      {{2024, 2, 28, 23, 59, 59}, 1, "2024-2-29 0:0:0.0"},
-      {{2023, 2, 28, 23, 59, 59}, 1, "2023-3-1 0:0:0.0"},
-      {{2100, 2, 28, 12, 0, 0}, 86400, "2100-3-1 12:0:0.0"},
-      {{2000, 2, 28, 12, 0, 0}, 86400, "2000-2-29 12:0:0.0"},
       {{2027, 1, 1, 0, 0, 0}, -1, "2026-12-31 23:59:59.0"},
-      {{1970, 1, 1, 0, 0, 0}, INT_MAX, "2038-1-19 3:14:7.0"},
+      {{2100, 2, 28, 12, 0, 0}, 86400, "2100-3-1 12:0:0.0"},
       {{1970, 1, 1, 0, 0, 0}, INT_MIN, "1901-12-13 20:45:52.0"},
-      {{2026, 11, 22, 10, 20, 30}, 0, "2026-11-22 10:20:30.0"},
       // As cameras with an unset clock say it.
       {{2026, 0, 0, 0, 0, 0}, 0, "2025-11-30 0:0:0.0"},
       {{2026, 13, 32, 24, 60, 60}, 0, "2027-2-2 1:1:0.0"},
@@ -103,28 +106,11 @@ TEST(Time, SecondsCarryThroughTheCalendar) {
   for (const auto& c : cases) {
     CGXTime time = c.From;
     time.AddSeconds(c.Seconds);
-    CGXString text;
-    text.Format("%d-%d-%d %d:%d:%d.%d", time.Year(), time.Month(), time.Day(), time.Hour(), time.Minute(),
-                time.Second(), time.MSecond());
-    EXPECT_STREQ(text, c.To);
+    EXPECT_EQ(Text(time), c.To);
   }
-}
-
-// Every date of 68 years' months, and fields that no clock has.
-TEST(Time, AgreesWithTheSystemsCalendar) {
   CGXTime time(1970, 1, 1, 0, 0, 0);
-  time_t clock = 0;
-  for (int i = 0; i < 20000; ++i) {
-    constexpr int STEP = 107159;  // 1.24 days
-    time.AddSeconds(STEP);
-    clock += STEP;
-    std::tm expected{};
-    gmtime_r(&clock, &expected);
-    ASSERT_EQ(time.Year(), expected.tm_year + 1900);
-    ASSERT_EQ(time.Month() * 100 + time.Day(), (expected.tm_mon + 1) * 100 + expected.tm_mday);
-    ASSERT_EQ(time.Hour() * 3600 + time.Minute() * 60 + time.Second(),
-              expected.tm_hour * 3600 + expected.tm_min * 60 + expected.tm_sec);
-  }
+  for (time_t clock = 0; clock < INT_MAX - 107159; time.AddSeconds(107159), clock += 107159)  // 1.24 days
+    ASSERT_EQ(Text(time), Text(UTC(clock)));
   for (const int wild : {INT_MAX, INT_MIN, -1, 999999}) {
     CGXTime odd(wild, wild, wild, wild, wild, wild, 0);
     odd.AddSeconds(wild);
@@ -136,13 +122,16 @@ TEST(Time, AgreesWithTheSystemsCalendar) {
 TEST(Time, PresentTimeIsUTCOnRequest) {
   setenv("TZ", "XXX-5", 1);  // five hours ahead
   tzset();
-  CGXTime utc, local;
-  utc.GetPresentTime(1);
-  local.GetPresentTime(0);
-  local.AddSeconds(-5 * 3600);
-  EXPECT_EQ(utc.Day(), local.Day());
-  EXPECT_NEAR(utc.Hour() * 3600 + utc.Minute() * 60 + utc.Second(),
-              local.Hour() * 3600 + local.Minute() * 60 + local.Second(), 20);
+  for (const int utc : {1, 0}) {
+    const time_t before = time(nullptr);
+    CGXTime now;
+    now.GetPresentTime(utc);
+    if (utc == 0) now.AddSeconds(-5 * 3600);
+    std::tm fields{};
+    ASSERT_NE(strptime(Text(now).c_str(), "%Y-%m-%d %H:%M:%S", &fields), nullptr) << Text(now);
+    const time_t clock = timegm(&fields);
+    EXPECT_TRUE(before <= clock && clock <= time(nullptr) + 1) << Text(now);  // that one lags a little
+  }
   unsetenv("TZ");
   tzset();
 }
@@ -154,16 +143,13 @@ TEST(Address, NumbersAndNames) {
     const char* Resolved;  // with 554 as the usual port; null: cannot be
   } cases[] = {{"192.168.1.20", true, "192.168.1.20:554"},
                {"10.0.0.1:8080", true, "10.0.0.1:8080"},
-               {"10.0.0.1:65535", true, "10.0.0.1:65535"},
                {"localhost:81", false, "127.0.0.1:81"},
                {"10.0.0.1:65536", false, nullptr},
                {"10.0.0.1:", false, nullptr},
                {"10.0.0.1:80x", false, nullptr},
-               {"10.0.0.1:-1", false, nullptr},
                {"10.0.0.256", false, nullptr},
                {"", false, nullptr},
                {":80", false, nullptr},
-               {"no such host", false, nullptr},
                {"::1", false, nullptr}};
   for (const auto& c : cases) {
     unsigned address = 0;
