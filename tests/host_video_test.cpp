@@ -1,6 +1,5 @@
 // What the host does for every camera: sinks, frames, recording, the stored base record.
 #include "host/frame_pool.h"
-#include "host/gxassert.h"
 #include "host/rate_window.h"
 #include "host/system.h"
 #include "host/video.h"
@@ -179,18 +178,14 @@ TEST(Video, MotionAndRate) {
 }
 
 TEST(Video, HttpAnswerBecomesAPicture) {
-  const std::pair<std::string, std::vector<std::string>> cases[] = {
-      {"HTTP/1.1 200 OK\r\n\r\n\xff\xd8picture", {"\xff\xd8picture"}},
-      {"HTTP/1.1 404 Not Found\r\n\r\n\xff", {}},
-      {"", {}}};
-  for (const auto& [page, expected] : cases) {
-    CFakeCamera camera;
-    CViewer viewer;
-    camera.AddVideoSink(&viewer);
+  CFakeCamera camera;
+  CViewer viewer;
+  camera.AddVideoSink(&viewer);
+  for (const std::string page :
+       {"HTTP/1.1 404 Not Found\r\n\r\n\xff", "", "HTTP/1.1 200 OK\r\n\r\n\xff\xd8picture"})
     camera.ProcessVideoChunk(page.data(), static_cast<int>(page.size()), -1, -1);
-    camera.Deliver();
-    EXPECT_EQ(viewer.Seen, expected);
-  }
+  camera.Deliver();
+  EXPECT_EQ(viewer.Seen, std::vector<std::string>{"\xff\xd8picture"});
 }
 
 TEST(Video, DeadOnlyWhileSomebodyWatches) {
