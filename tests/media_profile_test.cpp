@@ -17,34 +17,15 @@ std::string VideoOf(const std::string& encoding, int width, int height) {
          std::to_string(height) + "</tt:Height></tt:Resolution></tt:VideoEncoderConfiguration>";
 }
 
-// A profile with the stream URI of that camera.
-std::unique_ptr<CProfile> StreamingProfile(const CFakeCamera& camera) {
-  auto profile = std::make_unique<CProfile>(ProfileElement(VideoOf("H264", 640, 480)).get());
-  CScriptedServer media([&](const std::string&) {
-    return HTTPAnswer("<e><trt:GetStreamUriResponse><trt:MediaUri><tt:Uri>" + camera.StreamURL().Str() +
-                      "</tt:Uri></trt:MediaUri> </trt:GetStreamUriResponse></e>");
-  });
-  CFakeCamera asked(media.Port());
-  EXPECT_TRUE(profile->LoadStreamUri(&asked));
-  return profile;
-}
-
-std::string RTSPScript(const std::string& request, const std::string& sdp) {
-  if (request.starts_with("DESCRIBE")) return DescribeAnswer(sdp);
-  return "RTSP/1.0 200 OK\r\nCSeq: 1\r\n\r\n";
-}
-
 void ExpectParts(const std::string& text, const std::vector<std::string>& parts) {
   for (const std::string& part : parts)
     EXPECT_NE(text.find(part), std::string::npos) << part << "\nin\n" << text;
 }
 
 TEST(MediaProfile, ReadsTheAnswerOfACamera) {
-  const auto answer = ParseDataFile("kestrel_profiles.xml");
+  const auto answer = ParseXML(DataFile("kestrel_profiles.xml"));
   CProfileConfig profiles;
-  for (CONVIFMsg* child = answer->FindResponseMSG("GetProfiles")->Messages(); child != nullptr;
-       child = child->Next())
-    profiles.AddProfile(child);
+  ForEachChild(answer->FindResponseMSG("GetProfiles"), [&](CONVIFMsg* child) { profiles.AddProfile(child); });
   EXPECT_EQ(DumpMessage(profiles),
             "2|MainStream|Profile_1|H264|4|50|1|25|4096|1920|1080|1|SubStream|Profile_2|JPEG|70|0|2|12|2048|"
             "640|480|4");
@@ -150,8 +131,7 @@ TEST(MediaProfile, AsksForTheStreamURI) {
 }
 
 TEST(MediaProfile, AsksForPresets) {
-  std::ifstream file(TEST_DATA_DIR "/minicam_presets.xml");
-  std::string body{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  std::string body = DataFile("minicam_presets.xml");
   CScriptedServer server([&](const std::string&) { return body.empty() ? body : HTTPAnswer(body); });
   CFakeCamera camera(server.Port());
   camera.m_bLogin = false;
@@ -187,54 +167,58 @@ TEST(MediaProfile, DescribesItsStreamOnce) {
       "m=audio 0 RTP/AVP 8\r\na=control:a\r\nm=video 0 RTP/AVP 98\r\n"
       "a=fmtp:98 sprop-parameter-sets=QUJD\r\na=control:v\r\n";
   while (sdp.size() < 4000) sdp += "a=filler:0123456789012345678901234567890123456789\r\n";
-  CProfile* reloaded = nullptr;
-  std::atomic<bool> refuse = false;
+  CProfile profile(ProfileElement(VideoOf("H264", 640, 480) +
+                                  "<AudioEncoderConfiguration token=\"A\"><Encoding>G711</Encoding>"
+                                  "<SampleRate>16000</SampleRate></AudioEncoderConfiguration>")
+                       .get());
+  std::atomic<bool> reload = false, refuse = false;
   CScriptedServer server([&](const std::string& request) {
+    if (request.starts_with("POST"))
+      return HTTPAnswer("<e><GetStreamUriResponse><MediaUri><Uri>" +
+                        CFakeCamera(server.Port()).StreamURL().Str() +
+                        "</Uri></MediaUri> </GetStreamUriResponse></e>");
     const bool describe = request.find("Accept: application/sdp") != request.npos;
-    if (describe && reloaded != nullptr) reloaded->ReloadFrom(ProfileElement("<Name>new</Name>").get());
-    return refuse && describe ? std::string() : RTSPScript(request, sdp);
+    if (describe && reload) profile.ReloadFrom(ProfileElement("<Name>new</Name>").get());
+    if (describe && refuse) return std::string();
+    return request.starts_with("DESCRIBE") ? DescribeAnswer(sdp) : "RTSP/1.0 200 OK\r\nCSeq: 1\r\n\r\n";
   });
   CFakeCamera camera(server.Port());
-  const auto profile = StreamingProfile(camera);
-  const auto audio =
-      "<AudioEncoderConfiguration token=\"A\"><Encoding>G711</Encoding><SampleRate>16000</SampleRate>"
-      "</AudioEncoderConfiguration>";
-  EXPECT_TRUE(profile->ReloadFrom(ProfileElement(VideoOf("H264", 640, 480) + audio).get()));
-  ASSERT_TRUE(profile->LoadRTSPConfig(&camera));
-  EXPECT_EQ(profile->State(), 0);  // the caller's to set
+  ASSERT_TRUE(profile.LoadStreamUri(&camera));
+  ASSERT_TRUE(profile.LoadRTSPConfig(&camera));
+  EXPECT_EQ(profile.State(), 0);  // the caller's to set
   ExpectParts(server.Requests().back(),
               {"DESCRIBE " + camera.StreamURL().Str() + " RTSP/1.0\r\n", "\r\nAccept: application/sdp\r\n"});
 
   CRTSPProfile video, sound;
-  profile->ConfigureVideo(&video);
+  profile.ConfigureVideo(&video);
   EXPECT_EQ(video.URL(), camera.StreamURL());
   EXPECT_EQ(video.ControlURL(), camera.StreamURL() + "/v");
   EXPECT_EQ(video.FormatTag(), 98);
   EXPECT_EQ(video.NStartupData(), 6);
   EXPECT_EQ(video.Resolution().Width, 640);
-  profile->ConfigureAudio(&sound);
+  profile.ConfigureAudio(&sound);
   EXPECT_EQ(sound.ControlURL(), camera.StreamURL() + "/a");
   EXPECT_EQ(sound.FormatTag(), 8);
   EXPECT_EQ(sound.Bitrate(), 16000);
 
-  EXPECT_TRUE(profile->EnsureRTSPConfig(&camera));
-  EXPECT_EQ(profile->State(), CProfile::STATE_DESCRIBED);
+  EXPECT_TRUE(profile.EnsureRTSPConfig(&camera));
+  EXPECT_EQ(profile.State(), CProfile::STATE_DESCRIBED);
   const size_t requests = server.Requests().size();
-  EXPECT_TRUE(profile->EnsureRTSPConfig(&camera));
+  EXPECT_TRUE(profile.EnsureRTSPConfig(&camera));
   EXPECT_EQ(server.Requests().size(), requests);  // described: nothing is asked
 
-  profile->State(0);
-  reloaded = profile.get();  // a reload meanwhile leaves it to be done again
-  EXPECT_TRUE(profile->EnsureRTSPConfig(&camera));
-  EXPECT_EQ(profile->State(), 0);
+  profile.State(0);
+  reload = true;  // a reload meanwhile leaves it to be done again
+  EXPECT_TRUE(profile.EnsureRTSPConfig(&camera));
+  EXPECT_EQ(profile.State(), 0);
 
   refuse = true;  // a failure changes nothing
-  EXPECT_FALSE(profile->EnsureRTSPConfig(&camera));
-  EXPECT_EQ(profile->ControlURLVideo(), camera.StreamURL() + "/v");
-  EXPECT_EQ(profile->State(), 0);
-  profile->RemoveAll();
-  EXPECT_EQ(profile->NStartupData(), 0);
-  EXPECT_EQ(profile->ControlURLVideo(), camera.StreamURL() + "/v");
+  EXPECT_FALSE(profile.EnsureRTSPConfig(&camera));
+  EXPECT_EQ(profile.ControlURLVideo(), camera.StreamURL() + "/v");
+  EXPECT_EQ(profile.State(), 0);
+  profile.RemoveAll();
+  EXPECT_EQ(profile.NStartupData(), 0);
+  EXPECT_EQ(profile.ControlURLVideo(), camera.StreamURL() + "/v");
 }
 
 TEST(MediaProfile, ReadersRunBesideReloads) {

@@ -11,10 +11,10 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <memory>
 #include <string>
-#include <vector>
 
 inline std::unique_ptr<CONVIFMsg> ParseXML(std::string text) {
   std::unique_ptr<CONVIFMsg> root(CONVIFMsg::CreateMSG(text.data(), static_cast<int>(text.size())));
@@ -22,13 +22,37 @@ inline std::unique_ptr<CONVIFMsg> ParseXML(std::string text) {
   return root;
 }
 
-inline std::unique_ptr<CONVIFMsg> ParseDataFile(const std::string& name) {
+inline std::string DataFile(const std::string& name) {
   std::ifstream file(std::string(TEST_DATA_DIR "/") + name);
   EXPECT_TRUE(file) << name;
-  return ParseXML({std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()});
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-// Items as "text|1|2".
+inline void ForEachChild(CONVIFMsg* parent, const std::function<void(CONVIFMsg*)>& use) {
+  for (CONVIFMsg* child = parent->Messages(); child != nullptr; child = child->Next()) use(child);
+}
+
+// Items from "text|1|2": numbers are those words that begin with a digit.
+inline CGXItems Items(const std::string& text) {
+  CGXItems items;
+  for (size_t start = 0; start <= text.size();) {
+    const size_t end = std::min(text.find('|', start), text.size());
+    const std::string word = text.substr(start, end - start);
+    if (!word.empty() && isdigit(word[0]))
+      items.Append(std::stoi(word));
+    else
+      items.Append(word);
+    start = end + 1;
+  }
+  return items;
+}
+
+template <class T>
+void ReadMessage(T* record, const std::string& text) {
+  CGXMSG msg(Items(text));
+  record->ReadFrom(&msg);
+}
+
 inline std::string Dump(const CGXItems& items) {
   std::string text;
   for (const GXT_ITEM& item : items.Items()) {
