@@ -1,10 +1,9 @@
 // The XML tree: read, searched, built and written.
-#include "onvif/namespaces.h"
+#include "host/gxthread.h"
 #include "onvif/onvif.h"
 #include "tests/support/xml_reference.h"
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <algorithm>
 #include <iterator>
@@ -37,15 +36,6 @@ std::string Show(const CONVIFMsg& node) {
   return text + ")";
 }
 
-class CNotingNode : public CONVIFMsg {
- public:
-  CNotingNode(const char* name, std::string* order) : CONVIFMsg(name), m_pOrder(order) {}
-  ~CNotingNode() override { *m_pOrder += Name().Str(); }
-
- private:
-  std::string* const m_pOrder;
-};
-
 TEST(XmlTree, ReadsWhatCamerasSend) {
   const struct {
     const char *Text, *Tree;
@@ -54,14 +44,12 @@ TEST(XmlTree, ReadsWhatCamerasSend) {
       {"<?xml version=\"1.0\"?>\r\n<r>\r\n<a>1</a>\r\n<b>2\r\n3</b>\r\n</r>\r\n", "r(a{1} b{23})"},
       {"<t:r xmlns:t=\"u:x y\"><a token=\"P 1\" fixed=\"true\">  a b  </a></t:r>",
        "t:r[xmlns:t=\"u:x y\"](a[token=\"P 1\"|fixed=\"true\"]{a b  })"},
-      {"<r><a></a><b  x=\"1\"   y=\"2\" ></b ></r>", "r(a b[x=\"1\"|y=\"2\"])"},
       // Self-closing elements keep the slash and swallow the tag behind them.
       {"<r><p><tt:A/><tt:B>2</tt:B></p><q>3</q></r>", "r(p{2}(tt:A/) q{3})"},
       {"<r><p><R w=\"640\"/></p><q><i n=\"1\" /></q></r>", "r(p(R[w=\"640\"/]) q(i[n=\"1\"|/]))"},
       // The first closing tag of a name counts; the one with a blank only when there is no other.
       {"<r><a>1<a>2</a>3</a>4 </r>", "r{3}(a{1}(a{2}))"},
       {"<r><a>1</a ><a>2</a></r>", "r(a{1})"},
-      {"<r><a>1</a ><b>2</b\t></r>", "r(a{1})"},
       // What is never closed ends its parent, no more.
       {"<r><p><x>1<y>2</y></p><q>3</q></r>", "r(p q{3})"},
       {"<r><a>1</a><!-- note --><b>2</b></r>", "r(a{1})"},
@@ -71,12 +59,8 @@ TEST(XmlTree, ReadsWhatCamerasSend) {
       // The character in front of the root's closing tag is not read.
       {"<r>12</r>", "r{1}"},
       {"<r><a/></r>", "r"},
-      {"< >x<a></a></ >", " {x}(a)"},
       {"no element", "null"},
-      {"<r>", "null"},
       {"<r/>", "null"},
-      {"<?xml version <r></r", "null"},
-      {"", "null"},
   };
   for (const auto& c : cases) {
     std::string text = c.Text;
@@ -178,85 +162,58 @@ TEST(XmlTree, ReadsAttributesByTheirExactName) {
 // ---- Building and writing ----
 
 TEST(XmlTree, WritesWhatWasBuilt) {
-  CONVIFEnvelope envelope;
-  CONVIFMsg* const body = envelope.AddBody();
-  body->AddMSGVer10_Media("GetProfiles");
-  const std::string head =
-      "<s:Envelope xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\" "
-      "xmlns:a=\"http://schemas.xmlsoap.org/ws/2004/08/addressing\"><s:Body "
-      "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\">";
-  const std::string tail = "</s:Body></s:Envelope>";
-  const std::string get = "<GetProfiles xmlns=\"http://www.onvif.org/ver10/media/wsdl\"/>";
-  EXPECT_EQ(envelope.CreateString(), (head + get + tail).c_str());
-  body->AddMSG("tt:Empty");
-  CONVIFMsg* const two = body->AddMSG("Two");
+  CONVIFMsg body("b");
+  body.AddMSGVer10_Media("GetProfiles");
+  body.AddMSG("tt:Empty");
+  CONVIFMsg* const two = body.AddMSG("Two");
   two->AddAttrib("x=\"1\"");
   two->AddAttrib("y=\"<&\"");
   two->AddValue("a&b");
   two->AddValue("c");
   two->AddValueVer10_Schema("n", "v");
-  body->AddValueVer10_Media("m", "w");
-  const std::string all = head + get +
-                          "<tt:Empty></tt:Empty><Two x=\"1\" y=\"<&\">a&b c<n "
-                          "xmlns=\"http://www.onvif.org/ver10/schema\">v</n></Two><m "
-                          "xmlns=\"http://www.onvif.org/ver10/media/wsdl\">w</m>" +
-                          tail;
-  EXPECT_EQ(envelope.CreateString(), all.c_str());
+  body.AddValueVer10_Media("m", "w");
+  const std::string all =
+      "<b><GetProfiles xmlns=\"http://www.onvif.org/ver10/media/wsdl\"/><tt:Empty></tt:Empty>"
+      "<Two x=\"1\" y=\"<&\">a&b c<n xmlns=\"http://www.onvif.org/ver10/schema\">v</n></Two>"
+      "<m xmlns=\"http://www.onvif.org/ver10/media/wsdl\">w</m></b>";
+  EXPECT_EQ(body.CreateString(), all.c_str());
   std::string buffer(all.size() + 2, '#');
-  EXPECT_EQ(envelope.WriteTo(buffer.data()), static_cast<int>(all.size()));
+  EXPECT_EQ(body.WriteTo(buffer.data()), static_cast<int>(all.size()));
   EXPECT_EQ(buffer.c_str(), all);
   EXPECT_EQ(buffer.back(), '#');  // one NUL and no more
 
-  envelope.AddValue(std::string(10000, 'v').c_str());  // longer than any request of ours
-  EXPECT_EQ(envelope.CreateString().GetLength(), static_cast<int>(all.size()) + 10000);
+  body.AddValue(std::string(10000, 'v').c_str());  // longer than any request of ours
+  EXPECT_EQ(body.CreateString().GetLength(), static_cast<int>(all.size()) + 10000);
 }
 
 TEST(XmlTree, CanBeAddedToWhereverItCameFrom) {
-  const auto root = Parse("<r><a>1</a></r>");
+  static std::string deleted;
+  struct CNotingNode : CONVIFMsg {
+    explicit CNotingNode(const char* name) : CONVIFMsg(name) {}
+    ~CNotingNode() override { deleted += Name().Str(); }
+  };
+  deleted.clear();
+  auto root = Parse("<r><a>1</a></r>");
   CONVIFMsg* const a = root->FindSubMSG("a");
   a->AddAttrib("k=\"v\"");
   a->AddValue("2");
-  a->AddValue("n", "3")->AppendMSG(new CONVIFMsg("Login"));
+  a->AddValue("n", "3")->AppendMSG(new CNotingNode("Login"));
   root->AppendMSG(Parse("<s><t>4</t></s>").release());
-  a->Next()->AddMSG("u");
-  EXPECT_EQ(root->CreateString(), "<r><a k=\"v\">1 2<n>3<Login></Login></n></a><s><t>4</t><u></u></s></r>");
+  a->Next()->AddMSG("u")->Next(new CNotingNode("Behind"));
+  root->AppendMSG(new CNotingNode("Last"));
+  EXPECT_EQ(root->CreateString(),
+            "<r><a k=\"v\">1 2<n>3<Login></Login></n></a><s><t>4</t><u></u><Behind></Behind></s>"
+            "<Last></Last></r>");
   EXPECT_EQ(root->FindSubMSG("u")->Name(), "u");
-}
-
-TEST(XmlTree, DeletesNodesOfDerivedClassesInOrder) {
-  std::string order;
-  for (const bool parsed : {false, true}) {
-    order.clear();
-    std::unique_ptr<CONVIFMsg> root = parsed ? Parse("<r><x></x></r>") : std::make_unique<CONVIFMsg>("r");
-    auto* const first = new CNotingNode("1", &order);
-    root->AppendMSG(first);
-    first->AppendMSG(new CNotingNode("2", &order));
-    first->Messages()->Next(new CNotingNode("3", &order));
-    first->AppendMSG(new CNotingNode("4", &order));
-    auto* const fifth = new CNotingNode("5", &order);
-    root->AppendMSG(fifth);
-    fifth->Next(new CNotingNode("6", &order));
-    root->AddMSG("x");
-    root->AppendMSG(new CNotingNode("7", &order));
-    root.reset();
-    EXPECT_EQ(order, "1234567") << parsed;
-  }
+  root.reset();
+  EXPECT_EQ(deleted, "LoginBehindLast");
 }
 
 // ---- Hostile input ----
 
-void RunOnSmallStack(void* (*body)(void*)) {
-  pthread_attr_t attributes;
-  pthread_attr_init(&attributes);
-  ASSERT_EQ(pthread_attr_setstacksize(&attributes, 256000), 0);
-  pthread_t thread;
-  ASSERT_EQ(pthread_create(&thread, &attributes, body, nullptr), 0);
-  pthread_join(thread, nullptr);
-  pthread_attr_destroy(&attributes);
-}
-
 TEST(XmlTree, NestsDeeperThanAnyStack) {
-  RunOnSmallStack([](void*) -> void* {
+  CGXThread thread;
+  const auto nest = [](void*) {
     constexpr int DEPTH = 100000;
     std::string opening, closing;
     for (int i = 0; i < DEPTH; ++i) opening += "<n" + std::to_string(i) + ">";
@@ -277,8 +234,10 @@ TEST(XmlTree, NestsDeeperThanAnyStack) {
     }
     EXPECT_EQ(built.FindSubMSG("x"), nullptr);
     EXPECT_EQ(appended.FindSubMSG("z"), nullptr);
-    return nullptr;
-  });
+    return 0U;
+  };
+  ASSERT_EQ(thread.Start(nest, nullptr, 256000, "nest"), 1);
+  thread.Join();
 }
 
 // Each of these makes what follows it part of two elements, so that a text of a kilobyte has as many readings
