@@ -8,9 +8,7 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdio>
 #include <cstring>
-#include <string>
 #include <vector>
 
 namespace {
