@@ -13,7 +13,7 @@ test_packages=(
   libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev
   ffmpeg libjpeg-turbo-progs gstreamer1.0-tools gstreamer1.0-libav binutils python3 sip-tester
 )
-ci_packages=(clang clang-tidy clang-format libclang-rt-14-dev)
+ci_packages=(clang clang-tidy clang-format libclang-rt-14-dev g++-arm-linux-gnueabihf)
 
 packages=("${run_packages[@]}")
 for kind in "$@"; do
