@@ -101,7 +101,8 @@ TEST_F(Discovery, ProbesAndSurvivesWhoeverAnswers) {
       "<wsd:Probe xmlns=\"http://schemas.xmlsoap.org/ws/2005/04/discovery\">"
       "<wsd:Types xmlns=\"http://schemas.xmlsoap.org/ws/2005/04/discovery\">"
       "wsdp:NetworkVideoTransmitter</wsd:Types></wsd:Probe></soap:Body></soap:Envelope>";
-  EXPECT_EQ(std::regex_replace(std::string(bytes, bytes + length), std::regex("uuid:[0-9a-f-]{36}"), "*"),
+  EXPECT_EQ(std::regex_replace(std::string(bytes, bytes + length),
+                               std::regex("uuid:[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}"), "*"),
             text);
 
   for (const std::string& answer :
