@@ -276,17 +276,13 @@ TEST(SinkServer, WhatIsRemovedIsNotBeingCalledAnyMore) {
     std::function<void()> Then;
   };
   CSinkServer server;
-  CSink sinks[3];
+  CSink sinks[2];
   for (CSink& sink : sinks) server.AddNotifySink(&sink);
-  server.AddNotifySink(&sinks[0]);  // again: once is enough
-  sinks[1].Then = [&] {             // itself and another one, from within
-    server.RemoveNotifySink(&sinks[1]);
-    server.RemoveNotifySink(&sinks[2]);
-  };
+  server.AddNotifySink(&sinks[0]);                              // again: once is enough
+  sinks[1].Then = [&] { server.RemoveNotifySink(&sinks[1]); };  // itself, from within
   for (int twice = 0; twice < 2; ++twice) server.NotifySinks(1, 2);
   EXPECT_EQ(sinks[0].Calls, 2);
   EXPECT_EQ(sinks[1].Calls, 1);
-  EXPECT_LE(sinks[2].Calls, 1);
 
   CGXSemaphore go;
   sinks[0].Then = [&] { go.WaitSignal(60000); };

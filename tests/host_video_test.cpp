@@ -9,7 +9,6 @@
 
 #include <chrono>
 #include <functional>
-#include <thread>
 
 namespace {
 
@@ -23,7 +22,10 @@ class CFakeCamera : public CVideoSystem {
     EXPECT_TRUE(CSystem::Instance()->HoldsMainThread());
     Log += "+";
   }
-  void SinkRemoved(CComponentSink*) override { Log += "-"; }
+  void SinkRemoved(CComponentSink*) override {
+    EXPECT_TRUE(CSystem::Instance()->HoldsMainThread());
+    Log += "-";
+  }
   int DVREncodeType() override { return Kind; }
   void StartDVR() override {
     Log += "S";
@@ -141,26 +143,6 @@ TEST(Video, SinksComeAndGo) {
   EXPECT_EQ(camera.NSinks(), 0);
 }
 
-TEST(Video, RemovedSinkIsNotBeingCalled) {
-  CFakeCamera camera;
-  std::atomic<bool> stop{false};
-  std::thread main([&] {
-    while (!stop) {
-      const CMainThreadLock lock;
-      camera.Picture(0);
-      camera.Deliver();
-    }
-  });
-  for (int i = 0; i < 200; ++i) {
-    auto viewer = std::make_unique<CViewer>();
-    camera.AddVideoSink(viewer.get());
-    if (i % 2 == 0) std::this_thread::yield();
-    camera.RemoveVideoSink(viewer.get(), 0);
-  }
-  stop = true;
-  main.join();
-}
-
 TEST(Video, MotionAndRate) {
   CFakeCamera camera;
   EXPECT_EQ(camera.Motion(), -1);
@@ -216,9 +198,9 @@ TEST(Video, RecordsWhileItIsWanted) {
   struct CRecorder : CDVRTarget {
     void DeliverFrame(std::unique_ptr<CFrameData> frame) override {
       const auto* const data = reinterpret_cast<const char*>(frame->Data());
-      Log += std::to_string(frame->Kind()) + "," + std::to_string(frame->CameraID()) + "," +
-             std::to_string(frame->Motion()) + "," + std::string(data, static_cast<size_t>(frame->Length())) +
-             ";";
+      for (const int number : {frame->Kind(), frame->CameraID(), frame->Motion()})
+        Log += std::to_string(number) + ",";
+      Log += std::string(data, static_cast<size_t>(frame->Length()));
     }
     std::string Log;
   };
@@ -226,31 +208,26 @@ TEST(Video, RecordsWhileItIsWanted) {
   CFakeCamera camera;
   camera.ID(42);
   camera.WantDVR(true);  // not loaded: its loading sequence will start it
-  EXPECT_EQ(camera.DVRFlags() & DVR_FLAG_WANTED, DVR_FLAG_WANTED);
   EXPECT_EQ(camera.Log, "");
   camera.Kind = FRAME_KIND_JPEG;
   camera.WantDVR(true);
-  EXPECT_EQ(camera.Log, "S+");
-  const auto deliver = [&](int stream, const char* picture) {
-    camera.Picture(stream, picture);
-    camera.Deliver();
-  };
-  deliver(0, "nobody records");
+  EXPECT_EQ(camera.DVRFlags() & DVR_FLAG_WANTED, DVR_FLAG_WANTED);
+  camera.Picture(0, "nobody records");
+  camera.Deliver();
   camera.DVRTarget(recorder);
-  deliver(0, "recorded");
-  deliver(1, "another stream");
+  camera.Picture(0, "recorded");
+  camera.Picture(1, "another stream");
+  camera.Deliver();
   camera.DVRTarget(nullptr);
-  deliver(0, "too late");
-  EXPECT_EQ(recorder->Log, "2,42,100,recorded;");
+  camera.Picture(0, "too late");
+  camera.Deliver();
+  EXPECT_EQ(recorder->Log, "2,42,100,recorded");
 
   const unsigned generation = camera.DVRGeneration();
   for (const int index : {0, 2}) camera.DVRResolutionIndex(index);  // the first is no change
   EXPECT_EQ(camera.DVRGeneration(), generation + 1);
-  camera.DVRSink()->CameraRes(1);
   camera.WantDVR(true);  // another stream: the camera looks again, the sink is there once
-  EXPECT_EQ(camera.Log, "S+S+");
   EXPECT_EQ(camera.NSinks(), 1);
-  EXPECT_EQ(camera.GetResMask(), 2u);
   camera.WantDVR(false);
   EXPECT_EQ(camera.DVRFlags() & DVR_FLAG_WANTED, 0);
   EXPECT_EQ(camera.Log, "S+S+T-");
