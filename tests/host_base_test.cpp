@@ -43,17 +43,6 @@ TEST(String, TrimLeftOfATextTakesThatPrefixOnce) {
   }
 }
 
-// Overlong, cut, stray and surrogate bytes become replacement characters, never another text.
-TEST(String, WideTextSurvivesTheRoundTrip) {
-  const std::pair<std::string, std::wstring> cases[] = {
-      {"T\xC3\xBCr \xE6\x97\xA5\xF0\x9F\x93\xB7", L"T\u00fcr \u65e5\U0001F4F7"},
-      {"a\xC0\xAF", L"a\uFFFD\uFFFD"},
-      {"\xE6\x97", L"\uFFFD\uFFFD"},
-      {"\xED\xA0\x80", L"\uFFFD\uFFFD\uFFFD"}};
-  for (const auto& [text, wide] : cases) EXPECT_EQ(CGXString(text).Wide(), wide) << text;
-  EXPECT_EQ(CGXString(cases[0].second.c_str()).Str(), cases[0].first);
-}
-
 TEST(Records, AnItemOfTheOtherKindStays) {
   CGXMSG msg;
   msg.PutInt(-7);

@@ -74,19 +74,15 @@ TEST(MediaProfile, ReloadKeepsPTZAndClearsState) {
 
 TEST(MediaProfile, NearestProfileWithEncoding) {
   CProfileConfig profiles;
-  const struct {
-    const char* token;
-    const char* encoding;
-    int width, height;
-  } offered[] = {{"a", "H264", 1920, 1080},
-                 {"b", "h264", 720, 480},
-                 {"c", "H264", 640, 560},
-                 {"d", "H264", 560, 480},
-                 {"e", "JPEG", 320, 240},
-                 {"f", "MPEG4", 640, 480},
-                 {"g", "JPEG", 2147483647, -2147483647 - 1}};
-  for (const auto& o : offered)
-    profiles.AddProfile(ProfileElement(VideoOf(o.encoding, o.width, o.height), o.token).get());
+  const auto offer = [&](const char* token, const char* encoding, int width, int height) {
+    profiles.AddProfile(ProfileElement(VideoOf(encoding, width, height), token).get());
+  };
+  offer("a", "H264", 1920, 1080);
+  offer("b", "h264", 720, 480);
+  offer("c", "H264", 640, 560);
+  offer("d", "H264", 560, 480);
+  offer("e", "JPEG", 320, 240);
+  offer("g", "JPEG", 2147483647, -2147483647 - 1);
   const auto chosen = [&](const char* encoding, const GXT_RESOLUTION* wanted) {
     const CProfile* profile = profiles.GetProfileWithEncoding(encoding, wanted);
     return profile != nullptr ? profile->Token() : CGXString("none");
