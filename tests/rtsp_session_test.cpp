@@ -1,60 +1,18 @@
 // A whole session against a scripted camera: the bytes of every request, replies in all shapes, and packets.
 #include "host/gxassert.h"
 #include "host/gxthread.h"
-#include "host/trace.h"
+#include "host/socket.h"
+#include "rtsp/reply_reader.h"
 #include "tests/rtsp_support.h"
-#include "util/bytes.h"
+#include "tests/support/eventually.h"
+#include "tests/support/stopped_clock.h"
+#include "tests/support/trace_keeper.h"
 
-#include <openssl/evp.h>
-#include <sys/time.h>
-#include <time.h>
-
-#include <atomic>
 #include <cstring>
 
 namespace {
 
-std::atomic<long long> g_ClockAheadMs{0}, g_ClockStoppedAtMs{0};
-
-long long RealClockMs() {
-  timespec time{};
-  clock_gettime(CLOCK_REALTIME, &time);
-  return time.tv_sec * 1000LL + time.tv_nsec / 1000000;
-}
-
-// Moves the clock that the driver's timers read.
-struct CClockStep {
-  explicit CClockStep(long long milliseconds) { g_ClockAheadMs += milliseconds; }
-  ~CClockStep() { g_ClockAheadMs = 0; }
-};
-
-// Stops it, but for steps, so that nothing depends on how fast the test runs.
-struct CStoppedClock : CClockStep {
-  CStoppedClock() : CClockStep(0) { g_ClockStoppedAtMs = RealClockMs(); }
-  ~CStoppedClock() { g_ClockStoppedAtMs = 0; }
-};
-
-struct CTraceCatcher : CTraceListener {
-  CTraceCatcher() { CTraceServer::Instance()->AddListener(this); }
-  ~CTraceCatcher() override { CTraceServer::Instance()->RemoveListener(this); }
-  void OnTrace(CTraceProducer*, const CGXString& line) override { Lines.push_back(line.Str()); }
-  std::vector<std::string> Lines;
-};
-
 const std::string AGENT = "User-Agent: NORVA RTP Client\r\n";
-
-std::string MD5(const std::string& text) {
-  unsigned char digest[EVP_MAX_MD_SIZE];
-  unsigned length = 0;
-  EVP_Digest(text.data(), text.size(), digest, &length, EVP_md5(), nullptr);
-  std::string hex;
-  for (unsigned i = 0; i < length; ++i) {
-    char digits[3];
-    std::snprintf(digits, sizeof digits, "%02x", digest[i]);
-    hex += digits;
-  }
-  return hex;
-}
 
 std::string Challenge(const std::string& headers) {
   return "RTSP/1.0 401 Unauthorized\r\nCSeq: 2\r\n" + headers + "\r\n";
@@ -62,10 +20,8 @@ std::string Challenge(const std::string& headers) {
 
 // One exchange with a camera that sends `replies`.
 struct CExchange {
-  CExchange(std::vector<std::string> replies, int size = RTSP_REPLY_BYTES, size_t piece = 0)
-      : Server(std::move(replies), piece),
-        Session(Server, RTP_TRANSPORT_TCP, "user", "secret"),
-        Reply(4096, 'x') {
+  explicit CExchange(std::vector<std::string> replies, int size = RTSP_REPLY_BYTES)
+      : Server(std::move(replies)), Session(Server, RTP_TRANSPORT_TCP, "user", "secret"), Reply(4096, 'x') {
     Result = Session.RTSP.RTSPExchange("rtsp://c/live", "OPTIONS", "", Reply.data(), size, 0);
   }
   std::string Text() const { return Reply.c_str(); }
@@ -78,14 +34,6 @@ struct CExchange {
 
 }  // namespace
 
-extern "C" int gettimeofday(timeval* now, void*) noexcept {
-  const long long stopped = g_ClockStoppedAtMs;
-  const long long milliseconds = (stopped != 0 ? stopped : RealClockMs()) + g_ClockAheadMs;
-  now->tv_sec = milliseconds / 1000;
-  now->tv_usec = milliseconds % 1000 * 1000;
-  return 0;
-}
-
 TEST(RtspSession, SpeaksTheseBytesOverUDP) {
   CRtspCamera server({Ok("Public: DESCRIBE\r\n"), Ok(),
                       Ok("Transport: RTP/AVP;unicast;client_port=3232-3233;server_port=6970-6971\r\n"
@@ -96,7 +44,6 @@ TEST(RtspSession, SpeaksTheseBytesOverUDP) {
     ASSERT_TRUE(session.RTSP.Connected());
     ASSERT_TRUE(session.Play());
     session.RTSP.Stop();
-    server.Requests(5);
   }
   const std::string live = server.URL(), track = server.URL("/live/track1");
   const std::vector<std::string> expected = {
@@ -127,9 +74,11 @@ TEST(RtspSession, SpeaksTheseBytesOverTCP) {
   for (const std::string& packet : {std::string(1400, 'a'), std::string("b"), std::string("cc")})
     EXPECT_EQ(packet, session.Next());
   server.Hangup();
-  EXPECT_EQ("", session.Next(20000));
-  for (int i = 0; i < 3; ++i) session.RTSP.Stop();  // the first may still be taken by the system
-  EXPECT_FALSE(session.RTSP.Connected());
+  EXPECT_EQ("", session.Next());
+  EXPECT_TRUE(Eventually(20, [&] {
+    session.RTSP.Stop();  // the first may still be taken by the system
+    return !session.RTSP.Connected();
+  }));
 }
 
 TEST(RtspSession, AnswersADigestChallengeOnce) {
@@ -143,12 +92,10 @@ TEST(RtspSession, AnswersADigestChallengeOnce) {
   char reply[RTSP_REPLY_BYTES + 1];
   EXPECT_TRUE(session.RTSP.RTSPExchange("/dir/index.html", "GET", "Accept: a", reply, RTSP_REPLY_BYTES, 0));
   // The values of the example in RFC 2617 3.5; without qop the response is that of RFC 2069.
-  const std::string response =
-      MD5("939e7578ed9e3c518a452acee763bce9:" + nonce + ":39aff3a2bab6126f332b942af96d3366");
   EXPECT_EQ(
       "GET /dir/index.html RTSP/1.0\r\nCSeq: 3\r\n" + AGENT +
           "Accept: a\r\nAuthorization: Digest username=\"Mufasa\", realm=\"testrealm@host.com\", nonce=\"" +
-          nonce + "\", uri=\"/dir/index.html\", response=\"" + response + "\"\r\n\r\n",
+          nonce + "\", uri=\"/dir/index.html\", response=\"670fd8c2df070c60b045671b8b24ff02\"\r\n\r\n",
       server.Request(1));
 
   EXPECT_FALSE(session.RTSP.RTSPExchange("/dir/index.html", "GET", nullptr, reply, RTSP_REPLY_BYTES, 0));
@@ -157,46 +104,56 @@ TEST(RtspSession, AnswersADigestChallengeOnce) {
 }
 
 TEST(RtspSession, TakesRepliesInAllShapes) {
-  const std::string page(200, 'p'), body = Ok("Content-Length: 4\r\n") + "v=0\n";
+  const std::string shorter = Ok("Content-Length: 9\r\n") + "v=0";
   const struct {
     const char* name;
     std::vector<std::string> replies;
-    size_t piece;
     std::string text;
   } cases[] = {
-      {"single bytes with a body", {body}, 1, body},
-      {"no header end, then silence", {"RTSP/1.0 200 OK\r\n"}, 0, "RTSP/1.0 200 OK\r\n"},
-      {"negative length", {Ok("Content-Length: -7\r\n")}, 0, Ok("Content-Length: -7\r\n")},
-      {"body cut short", {Ok("Content-Length: 9\r\n") + "v=0"}, 0, Ok("Content-Length: 9\r\n") + "v=0"},
-      {"body behind a challenge, in its own segment",
-       {Challenge("WWW-Authenticate: Digest realm=\"r\", nonce=\"n\"\r\nContent-Length: 200\r\n") + page, Ok()},
-       60,
+      {"no header end, then silence", {"RTSP/1.0 200 OK\r\n"}, "RTSP/1.0 200 OK\r\n"},
+      {"negative length", {Ok("Content-Length: -7\r\n")}, Ok("Content-Length: -7\r\n")},
+      {"body cut short", {shorter}, shorter},
+      {"the body of a challenge comes late",
+       {Challenge("WWW-Authenticate: Digest realm=\"r\", nonce=\"n\"\r\nContent-Length: 200\r\n"),
+        std::string(200, 'p') + Ok()},
        Ok()},
   };
   for (const auto& test : cases) {
     SCOPED_TRACE(test.name);
-    const CExchange exchange(test.replies, RTSP_REPLY_BYTES, test.piece);
+    const CExchange exchange(test.replies);
     EXPECT_TRUE(exchange.Result);
     EXPECT_EQ(test.text, exchange.Text());
   }
+  // Byte by byte, it is whole with the last.
+  const std::string header = Ok("Content-Length: 4\r\n"), whole = header + "v=0\n";
+  char reply[RTSP_REPLY_BYTES];
+  CReplyReader reader(reply, sizeof reply, false, nullptr);
+  for (size_t held = 1; held <= whole.size(); ++held) {
+    reader.Room()[0] = whole[held - 1];
+    using State = CReplyReader::State;
+    const State rest = held < whole.size() ? State::BODY : State::COMPLETE;
+    EXPECT_EQ(held < header.size() ? State::MORE : rest, reader.Added(1)) << held;
+  }
+  EXPECT_EQ(whole, reader.Text());
 }
 
 TEST(RtspSession, KeepsALongReplyInsideItsBuffer) {
-  std::string full = Ok("Content-Length: 40\r\n") + std::string(40, 'b');
+  const std::string full = Ok("Content-Length: 40\r\n") + std::string(40, 'b');
   const int size = static_cast<int>(full.size());
-  const CExchange exact({full}, size);
-  EXPECT_TRUE(exact.Result);
-  EXPECT_EQ(full + "x", exact.Reply.substr(0, full.size() + 1)) << "held whole, without a terminator";
-
-  const CExchange over({Ok("Content-Length: 45\r\n") + std::string(45, 'b') + Ok("Next: 1\r\n")}, size, 10);
-  EXPECT_TRUE(over.Result);
-  EXPECT_EQ('b', over.Reply[full.size() - 1]);
-  EXPECT_EQ('x', over.Reply[full.size()]);
-
-  const CExchange endless({std::string(3000, 'h')}, size);
-  EXPECT_FALSE(endless.Result);
-  EXPECT_EQ('x', endless.Reply[full.size()]);
-
+  const struct {
+    std::string reply;
+    int result;
+    char last;
+  } cases[] = {
+      {full, 1, 'b'},  // held whole, without a terminator
+      {Ok("Content-Length: 45\r\n") + std::string(45, 'b') + Ok("Next: 1\r\n"), 1, 'b'},
+      {std::string(3000, 'h'), 0, 'h'},  // endless
+  };
+  for (const auto& test : cases) {
+    const CExchange exchange({test.reply}, size);
+    EXPECT_EQ(test.result, exchange.Result);
+    EXPECT_EQ(std::string{test.last} + 'x', exchange.Reply.substr(full.size() - 1, 2)) << test.reply;
+  }
   // A description that is far too long for the buffer must not be taken for the reply to SETUP.
   CRtspCamera server({Ok("Content-Length: 4000\r\n"), Ok("Next: 1\r\n")});
   CSession session(server, RTP_TRANSPORT_TCP);
@@ -269,28 +226,33 @@ TEST(RtspPorts, AreSharedByAllSessionsAndNotFreedTwice) {
   CRTSP::FreeRTPPort(3234);
 }
 
+const std::vector<std::string> PLAYING = {Ok(), Ok(), Ok("Session: 9;timeout=60\r\n"), Ok(), Ok(), Ok()};
+
 TEST(RtspInterleaved, SkipsWhatIsNoPacketOfTheTrack) {
-  CRtspCamera server({Ok(), Ok(), Ok("Session: 1\r\n"), Ok()}, 7);
+  CRtspCamera server(PLAYING);
   CSession session(server, RTP_TRANSPORT_TCP);
   ASSERT_TRUE(session.Play());
-  CTraceCatcher trace;
-  server.Send(Interleaved(1, "report") + Interleaved(0, "one") + "RTSP/1.0 200 OK\r\nSession: $$$$$$\r\n\r\n" +
-              Interleaved(0, std::string(100, 'l')) + Interleaved(0, "two") + "junk" + Interleaved(0, "three"));
+  const CTraceKeeper trace;
+  const std::string sent =
+      Interleaved(1, "report") + Interleaved(0, "one") + "RTSP/1.0 200 OK\r\nSession: $$$$$$\r\n\r\n" +
+      Interleaved(0, std::string(100, 'l')) + Interleaved(0, "two") + "junk" + Interleaved(0, "three");
+  for (size_t at = 0; at < sent.size(); at += 7) server.Send(sent.substr(at, 7));
   EXPECT_EQ("one", session.Next());
-  EXPECT_EQ(std::vector<std::string>{"Skipping 6 bytes on index 1\n"}, trace.Lines);
-  EXPECT_EQ(std::string(60, 'l'), session.Next(2000, 60)) << "cut to the buffer";
+  EXPECT_EQ(std::vector<std::string>{"Skipping 6 bytes on index 1\n"}, trace.Lines());
+  EXPECT_EQ(std::string(60, 'l'), session.Next(20000, 60)) << "cut to the buffer";
   EXPECT_EQ("two", session.Next());
   EXPECT_EQ("three", session.Next());
   EXPECT_EQ("", session.Next(20)) << "silence";
 
   server.Send(Interleaved(0, "abcdef").substr(0, 6));
+  server.Hangup();
   unsigned char bytes[6];
-  EXPECT_FALSE(session.RTSP.ReadTCP(bytes, 7, 20));
+  EXPECT_FALSE(session.RTSP.ReadTCP(bytes, 7, 20000));
   EXPECT_EQ(0, std::memcmp(bytes, "$\0\0\6ab", 6));
 }
 
 TEST(RtspInterleaved, EndsAtOnceOnACancelledThread) {
-  CRtspCamera server({Ok(), Ok(), Ok("Session: 1\r\n"), Ok()});
+  CRtspCamera server(PLAYING);
   CSession session(server, RTP_TRANSPORT_TCP);
   ASSERT_TRUE(session.Play());
   CGXThread thread;
@@ -304,25 +266,39 @@ TEST(RtspInterleaved, EndsAtOnceOnACancelledThread) {
 
 TEST(RtspKeepAlive, IsSentEveryThirtySecondsWhateverTheClockDoes) {
   for (const RTP_TRANSPORT transport : {RTP_TRANSPORT_UDP, RTP_TRANSPORT_TCP}) {
-    CRtspCamera server({Ok(), Ok(), Ok("Session: 9;timeout=60\r\n"), Ok(), Ok(), Ok()});
+    CStoppedClock clock;
+    CRtspCamera server(PLAYING);
     CSession session(server, transport);
     ASSERT_TRUE(session.Play());
-    EXPECT_EQ("", session.Next(10));
-    const CClockStep later(30500);
-    EXPECT_EQ("", session.Next(10));
-    EXPECT_EQ("", session.Next(10));
+    // In the end the clock is set back by an hour: due at once, then not again.
+    for (const long long step : {29500, 1000, -3600000}) {
+      clock.Step(step);
+      for (int i = 0; i < 3; ++i) EXPECT_EQ("", session.Next(10));
+    }
+    session.RTSP.Stop();
     EXPECT_EQ("GET_PARAMETER " + server.URL("/live/track1") + " RTSP/1.0\r\nCSeq: 6\r\n" + AGENT +
                   "Session:  9\r\n\r\n",
               server.Request(4));
-    const CClockStep back(-3600000);  // the clock is set back by an hour: due at once, then not again
-    for (int i = 0; i < 3; ++i) EXPECT_EQ("", session.Next(10));
-    session.RTSP.Stop();
     EXPECT_EQ(0u, server.Request(5).find("GET_PARAMETER"));
     EXPECT_EQ(0u, server.Request(6).find("TEARDOWN"));
   }
 }
 
+void SendTo(int socket, const std::string& bytes, unsigned short port) {
+  const sockaddr_in to = Loopback(port);
+  sendto(socket, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
+}
+
+// The next datagram, once it is there; empty at once when none is due.
+std::string Received(int socket, bool due = true) {
+  char bytes[64];
+  const ssize_t length =
+      WaitSocketReadState(socket, due ? 20000 : 0) ? recv(socket, bytes, sizeof bytes, 0) : 0;
+  return {bytes, static_cast<size_t>(std::max<ssize_t>(length, 0))};
+}
+
 TEST(RtspUDP, ReceivesInOrderAndReportsToTheSender) {
+  CStoppedClock clock;
   const int rtcp = BoundSocket(SOCK_DGRAM, 0);
   CRtspCamera server(
       {Ok(), Ok(),
@@ -331,55 +307,44 @@ TEST(RtspUDP, ReceivesInOrderAndReportsToTheSender) {
   CSession session(server, RTP_TRANSPORT_UDP);
   ASSERT_TRUE(session.Play());
 
-  const sockaddr_in rtp = Loopback(3232), control = Loopback(3233);
-  for (int i = 0; i < 150; ++i) {
-    const std::string packet = "packet " + std::to_string(i) + std::string(1400, '.');
-    sendto(rtcp, packet.data(), packet.size(), 0, reinterpret_cast<const sockaddr*>(&rtp), sizeof rtp);
-  }
-  const unsigned char report[28] = {0x80, 200, 0, 6, 0xDE, 0xAD, 0xBE, 0xEF};
-  sendto(rtcp, report, sizeof report, 0, reinterpret_cast<const sockaddr*>(&control), sizeof control);
+  using namespace std::string_literals;
+  SendTo(rtcp, "\x80\xC8\0\6\xDE\xAD\xBE\xEF"s + std::string(20, 0), 3233);
+  for (int i = 0; i < 150; ++i) SendTo(rtcp, "packet " + std::to_string(i) + std::string(1400, '.'), 3232);
   for (int i = 0; i < 150; ++i)
     ASSERT_EQ(0u, session.Next().find("packet " + std::to_string(i) + "."))
         << "a burst of a key picture is kept";
 
-  const CClockStep later(2500);
+  clock.Step(2500);
   EXPECT_EQ("", session.Next(10));
-  unsigned char received[64], expected[32] = {0x81, 201, 0, 7, 0, 0, 0, 0, 0xDE, 0xAD, 0xBE, 0xEF};
-  ASSERT_EQ(32, recv(rtcp, received, sizeof received, 0));
-  std::memcpy(expected + 4, received + 4, 4);  // the session's own identity
-  EXPECT_EQ(0, std::memcmp(expected, received, sizeof expected));
+  const std::string report = Received(rtcp), own = report.substr(4, 4);  // the session's own identity
+  EXPECT_EQ("\x81\xC9\0\7"s + own + "\xDE\xAD\xBE\xEF"s + std::string(20, 0), report);
   EXPECT_EQ("", session.Next(10));
-  EXPECT_EQ(-1, recv(rtcp, received, sizeof received, MSG_DONTWAIT)) << "once an interval";
+  EXPECT_EQ("", Received(rtcp, false)) << "once an interval";
   close(rtcp);
 }
 
 TEST(RtspRelay, OnlyReceivesAndKeepsThePathOpen) {
   const int relay = BoundSocket(SOCK_DGRAM, 0), peer = BoundSocket(SOCK_DGRAM, 0);
   GXT_RTP_PATH_DESCRIPTOR path{};
-  const CStoppedClock stopped;
-  const sockaddr_in here = Loopback(BoundPort(relay)), there = Loopback(BoundPort(peer));
+  CStoppedClock clock;
+  const sockaddr_in there = Loopback(BoundPort(peer));
   std::memcpy(path.Data, &there.sin_addr, 4);
   std::memcpy(path.Data + 4, &there.sin_port, 2);
   CRTSP session("rtsp://nowhere/x", "", RTP_TRANSPORT_UDP, "", "", relay, &path, nullptr);
   EXPECT_TRUE(session.Connected() && session.Init(nullptr) && session.Login() && session.InitSession());
-  sendto(peer, "data", 4, 0, reinterpret_cast<const sockaddr*>(&here), sizeof here);
+  SendTo(peer, "data", BoundPort(relay));
   unsigned char packet[64];
-  EXPECT_EQ(4, session.WaitNextPacket(packet, sizeof packet, 1000));
+  EXPECT_EQ(4, session.WaitNextPacket(packet, sizeof packet, 20000));
 
   // The first keep-alive at once, nine more every half second, from then on every five seconds.
-  const std::string zeros(16, 0);
-  const auto sent = [&](long long elapsedMs) {
-    g_ClockAheadMs += elapsedMs;
+  std::vector<std::pair<long long, bool>> steps = {{2, true}};
+  for (int i = 0; i < 9; ++i) steps.insert(steps.end(), {{400, false}, {200, true}});
+  steps.insert(steps.end(), {{4000, false}, {1500, true}, {0, false}});
+  for (const auto& [elapsedMs, due] : steps) {
+    clock.Step(elapsedMs);
     EXPECT_EQ(0, session.WaitNextPacket(packet, sizeof packet, 0));
-    int count = 0;
-    for (ssize_t n; (n = recv(peer, packet, sizeof packet, MSG_DONTWAIT)) > 0; ++count)
-      EXPECT_EQ(zeros, std::string(reinterpret_cast<char*>(packet), static_cast<size_t>(n)));
-    return count;
-  };
-  EXPECT_EQ(1, sent(2));
-  for (int i = 0; i < 9; ++i) EXPECT_TRUE(sent(400) == 0 && sent(200) == 1) << i;
-  EXPECT_EQ(0, sent(4000));
-  EXPECT_EQ(1, sent(1500));
+    EXPECT_EQ(due ? std::string(16, 0) : "", Received(peer, due));
+  }
   session.Stop();
   close(peer);
   close(relay);

@@ -13,12 +13,10 @@
 // A camera that answers its n-th request with the n-th reply, and then only listens.
 class CRtspCamera : public CScriptedServer {
  public:
-  explicit CRtspCamera(std::vector<std::string> replies, size_t pieceBytes = 0)
-      : CScriptedServer(
-            [replies = std::move(replies), next = size_t{0}](const std::string&) mutable {
-              return next < replies.size() ? std::optional(replies[next++]) : std::nullopt;
-            },
-            pieceBytes) {}
+  explicit CRtspCamera(std::vector<std::string> replies)
+      : CScriptedServer([replies = std::move(replies), next = size_t{0}](const std::string&) mutable {
+          return next < replies.size() ? std::optional(replies[next++]) : std::nullopt;
+        }) {}
   std::string URL(const std::string& path = "/live") const {
     return "rtsp://127.0.0.1:" + std::to_string(Port()) + path;
   }
@@ -44,7 +42,7 @@ struct CSession {
   bool Play() { return RTSP.Login() && RTSP.Init(&Profile) && RTSP.InitSession(); }
 
   // The next packet's bytes; empty when there was none.
-  std::string Next(int timeoutMs = 10000, int size = 2048) {
+  std::string Next(int timeoutMs = 20000, int size = 2048) {
     std::string packet(static_cast<size_t>(size), 0);
     const int length = RTSP.WaitNextPacket(reinterpret_cast<unsigned char*>(packet.data()), size, timeoutMs);
     packet.resize(length > 0 ? static_cast<size_t>(length) : 0);

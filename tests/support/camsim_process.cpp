@@ -20,7 +20,7 @@ using Clock = std::chrono::steady_clock;
 constexpr char kControlAddress[] = "127.0.0.10";
 constexpr int kControlPort = 8900;
 constexpr int kStartMs = 60000;  // the first start on a machine looks at every GStreamer plug-in
-constexpr int kEndMs = 5000;
+constexpr int kEndMs = 20000;
 
 int MsUntil(Clock::time_point end) {
   const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();

@@ -13,18 +13,18 @@ struct CCommandResult {
   int status = -1;
   std::string output;  // may hold binary data
 };
-CCommandResult RunCommand(const std::string& command, int seconds = 30);
+CCommandResult RunCommand(const std::string& command, int seconds = 60);
 
 // Connects, sends `request`, and returns what comes until the peer closes, `until` (when not empty) has been
 // received, or `ms` milliseconds are over.
-std::string Exchange(const std::string& address, int port, const std::string& request, int ms = 5000,
+std::string Exchange(const std::string& address, int port, const std::string& request, int ms = 20000,
                      const std::string& until = "");
 
 class CCamsim {
  public:
   // Starts it with these arguments and waits for "ready"; Ready() tells whether that came.
   explicit CCamsim(const std::vector<std::string>& arguments = {});
-  // Ends it with SIGTERM, and with SIGKILL when it is not gone 5 s later.
+  // Ends it with SIGTERM, and with SIGKILL when it is not gone 20 s later.
   ~CCamsim() { End(); }
   CCamsim(const CCamsim&) = delete;
   CCamsim& operator=(const CCamsim&) = delete;

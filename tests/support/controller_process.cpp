@@ -4,25 +4,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
 #include <fstream>
-#include <thread>
-
-using Clock = std::chrono::steady_clock;
 
 std::string Text(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
-}
-
-bool Eventually(double seconds, const std::function<bool()>& condition) {
-  const auto end = Clock::now() + std::chrono::duration<double>(seconds);
-  while (!condition()) {
-    if (Clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  return true;
 }
 
 CControllerProcess::CControllerProcess(const std::vector<std::string>& arguments) : m_iPid(fork()) {
@@ -46,5 +33,5 @@ double CControllerProcess::End(int signal, int* status) {
   waitpid(m_iPid, &how, 0);
   m_iPid = -1;
   if (status != nullptr) *status = WIFEXITED(how) ? WEXITSTATUS(how) : 128 + WTERMSIG(how);
-  return std::chrono::duration<double>(Clock::now() - start).count();
+  return SecondsSince(start);
 }

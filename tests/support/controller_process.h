@@ -1,18 +1,16 @@
 // The controller as a test uses it: the real program in the background.
 #pragma once
 
+#include "tests/support/eventually.h"
+
 #include <sys/types.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
 inline const std::string kController = TEST_BIN_DIR "/controller";
 
 std::string Text(const std::string& path);  // the whole file; empty when there is none
-
-// Whether the condition becomes true within the time.
-bool Eventually(double seconds, const std::function<bool()>& condition);
 
 // A controller that runs until it is ended.
 class CControllerProcess {

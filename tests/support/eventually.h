@@ -15,7 +15,7 @@ inline double SecondsSince(Clock::time_point start) {
 inline bool Eventually(double seconds, const std::function<bool()>& condition) {
   for (const auto start = Clock::now(); SecondsSince(start) < seconds;) {
     if (condition()) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   return condition();
 }

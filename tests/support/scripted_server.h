@@ -8,7 +8,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -47,8 +46,8 @@ class CScriptedServer {
  public:
   using Script = std::function<std::optional<std::string>(const std::string& request)>;
 
-  explicit CScriptedServer(Script script, size_t pieceBytes = 0)
-      : m_Script(std::move(script)), m_iPiece(pieceBytes), m_iListen(BoundSocket(SOCK_STREAM, 0)) {
+  explicit CScriptedServer(Script script)
+      : m_Script(std::move(script)), m_iListen(BoundSocket(SOCK_STREAM, 0)) {
     listen(m_iListen, 8);
     m_Thread = std::thread([this] { Serve(); });
   }
@@ -63,10 +62,10 @@ class CScriptedServer {
 
   int Port() const { return BoundPort(m_iListen); }
 
-  // All requests, once there are `count` (fewer after 10 s).
+  // All requests, once there are `count` (fewer after 20 s).
   std::vector<std::string> Requests(size_t count = 0) const {
     std::unique_lock lock(m_Mutex);
-    m_Changed.wait_for(lock, std::chrono::seconds(10), [&] { return m_Requests.size() >= count; });
+    m_Changed.wait_for(lock, std::chrono::seconds(20), [&] { return m_Requests.size() >= count; });
     return m_Requests;
   }
   std::string Request(size_t index) const {
@@ -74,15 +73,13 @@ class CScriptedServer {
     return index < requests.size() ? requests[index] : "(none came)";
   }
 
-  // To the client of the moment, in pieces of the size given.
+  // To the client of the moment.
   void Send(const std::string& bytes) {
     std::unique_lock lock(m_Mutex);
-    m_Changed.wait_for(lock, std::chrono::seconds(10), [&] { return m_iPeer != -1; });
+    m_Changed.wait_for(lock, std::chrono::seconds(20), [&] { return m_iPeer != -1; });
     const int peer = m_iPeer;
     lock.unlock();
-    const size_t piece = m_iPiece > 0 ? m_iPiece : bytes.size();
-    for (size_t at = 0; at < bytes.size(); at += piece)
-      send(peer, bytes.data() + at, std::min(piece, bytes.size() - at), MSG_NOSIGNAL);
+    send(peer, bytes.data(), bytes.size(), MSG_NOSIGNAL);
   }
   void Hangup() {
     const std::lock_guard lock(m_Mutex);
@@ -134,7 +131,6 @@ class CScriptedServer {
   }
 
   const Script m_Script;
-  const size_t m_iPiece;
   const int m_iListen;
   mutable std::mutex m_Mutex;
   mutable std::condition_variable m_Changed;
