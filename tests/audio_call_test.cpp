@@ -1,6 +1,7 @@
 // Calls to a camera's speaker: the SIP dialogue with a camera played by sipp, the sound that reaches it, and
 // that a call may be ended at any moment.
 #include "audio/audio_camera.h"
+#include "audio/sip_dialogue.h"
 #include "audio/vivotek_audio_out.h"
 #include "host/g711.h"
 #include "host/system.h"
@@ -89,7 +90,9 @@ class CTalker : public CIntercomClient {
   int m_nSaid = 0;
 };
 
-std::string ReceiveText(int socket, unsigned milliseconds, sockaddr_in* from = nullptr) {
+const std::string HELLO(16, '\0');
+
+std::string ReceiveText(int socket, sockaddr_in* from = nullptr, unsigned milliseconds = 20000) {
   char bytes[4096];
   socklen_t length = sizeof *from;
   if (!WaitSocketReadState(socket, milliseconds)) return {};
@@ -121,7 +124,7 @@ class CSpeaker {
   void Serve() {
     while (!m_bEnd) {
       sockaddr_in from{};
-      const std::string request = ReceiveText(m_iSocket, 20, &from);
+      const std::string request = ReceiveText(m_iSocket, &from, 20);
       const bool invite = request.starts_with("INVITE");
       if (invite) Answer("SIP/2.0 100 Trying\r\n\r\n", from);
       if ((invite && Answers) || request.starts_with("OPTIONS") || request.starts_with("BYE"))
@@ -139,6 +142,8 @@ class CSpeaker {
   std::thread m_Thread;
 };
 
+constexpr int SIPP_ENDED_BY_SCENARIO = 97;
+
 class AudioCall : public testing::Test {
  protected:
   static void SetUpTestSuite() { ASSERT_TRUE(SetNetworkInterface("lo")); }
@@ -149,11 +154,27 @@ class AudioCall : public testing::Test {
     audio->Start();
     return audio;
   }
-  // The camera as sipp with one of our scenarios; its result once `calls` dialogues are over.
-  std::future<CCommandResult> Sipp(const std::string& scenario, int calls) {
-    const std::string command = "sipp -sf " TEST_DATA_DIR "/sip/" + scenario + " -i 127.0.0.11 -p 5060 -m " +
-                                std::to_string(calls) + " -nostdin -timeout 60s -timeout_error 2>&1";
-    return std::async(std::launch::async, [command] { return RunCommand(command, 70); });
+  // The camera as sipp with one of our scenarios, once it answers; its result when a whole call is over.
+  std::future<CCommandResult> Sipp(const std::string& scenario) {
+    const std::string command =
+        "sipp -sf " TEST_DATA_DIR "/sip/" + scenario + " -i 127.0.0.11 -p 5060 -nostdin 2>&1";
+    auto sipp = std::async(std::launch::async, [command] { return RunCommand(command, 120); });
+    const COwnedSocket probe(BoundSocket(SOCK_DGRAM, 0));
+    const sockaddr_in camera = CameraAt(5060);
+    EXPECT_TRUE(Eventually(60, [&] {
+      const CSIPDialogue dialogue("SN01", "127.0.0.11", "127.0.0.1", BoundPort(probe.Get()));
+      return CVivotek_AudioOut::DoSIPExchange(probe.Get(), dialogue, &camera, "OPTIONS", 1, {}) != 0;
+    }));
+    return sipp;
+  }
+  bool InCall() {
+    return Eventually(60, [this] { return m_Traces.Has("AudioOut: SIP->INVITE (ACK) Ok, enter run loop"); });
+  }
+  // Ends the call; sipp ends by its scenario's command when it had each of its steps.
+  void ExpectWhole(std::future<CCommandResult>* sipp, CVivotek_AudioOut* call) {
+    call->Stop();
+    const CCommandResult result = sipp->get();
+    EXPECT_EQ(SIPP_ENDED_BY_SCENARIO, result.status) << result.output;
   }
   bool TracesInOrder(const std::vector<std::string>& wanted) {
     size_t next = 0;
@@ -180,11 +201,11 @@ double SignalToNoise(const std::vector<short>& pcm, double hertz) {
 // Rings twice, a late answer, the answer once more in the call, INFO, BYE; and a tone meanwhile.
 TEST_F(AudioCall, SpeaksThroughAnIndependentSIPCamera) {
   const COwnedSocket speaker(CameraSocket(6000));
-  auto sipp = Sipp("speaker_call.xml", 2);
+  auto sipp = Sipp("speaker_call.xml");
   CTalker talker;
   const auto audio = Begin(&talker);
-  ASSERT_TRUE(Eventually(40, [&] { return m_Traces.Has("AudioOut: SIP->INVITE (ACK) Ok, enter run loop"); }));
-  EXPECT_EQ(std::string(16, '\0'), ReceiveText(talker.Socket(), 10000));  // a hello
+  ASSERT_TRUE(InCall());
+  EXPECT_EQ(HELLO, ReceiveText(talker.Socket()));
 
   constexpr unsigned char STARTUP[16] = {};
   constexpr unsigned char DAMAGED[] = {0x80, 111, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 0xFF};
@@ -196,7 +217,7 @@ TEST_F(AudioCall, SpeaksThroughAnIndependentSIPCamera) {
       talker.Send(DAMAGED, talker.ListenerPort);
     }
     talker.Say(talker.ListenerPort);
-    const std::string packet = ReceiveText(speaker.Get(), 10000);
+    const std::string packet = ReceiveText(speaker.Get());
     ASSERT_EQ(12U + 160U, packet.size());
     if (first.empty()) first = packet;
     const auto* bytes = reinterpret_cast<const unsigned char*>(packet.data());
@@ -211,12 +232,10 @@ TEST_F(AudioCall, SpeaksThroughAnIndependentSIPCamera) {
 
   audio->EnableAudioTX(0);
   talker.Say(talker.ListenerPort);
-  EXPECT_EQ(std::string(160, '\x7F'), ReceiveText(speaker.Get(), 10000).substr(12));
+  EXPECT_EQ(std::string(160, '\x7F'), ReceiveText(speaker.Get()).substr(12));
   EXPECT_EQ(1, m_Camera.Unmuted);
 
-  audio->Stop();
-  const CCommandResult result = sipp.get();
-  EXPECT_EQ(0, result.status) << result.output;
+  ExpectWhole(&sipp, audio.get());
   EXPECT_TRUE(Eventually(20, [&] { return talker.Target == nullptr; }));
   EXPECT_TRUE(TracesInOrder({"AudioOut: SIP->OPTIONS Ok", "AudioOut: SIP->INVITE Ok",
                              "AudiOut: Got INVITE response OK", "AudioOut: SIP->INVITE (ACK) Ok",
@@ -226,17 +245,17 @@ TEST_F(AudioCall, SpeaksThroughAnIndependentSIPCamera) {
 // First no answer within 10 s; then one that comes before anybody waits for it, so that it is read from its
 // retransmission.
 TEST_F(AudioCall, PlacesTheCallAgainUntilItIsAnswered) {
-  auto silent = Sipp("speaker_silent.xml", 2);
   CTalker talker;
+  auto silent = std::make_unique<CSpeaker>();
+  silent->Answers = false;
   const auto audio = Begin(&talker);
-  EXPECT_EQ(0, silent.get().status);
-  ASSERT_TRUE(Eventually(40, [&] { return m_Traces.Has("AudiOut: Failed waiting for INVITE response"); }));
-  ASSERT_TRUE(Eventually(40, [&] { return m_Traces.Has("AudioOut: SIP->OPTIONS Failed"); }));
-  auto immediate = Sipp("speaker_immediate.xml", 2);
-  ASSERT_TRUE(Eventually(40, [&] { return m_Traces.Has("AudioOut: SIP->INVITE (ACK) Ok, enter run loop"); }));
-  audio->Stop();
-  const CCommandResult result = immediate.get();
-  EXPECT_EQ(0, result.status) << result.output;
+  for (const char* line : {"AudiOut: Failed waiting for INVITE response", "AudioOut: SIP->OPTIONS Failed"}) {
+    ASSERT_TRUE(Eventually(60, [&] { return m_Traces.Has(line); })) << line;
+    silent.reset();
+  }
+  auto immediate = Sipp("speaker_immediate.xml");
+  ASSERT_TRUE(InCall());
+  ExpectWhole(&immediate, audio.get());
 }
 
 TEST_F(AudioCall, WaitsForALatePathAndEndsWithItsTalker) {
@@ -251,16 +270,16 @@ TEST_F(AudioCall, WaitsForALatePathAndEndsWithItsTalker) {
   SetPathAddress(&path, htonl(INADDR_LOOPBACK), BoundPort(relay.Get()));
   talker->Target.load()->ProcessAudioSourceAddressInfo(&path);
   sockaddr_in listener{};
-  EXPECT_EQ(std::string(16, '\0'), ReceiveText(relay.Get(), 10000, &listener));
-  ASSERT_TRUE(Eventually(40, [&] { return m_Traces.Has("AudioOut: SIP->INVITE (ACK) Ok, enter run loop"); }));
+  EXPECT_EQ(HELLO, ReceiveText(relay.Get(), &listener));
+  ASSERT_TRUE(InCall());
   talker->Say(ntohs(listener.sin_port));
-  EXPECT_EQ(172U, ReceiveText(speaker.Get(), 10000).size());
+  EXPECT_EQ(172U, ReceiveText(speaker.Get()).size());
 
   talker.reset();
   EXPECT_FALSE(audio->IsRunning());
   EXPECT_EQ(nullptr, audio->IntercomClient());
   EXPECT_TRUE(Eventually(20, [&] { return m_Traces.Has("AudiOut: RunLoop() finished"); }));
-  EXPECT_TRUE(Eventually(20, [&] { return camera.Byes == 1; }));
+  EXPECT_TRUE(Eventually(20, [&] { return camera.Byes > 0; }));
 }
 
 size_t EntriesOf(const char* folder) {
@@ -291,8 +310,9 @@ TEST_F(AudioCall, FiveHundredLeaveNothingBehindInAnyPhase) {
     firstPort = lastPort;
     descriptors = EntriesOf("/proc/self/fd"), threads = EntriesOf("/proc/self/task");
   }
-  EXPECT_EQ(descriptors, EntriesOf("/proc/self/fd"));
-  EXPECT_EQ(threads, EntriesOf("/proc/self/task"));
+  EXPECT_TRUE(Eventually(20, [&] {  // a thread that was joined may be listed for a moment
+    return EntriesOf("/proc/self/fd") <= descriptors && EntriesOf("/proc/self/task") <= threads;
+  }));
   EXPECT_TRUE(Eventually(20, [&] { return camera.Acks == camera.Byes; }));
   // Even ports from 8460 on, a hundred of them in turn.
   EXPECT_EQ(0, firstPort % 2);

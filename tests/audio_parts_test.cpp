@@ -2,6 +2,7 @@
 #include "audio/rtp_packet.h"
 #include "audio/sip_dialogue.h"
 #include "audio/volume_queue.h"
+#include "tests/support/stopped_clock.h"
 
 #include <gtest/gtest.h>
 
@@ -100,9 +101,9 @@ TEST(AudioRTP, PacketsCountTheirTimeIn32Bits) {
   constexpr uint32_t IDENTITY = 0x11223344;
   CPCMUPacketBuilder packets(IDENTITY);
   const unsigned char sound[] = {0xFF, 0x00, 0x7F};
+  unsigned sequence = 0;
   for (const auto& [milliseconds, timestamp] :
        {std::pair{0U, 0U}, {20U, 160U}, {536870U, 4294960U}, {536871U, 0U}, {536891U, 160U}}) {
-    static unsigned sequence = 0;
     const auto packet = packets.Build(sound, milliseconds);
     ASSERT_EQ(15U, packet.size());
     unsigned char expected[15] = {0x80, 0, 0, static_cast<unsigned char>(sequence++)};
@@ -116,12 +117,15 @@ TEST(AudioRTP, PacketsCountTheirTimeIn32Bits) {
 }
 
 TEST(AudioVolume, MeterTakesWhatWasPlayed) {
+  CStoppedClock clock;
   CVolumeQueue queue;
   for (int i = 0; i < 257; ++i) queue.Push(1000 - i, 8);
   EXPECT_EQ(999, queue.Pop(1));  // the first of all was dropped
   EXPECT_EQ(999, queue.Pop(8));  // its other 7, and 1 of the next
   EXPECT_EQ(998, queue.Pop(7));
   EXPECT_TRUE(queue.Congested());  // 254 * 8 are queued, and somebody takes them
+  clock.Step(250);
+  EXPECT_FALSE(queue.Congested());  // he has gone
   EXPECT_EQ(997, queue.Pop(32));
   EXPECT_FALSE(queue.Congested());  // exactly 2000
   queue.Push(5, 0);
