@@ -13,7 +13,6 @@
 #include <opus/opus.h>
 
 #include <cmath>
-#include <filesystem>
 #include <future>
 #include <numbers>
 
@@ -282,11 +281,6 @@ TEST_F(AudioCall, WaitsForALatePathAndEndsWithItsTalker) {
   EXPECT_TRUE(Eventually(20, [&] { return camera.Byes > 0; }));
 }
 
-size_t EntriesOf(const char* folder) {
-  const std::filesystem::directory_iterator entries(folder);
-  return static_cast<size_t>(std::distance(begin(entries), end(entries)));
-}
-
 // Deleted by the main thread, which holds its lock, before the camera is asked, while it is, while its answer
 // is awaited, in the call, and in the call's end.
 TEST_F(AudioCall, FiveHundredLeaveNothingBehindInAnyPhase) {
@@ -310,7 +304,7 @@ TEST_F(AudioCall, FiveHundredLeaveNothingBehindInAnyPhase) {
     firstPort = lastPort;
     descriptors = EntriesOf("/proc/self/fd"), threads = EntriesOf("/proc/self/task");
   }
-  EXPECT_TRUE(Eventually(20, [&] {  // a thread that was joined may be listed for a moment
+  EXPECT_TRUE(Eventually(20, [&] {
     return EntriesOf("/proc/self/fd") <= descriptors && EntriesOf("/proc/self/task") <= threads;
   }));
   EXPECT_TRUE(Eventually(20, [&] { return camera.Acks == camera.Byes; }));

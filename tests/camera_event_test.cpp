@@ -1,12 +1,10 @@
 // Notifications: from the bytes that a camera sends to the host's event, and the life of the listener.
 #include "camera/notification_framer.h"
 #include "tests/camera_script.h"
-
-#include <sys/time.h>
+#include "tests/support/stopped_clock.h"
+#include "util/owned_socket.h"
 
 namespace {
-
-std::atomic<long long> g_ClockAheadMs{0};
 
 constexpr unsigned EVENTS_ON = 0x800;
 const std::string ACCEPTED =
@@ -44,6 +42,7 @@ std::string Post(const std::string& body) {
 class CEventCount {
  public:
   CEventCount() {
+    CEventServer::Instance()->DispatchEvents();  // what is left of an earlier test
     CEventServer::Instance()->Receiver([this](const GXT_EVENT& event) {
       if (event.Event == 2275) ++m_ByComponent[event.ComponentID];
     });
@@ -63,27 +62,21 @@ class CEventCount {
 // A sender that stays connected.
 class CSender {
  public:
-  explicit CSender(int port) : m_iSocket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    m_bConnected = connect(m_iSocket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+  explicit CSender(int port) : m_Socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    const sockaddr_in to = Loopback(static_cast<unsigned short>(port));
+    m_bConnected = connect(m_Socket.Get(), reinterpret_cast<const sockaddr*>(&to), sizeof to) == 0;
   }
-  ~CSender() { close(m_iSocket); }
-  CSender(const CSender&) = delete;
-  CSender& operator=(const CSender&) = delete;
   bool Connected() const { return m_bConnected; }
   bool Send(const std::string& bytes) const {
-    return send(m_iSocket, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+    return send(m_Socket.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
   }
-  void EndSending() const { shutdown(m_iSocket, SHUT_WR); }
-  // What comes until the listener closes the connection, or `seconds` are over.
-  std::string Answer(int seconds = 15) const {
+  void EndSending() const { shutdown(m_Socket.Get(), SHUT_WR); }
+  // What comes until the listener closes the connection.
+  std::string Answer() const {
     std::string answer;
     char bytes[512];
-    while (WaitSocketReadState(m_iSocket, static_cast<unsigned>(seconds) * 1000)) {
-      const ssize_t n = recv(m_iSocket, bytes, sizeof bytes, 0);
+    while (WaitSocketReadState(m_Socket.Get(), 40000)) {
+      const ssize_t n = recv(m_Socket.Get(), bytes, sizeof bytes, 0);
       if (n <= 0) return answer;
       answer.append(bytes, static_cast<size_t>(n));
     }
@@ -91,9 +84,14 @@ class CSender {
   }
 
  private:
-  const int m_iSocket;
+  const COwnedSocket m_Socket;
   bool m_bConnected = false;
 };
+
+std::string Tell(int port, const std::string& request) {
+  const CSender sender(port);
+  return sender.Send(request) ? sender.Answer() : "(not sent)";
+}
 
 class Events : public testing::Test {
  protected:
@@ -102,37 +100,21 @@ class Events : public testing::Test {
     m_pCamera = StaticCamera(m_Script.URL());
     m_pCamera->ID(7);
   }
-  void TearDown() override { g_ClockAheadMs = 0; }
 
   void Load() {
     ASSERT_TRUE(m_pCamera->CheckRunState());
-    ASSERT_TRUE(Eventually(10, [&] { return CSender(m_pCamera->EventPort()).Connected(); }));
+    ASSERT_TRUE(Eventually(20, [&] { return Listens(); }));
   }
   bool Listens() const { return CSender(m_pCamera->EventPort()).Connected(); }
-  std::string Tell(const std::string& request) const {
-    const CSender sender(m_pCamera->EventPort());
-    return sender.Send(request) ? sender.Answer() : "(not sent)";
-  }
+  std::string Tell(const std::string& request) const { return ::Tell(m_pCamera->EventPort(), request); }
   bool Counts(int events) {
-    return Eventually(10, [&] { return m_Count.Of(7) >= events; }) && m_Count.Of(7) == events;
+    return Eventually(20, [&] { return m_Count.Of(7) >= events; }) && m_Count.Of(7) == events;
   }
 
   CScriptedCamera m_Script;
   std::unique_ptr<CONVIFCam> m_pCamera;
   CEventCount m_Count;
 };
-
-}  // namespace
-
-// The driver's timers follow the wall clock.
-extern "C" int gettimeofday(timeval* now, void*) noexcept {
-  timespec time{};
-  clock_gettime(CLOCK_REALTIME, &time);
-  const long long ms = time.tv_sec * 1000LL + time.tv_nsec / 1000000 + g_ClockAheadMs;
-  now->tv_sec = ms / 1000;
-  now->tv_usec = ms % 1000 * 1000;
-  return 0;
-}
 
 // However the bytes are cut, a request is whole at the same byte and has the same body.
 TEST(Framer, FindsTheBodyInPiecesOfAnySize) {
@@ -254,7 +236,7 @@ TEST_F(Events, TheListenerAnswersWhatIsWholeAndServesTheNext) {
   EXPECT_TRUE(Counts(4));
   CSender(m_pCamera->EventPort()).Send("POST /subscribe");
   EXPECT_EQ(Tell(Post(Motion("false"))), ACCEPTED);
-  EXPECT_TRUE(Eventually(10, [&] { return m_pCamera->MotionLevel() == 0; }));
+  EXPECT_TRUE(Eventually(20, [&] { return m_pCamera->MotionLevel() == 0; }));
   for (int i = 0; i < 1000; ++i) ASSERT_EQ(Tell(Post(Motion("true"))), ACCEPTED);
   EXPECT_TRUE(Counts(1004));
 }
@@ -269,24 +251,23 @@ TEST_F(Events, ASilentSenderCountsAsGone) {
 }
 
 TEST_F(Events, TheSubscriptionIsRenewedAndOutlivesARefusal) {
+  CStoppedClock clock;
   Load();
-  // A sender is served behind the renewal: then its timer runs anew.
-  const auto renewed = [&](size_t times) {
-    return Eventually(10, [&] { return m_Script.Requests("Subscribe").size() == times; }) &&
-           Tell(Post("")) == ACCEPTED;
-  };
-  EXPECT_TRUE(renewed(1));
-  g_ClockAheadMs += 30000;
-  EXPECT_TRUE(renewed(1));
-  m_Script.SetWhole("Subscribe", CScriptedCamera::SILENT);
-  g_ClockAheadMs += 21000;
-  EXPECT_TRUE(renewed(2));
-  m_Script.Set("Subscribe", "");
-  g_ClockAheadMs += 51000;
-  EXPECT_TRUE(renewed(3));
+  // Each step, and the requests that there are behind it; the last sets the clock back, which costs one renewal
+  // too many.
+  const struct {
+    long long StepMs;
+    bool Refused;
+    size_t Requests;
+  } steps[] = {{0, false, 1}, {30000, false, 1}, {21000, true, 2}, {51000, false, 3}, {-3600000, false, 4}};
+  for (const auto& step : steps) {
+    m_Script.Set("Subscribe", "");
+    if (step.Refused) m_Script.SetWhole("Subscribe", CScriptedCamera::SILENT);
+    clock.Step(step.StepMs);
+    EXPECT_TRUE(Eventually(20, [&] { return m_Script.Requests("Subscribe").size() == step.Requests; }));
+    EXPECT_EQ(Tell(Post("")), ACCEPTED);  // served behind the renewal: then its timer runs anew
+  }
   EXPECT_EQ(Tell(Post(Motion("true"))), ACCEPTED);
-  g_ClockAheadMs -= 3600000;  // a clock set back costs one renewal too many
-  EXPECT_TRUE(renewed(4));
   EXPECT_TRUE(Counts(1));
 }
 
@@ -295,7 +276,7 @@ TEST_F(Events, AResetEndsTheListenerAndALoadStartsANewOne) {
     Load();
     EXPECT_EQ(Tell(Post(Motion("true"))), ACCEPTED);
     m_pCamera->SetErrorState();
-    EXPECT_TRUE(Eventually(10, [&] { return !Listens(); }));
+    EXPECT_TRUE(Eventually(20, [&] { return !Listens(); }));
   }
   EXPECT_TRUE(Counts(3));
   // Loaded again before the former listener has noticed.
@@ -311,7 +292,7 @@ TEST_F(Events, AResetEndsTheListenerAndALoadStartsANewOne) {
   m_Script.SetWhole("Subscribe", CScriptedCamera::SILENT);
   ASSERT_TRUE(m_pCamera->CheckRunState());
   EXPECT_EQ(m_pCamera->RunState() & EVENTS_ON, EVENTS_ON);
-  EXPECT_TRUE(Eventually(10, [&] { return !Listens(); }));
+  EXPECT_TRUE(Eventually(20, [&] { return !Listens(); }));
 }
 
 TEST_F(Events, SixtyFourCamerasListenAndTheNextDoesWithout) {
@@ -325,13 +306,10 @@ TEST_F(Events, SixtyFourCamerasListenAndTheNextDoesWithout) {
     ASSERT_TRUE(cameras.back()->CheckRunState());
   }
   EXPECT_EQ(AssertCount(), asserts + 1);
-  const auto tell = [](int port) {
-    const CSender sender(port);
-    return sender.Send(Post(Motion("true"))) ? sender.Answer() : "";
-  };
+  const std::string motion = Post(Motion("true"));
   for (int i = 0; i < 64; ++i) {
-    ASSERT_TRUE(Eventually(10, [&] { return tell(8795 + 2 * i) == ACCEPTED; })) << i;
-    EXPECT_TRUE(Eventually(10, [&] { return m_Count.Of(100 + i) == 1; })) << i;
+    ASSERT_TRUE(Eventually(20, [&] { return ::Tell(8795 + 2 * i, motion) == ACCEPTED; })) << i;
+    EXPECT_TRUE(Eventually(20, [&] { return m_Count.Of(100 + i) == 1; })) << i;
   }
   // They go in any order, and their ports with them: the next camera takes the lowest one that is free.
   for (const size_t i : {size_t{1}, size_t{64}, size_t{0}, size_t{40}}) cameras[i].reset();
@@ -339,10 +317,12 @@ TEST_F(Events, SixtyFourCamerasListenAndTheNextDoesWithout) {
     cameras.push_back(StaticCamera(m_Script.URL()));
     EXPECT_EQ(cameras.back()->EventPort(), port);
     ASSERT_TRUE(cameras.back()->CheckRunState());
-    EXPECT_TRUE(Eventually(10, [&] { return tell(port) == ACCEPTED; }));
+    EXPECT_TRUE(Eventually(20, [&] { return ::Tell(port, motion) == ACCEPTED; }));
   }
   while (!cameras.empty()) {  // the first, the last, the first ...
     cameras.erase(cameras.size() % 2 == 0 ? cameras.begin() : cameras.end() - 1);
   }
-  EXPECT_EQ(tell(8795), "");
+  EXPECT_FALSE(CSender(8795).Connected());
 }
+
+}  // namespace

@@ -16,13 +16,18 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
+
+// As of descriptors or threads in /proc/self. A thread that was joined may be listed for a moment.
+inline size_t EntriesOf(const char* folder) {
+  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
+}
 
 // The host's main thread and file thread at work.
 class CHostAtWork {
