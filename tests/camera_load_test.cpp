@@ -4,11 +4,9 @@
 
 namespace {
 
-using testing::Test;
-
 constexpr unsigned ALL_STEPS = 0x1EF6;  // of a camera entered by its URL
 
-class Load : public Test {
+class Load : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_TRUE(SetNetworkInterface("lo"));
@@ -24,32 +22,20 @@ class Load : public Test {
 TEST_F(Load, WalksAllStepsOnce) {
   EXPECT_TRUE(m_pCamera->CheckRunState());
   EXPECT_EQ(m_pCamera->RunState(), ALL_STEPS);
-  const std::vector<std::string> expected = {"Loading Device Info...",
-                                             "Success",
-                                             "Performing TimeSync()...",
-                                             "Device Time 5/6/2031 10:20:30",
-                                             "Success",
-                                             "Loading Media URLs...",
-                                             "Success",
-                                             "Loading Encoder Configs...",
-                                             "Found Encoder tkn E1 Name:Enc",
-                                             "Found Encoder tkn E2 Name:Jay",
-                                             "Success",
-                                             "Loading Capabilities...",
-                                             "Success",
-                                             "Loading Profile Configs...",
-                                             "Found Profile P1",
-                                             "Found Profile P2",
-                                             "Success",
-                                             "Loading Snapshot Config...",
-                                             "Success",
-                                             "Loading Media Config...",
-                                             "Success",
-                                             "Loading PTZ Config...",
-                                             "Success",
-                                             "Starting Event Service...",
-                                             "Success"};
-  EXPECT_EQ(m_pTrace->Lines(), expected);
+  std::string lines;
+  for (const std::string& line : m_pTrace->Lines()) lines += line + "\n";
+  EXPECT_EQ(
+      lines,
+      "Loading Device Info...\nSuccess\n"
+      "Performing TimeSync()...\nDevice Time 5/6/2031 10:20:30\nSuccess\n"
+      "Loading Media URLs...\nSuccess\n"
+      "Loading Encoder Configs...\nFound Encoder tkn E1 Name:Enc\nFound Encoder tkn E2 Name:Jay\nSuccess\n"
+      "Loading Capabilities...\nSuccess\n"
+      "Loading Profile Configs...\nFound Profile P1\nFound Profile P2\nSuccess\n"
+      "Loading Snapshot Config...\nSuccess\n"
+      "Loading Media Config...\nSuccess\n"
+      "Loading PTZ Config...\nSuccess\n"
+      "Starting Event Service...\nSuccess\n");
   EXPECT_EQ(m_pCamera->EDRVName(), "Acme One");
   EXPECT_EQ(m_pCamera->TraceName(), "Acme:One");
   EXPECT_EQ(m_pCamera->MediaURL().Str(), m_Script.URL("/caps-media"));  // the capabilities have the last word
@@ -132,7 +118,8 @@ TEST_F(Load, KeepsWhatItHasOverABadAnswer) {
   EXPECT_EQ(m_pCamera->IndexOfEncoder(""), 255);
 }
 
-// Streams that fail at once load the camera anew each time, but at the pace of one a second.
+// Streams that fail at once load the camera anew each time, but each stream starts only once a second: seven
+// loads are more than two streams can cause within one.
 TEST_F(Load, IsNotRepeatedWithoutPauseWhenStreamsFail) {
   const CHostAtWork host;
   CPictureSink viewer;
@@ -142,11 +129,11 @@ TEST_F(Load, IsNotRepeatedWithoutPauseWhenStreamsFail) {
   CSystem::Instance()->AddComponent(std::move(m_pCamera));
   camera->AddVideoSink(&viewer);  // starts it
   const auto loads = [&] { return m_Script.Requests("Subscribe").size(); };
-  ASSERT_TRUE(Eventually(20, [&] { return loads() >= 2; }));
+  EXPECT_TRUE(Eventually(40, [&] { return loads() >= 2; }));
   const auto start = Clock::now();
   const size_t before = loads();
-  ASSERT_TRUE(Eventually(40, [&] { return loads() >= before + 3; }));
-  EXPECT_GT(SecondsSince(start), 1.2);
+  EXPECT_TRUE(Eventually(60, [&] { return loads() >= before + 7; }));
+  EXPECT_GT(SecondsSince(start), 0.9);
   EXPECT_EQ(m_pTrace->Count("FAILED"), 0);
   m_pTrace.reset();
   CSystem::Instance()->RemoveComponent(camera->ID());
@@ -258,12 +245,6 @@ TEST_F(Load, SubscribesToEvents) {
 TEST_F(Load, FillsEmptyUserSettings) {
   EXPECT_TRUE(m_pCamera->CheckRunState());
   EXPECT_EQ(m_pCamera->NResolutions(RTSP_PROFILE_JPEG), 0);
-  CPictureSink viewer;
-  {
-    const CMainThreadLock lock;  // without it the connection thread comes no further than a pass
-    m_pCamera->AddVideoSink(&viewer);
-    m_pCamera->StopThread();
-  }
   EXPECT_TRUE(m_pCamera->LoadDefaultUserSettings());
   const struct {
     RTSP_PROFILE_TYPE Type;
@@ -300,7 +281,6 @@ TEST_F(Load, FillsEmptyUserSettings) {
   EXPECT_EQ(m_pCamera->DVREncodeDimensions().Width, 640);
   m_pCamera->SetErrorState();
   EXPECT_EQ(m_pCamera->DVREncodeType(), -1);
-  m_pCamera->RemoveVideoSink(&viewer, 0);
 }
 
 }  // namespace

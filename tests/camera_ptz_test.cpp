@@ -73,7 +73,7 @@ TEST_F(PTZ, TellsTheCameraWhatWasAsked) {
     Load(c.PTZ);
     EXPECT_EQ(c.Ask(m_pCamera.get()), 1);
     m_pCamera->PresetControl(0, 0);  // runs behind it
-    ASSERT_TRUE(Eventually(10, [&] {
+    ASSERT_TRUE(Eventually(20, [&] {
       const auto seen = m_pScript->Requests("GotoPreset");
       return !seen.empty() && seen.back().find("<PresetToken>7<") != std::string::npos;
     }));
@@ -114,7 +114,7 @@ TEST_F(PTZ, ABurstOfMovesLeavesOnePendingAndKeepsTheRest) {
     if (operation == "Stop") Eventually(20, [&] { return release.load(); });
   });
   m_pCamera->StopMove();
-  ASSERT_TRUE(Eventually(10, [&] { return Asked("Stop") == 1; }));  // at work from now on
+  ASSERT_TRUE(Eventually(20, [&] { return Asked("Stop") == 1; }));  // at work from now on
   m_pCamera->ZoomInOut(1);
   m_pCamera->ZoomInOut(1);
   for (int i = 0; i < 1000; ++i) EXPECT_EQ(m_pCamera->MoveFrame(i % 100, i % 7, 0, 0), 1);
@@ -142,7 +142,7 @@ TEST_F(PTZ, NoProcIsLeftLyingWhenTheWorkerEnds) {
   for (int i = 1; i <= 300; ++i) {
     camera->PushProc(std::make_unique<CCount>(&ran));
     // Not asked for at intervals: the next push is to meet the worker at its end.
-    for (const auto start = Clock::now(); ran != i && SecondsSince(start) < 10;) std::this_thread::yield();
+    for (const auto start = Clock::now(); ran != i && SecondsSince(start) < 20;) std::this_thread::yield();
     ASSERT_EQ(ran, i);
   }
   std::thread other([&] {
@@ -150,7 +150,7 @@ TEST_F(PTZ, NoProcIsLeftLyingWhenTheWorkerEnds) {
   });
   for (int i = 0; i < 300; ++i) camera->PushProc(std::make_unique<CCount>(&ran));
   other.join();
-  EXPECT_TRUE(Eventually(10, [&] { return ran == 900; }));
+  EXPECT_TRUE(Eventually(20, [&] { return ran == 900; }));
 }
 
 }  // namespace

@@ -124,7 +124,7 @@ TEST_F(Stop, WhileItStreamsAndRecords) {
     camera->WantDVR(true);
     camera = Started(std::move(camera));
     camera->AddVideoSink(&sink);
-    ASSERT_TRUE(Eventually(20, [&] {
+    ASSERT_TRUE(Eventually(60, [&] {
       camera->FileThreadOnIdle();
       return (camera->RunState() & 0x4000) != 0;
     }));
@@ -148,7 +148,7 @@ TEST_F(Stop, ThroughTheHostUnderFullLoad) {
     CSystem::Instance()->AddComponent(std::move(owned));
     camera->AddVideoSink(&sinks[number % 3]);
   }
-  EXPECT_TRUE(Eventually(20, [&] { return sinks[1].Count() > 3 && sinks[2].Count() > 0; }));
+  EXPECT_TRUE(Eventually(60, [&] { return sinks[1].Count() > 3 && sinks[2].Count() > 0; }));
   const auto start = Clock::now();
   CSystem::Instance()->RemoveAllComponents();
   EXPECT_LT(SecondsSince(start), SOON_SECONDS);

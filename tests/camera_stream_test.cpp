@@ -1,6 +1,9 @@
 // Pictures and recordings from the simulated cameras, judged by libjpeg and ffprobe.
 #include "tests/camera_support.h"
+#include "tests/media_support.h"
 #include "tests/support/jpeg_judge.h"
+
+#include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
@@ -8,6 +11,7 @@
 namespace {
 
 constexpr unsigned RUNNING = 0x800;
+constexpr double SECONDS_TO_PICTURE = 12;  // from a camera's first answer after a power cut
 
 struct CEntry {
   std::string ProfileToken, EncoderToken = "<DEFAULT>", Encoding = "JPEG";
@@ -46,7 +50,7 @@ class Streams : public testing::Test {
     CONVIFCam* const added = camera.get();
     CSystem::Instance()->AddComponent(std::move(camera));
     added->StartThread("ONVIFCam");
-    EXPECT_TRUE(Eventually(20, [&] { return (added->RunState() & RUNNING) != 0; }));
+    EXPECT_TRUE(Eventually(60, [&] { return (added->RunState() & RUNNING) != 0; }));
     return added;
   }
 
@@ -66,7 +70,7 @@ TEST_F(Streams, DeliverPicturesThatDecodeOverBothTransports) {
     CONVIFCam* const camera = Run(std::move(owned));
     for (CPictureSink* sink : {&large, &small, &beyond}) camera->AddVideoSink(sink);
     EXPECT_TRUE(
-        Eventually(20, [&] { return large.Count() > 10 && small.Count() > 10 && beyond.Count() > 10; }));
+        Eventually(60, [&] { return large.Count() > 10 && small.Count() > 10 && beyond.Count() > 10; }));
     for (CPictureSink* sink : {&large, &small, &beyond}) camera->RemoveVideoSink(sink, 0);
     const std::pair<CPictureSink*, int> widths[] = {{&large, 640}, {&small, 320}, {&beyond, 320}};
     for (const auto& [sink, width] : widths)  // beyond the last stream there is: the last
@@ -88,20 +92,21 @@ TEST_F(Streams, RecordH264ThatFfprobeDecodesOverBothTransports) {
     owned->WantDVR(true);  // before it is loaded: it starts by itself
     const CTraceKeeper trace(owned.get());
     CONVIFCam* const camera = Run(std::move(owned));
-    EXPECT_TRUE(Eventually(20, [&] { return recording->Count() > 40; }));
+    EXPECT_TRUE(Eventually(60, [&] { return recording->Count() > 40; }));
     EXPECT_TRUE(trace.Has("H264/DVR Stream Started OK"));
-
-    CGXMSG stats;
-    camera->GetVideoStats(&stats);
-    EXPECT_EQ(stats.GetInt(), 0);   // no JPEG pictures
-    EXPECT_EQ(stats.GetInt(), -1);  // no motion information
-    EXPECT_EQ(stats.GetInt(), 1);
-    EXPECT_EQ(stats.GetString(), "H264-DVR");
-    EXPECT_GT(stats.GetInt(), 0);
+    // No JPEG pictures, no motion information, one taker; its rate is taken every two seconds.
+    std::string stats;
+    EXPECT_TRUE(Eventually(20, [&] {
+      CGXMSG msg;
+      camera->GetVideoStats(&msg);
+      stats = Dump(msg.Items());
+      return !stats.ends_with("|0");
+    }));
+    EXPECT_TRUE(stats.starts_with("0|-1|1|H264-DVR|")) << stats;
 
     const int id = camera->ID();
     CSystem::Instance()->RemoveComponent(id);
-    const std::string path = testing::TempDir() + "/camera_stream_test.h264";
+    const std::string path = testing::TempDir() + "camera_stream_test." + std::to_string(getpid());
     std::ofstream file(path, std::ios::binary);
     bool begun = false;
     recording->Each([&](const CFrameData& frame) {
@@ -112,7 +117,8 @@ TEST_F(Streams, RecordH264ThatFfprobeDecodesOverBothTransports) {
     });
     file.close();
     const CCommandResult judged = RunCommand(
-        "ffprobe -v error -count_frames -show_entries stream=codec_name,width,nb_read_frames -of csv=p=0 " +
+        "ffprobe -v error -f h264 -count_frames -show_entries stream=codec_name,width,nb_read_frames -of "
+        "csv=p=0 " +
         path + " 2>&1");
     EXPECT_EQ(judged.status, 0);
     EXPECT_EQ(judged.output.substr(0, 10), "h264,1280,") << judged.output;
@@ -139,8 +145,7 @@ TEST_F(Streams, FindACameraAgainByItsIdentity) {
   EXPECT_EQ(camera->RunState() & 0x201, 1U);            // found, never asked who it is
   EXPECT_TRUE(CSystem::Instance()->TakeSaveRequest());  // it has a newer firmware
   EXPECT_EQ(trace.Lines().front(), "Looking for Service URL...");
-  EXPECT_TRUE(CIntercomServer::Instance()->HasClient(camera->GetIcomClient(ICOM_CLIENT_SELF)) ||
-              Eventually(20, [&] { return CIntercomServer::Instance()->HasClient(camera); }));
+  EXPECT_TRUE(Eventually(20, [&] { return CIntercomServer::Instance()->HasClient(camera); }));
   sockaddr_in address{};
   EXPECT_TRUE(camera->GetCameraAddress(&address));
   EXPECT_EQ(GXFormatAddress(&address), "127.0.0.12");
@@ -152,15 +157,15 @@ TEST_F(Streams, ComeBackAfterAPowerCut) {
   CONVIFCam* const camera = Run(StaticCamera(SimURL(1)));
   const CTraceKeeper trace(camera);
   camera->AddVideoSink(&sink);
-  ASSERT_TRUE(Eventually(20, [&] { return sink.Count() > 5; }));
-  m_pSim->Post("/cameras/1/power", {{"on", false}});
-  ASSERT_TRUE(Eventually(20, [&] { return trace.Has("FAILED"); }));
-  EXPECT_EQ(camera->RunState(), 0U);
+  ASSERT_TRUE(Eventually(60, [&] { return sink.Count() > 5; }));
+  ASSERT_FALSE(m_pSim->Post("/cameras/1/power", {{"on", false}}).is_null());
+  ASSERT_TRUE(Eventually(60, [&] { return trace.Has("FAILED"); }));
+  EXPECT_EQ(camera->RunState() & RUNNING, 0U);
   const int before = sink.Count();
-  m_pSim->Post("/cameras/1/power", {{"on", true}});
+  ASSERT_FALSE(m_pSim->Post("/cameras/1/power", {{"on", true}}).is_null());
   const auto answering = Clock::now();
-  EXPECT_TRUE(Eventually(12, [&] { return sink.Count() > before + 2; }));
-  RecordProperty("seconds_to_picture", std::to_string(SecondsSince(answering)));
+  EXPECT_TRUE(Eventually(60, [&] { return sink.Count() > before + 2; }));
+  EXPECT_LT(SecondsSince(answering), SECONDS_TO_PICTURE);
   camera->RemoveVideoSink(&sink, 0);
 }
 
@@ -169,7 +174,7 @@ TEST_F(Streams, FollowTheUserToAnotherAddress) {
   CPictureSink sink;
   CONVIFCam* const camera = Run(StaticCamera(SimURL(1)));
   camera->AddVideoSink(&sink);
-  ASSERT_TRUE(Eventually(20, [&] { return sink.Count() > 3; }));
+  ASSERT_TRUE(Eventually(60, [&] { return sink.Count() > 3; }));
   {
     const CTraceKeeper trace(camera);
     camera->SetConfigURL(SimURL(1));
@@ -178,10 +183,11 @@ TEST_F(Streams, FollowTheUserToAnotherAddress) {
   }
   SetEntries(camera, {}, {{.ProfileToken = "p0"}});
   camera->SetConfigURL(SimURL(2));
-  EXPECT_TRUE(Eventually(20, [&] { return camera->IsDoorStation(); }));
+  EXPECT_TRUE(Eventually(60, [&] {
+    return camera->IsDoorStation() && CEventServer::Instance()->HasCommand(camera->ID(), COMMAND_PLACE_CALL);
+  }));
   const int before = sink.Count();
-  EXPECT_TRUE(Eventually(20, [&] { return sink.Count() > before + 3; }));
-  EXPECT_TRUE(CEventServer::Instance()->HasCommand(camera->ID(), COMMAND_PLACE_CALL));
+  EXPECT_TRUE(Eventually(60, [&] { return sink.Count() > before + 3; }));
   camera->RemoveVideoSink(&sink, 0);
 }
 
@@ -192,11 +198,14 @@ TEST_F(Streams, TakeSnapshotsInstead) {
   ASSERT_TRUE(camera->CheckRunState());
   EXPECT_EQ(camera->RunSnapshotMode(), 1);  // nobody watches
   CPictureSink sink;
-  camera->AddVideoSink(&sink);
-  camera->StopThread();
+  {
+    const CMainThreadLock lock;  // the connection thread, which a viewer starts, gets no further than this
+    camera->AddVideoSink(&sink);
+    camera->StopThread();
+  }
   camera->StopFlag(false);
   std::thread snapshots([&] { EXPECT_EQ(camera->RunSnapshotMode(), 1); });
-  EXPECT_TRUE(Eventually(20, [&] {
+  EXPECT_TRUE(Eventually(60, [&] {
     camera->OnComponentIdle();
     return sink.Count() > 3;
   }));
@@ -241,11 +250,10 @@ TEST_F(Streams, BringTheCameraIntoLineBeforeTheyAreOpened) {
     CResolutionDescriptor descriptor;
     camera->LoadResolutionDescriptor(0, &descriptor, RTSP_PROFILE_H264);
     EXPECT_EQ(camera->LoadRTSPProfile(&descriptor), nullptr);
-    EXPECT_TRUE(Eventually(20, [&] { return notices.m_iCode != 0; }));
+    EXPECT_TRUE(Eventually(60, [&] { return notices.m_iCode != 0; }));
     camera->RemoveONVIF_Client(&notices);
     EXPECT_EQ(notices.m_iCode, 2);  // profile 0, encoder 0
-    EXPECT_TRUE(trace.Has(c.Line));
-    EXPECT_EQ(trace.Lines().back(), "SUCCESS");
+    EXPECT_TRUE(trace.Has(c.Line) && trace.Has("SUCCESS"));
     const std::unique_ptr<CRTSPProfile> rtsp(camera->LoadRTSPProfile(&descriptor));
     ASSERT_NE(rtsp, nullptr);
     EXPECT_EQ(rtsp->PayloadType(), RTSP_PAYLOAD_H264);

@@ -91,7 +91,7 @@ TEST(UserSettings, AreBroughtToTheCameraStepByStep) {
   CNotice notice;
   camera->AddONVIF_Client(&notice);
   camera->PushProc(std::make_unique<CCheckUserSet>(entry.get()));
-  EXPECT_TRUE(Eventually(10, [&] {
+  EXPECT_TRUE(Eventually(20, [&] {
     camera->OnComponentIdle();
     return notice.Code == 0x010002;  // the second profile, the first encoder
   }));
