@@ -17,7 +17,7 @@ namespace {
 
 constexpr unsigned LOOK_PERIOD_MS = 100;
 constexpr unsigned PAUSE_MS = 500;  // before each thing, so that it can be watched
-constexpr std::chrono::seconds UNTIL_RUNNING{30}, UNTIL_SEEN{6};
+constexpr std::chrono::seconds UNTIL_RUNNING{90}, UNTIL_SEEN{20};
 constexpr int HTTP_TIMEOUT_MS = 2000;
 constexpr unsigned short HTTP_PORT = 80;
 constexpr char PRESET[] = "Car park";

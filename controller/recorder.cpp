@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::chrono::seconds SETS_WAIT{2};  // for parameter sets that are not in the stream
+constexpr std::chrono::seconds SETS_WAIT{10};  // for parameter sets that are not in the stream
 constexpr int64_t RETRY_US = 10 * 1000000;    // after a file could not be written
 constexpr size_t ENTRY_OVERHEAD = 256;        // so that empty pieces are bounded too
 
