@@ -16,7 +16,7 @@ constexpr char kAction[] = "http://docs.oasis-open.org/wsn/bw-2/NotificationCons
 constexpr char kTopic[] = "tns1:RuleEngine/CellMotionDetector/Motion";
 constexpr char kTopicNamespace[] = "http://www.onvif.org/ver10/topics";
 constexpr char kDialect[] = "http://www.onvif.org/ver10/tev/topicExpression/ConcreteSet";
-constexpr timeval kPatience{3, 0};                  // for a connection, and for an answer
+constexpr timeval kPatience{10, 0};                 // for a connection, and for an answer
 constexpr size_t kPiece = 180;                      // bytes of a piece
 constexpr std::chrono::milliseconds kPieceTime{4};  // between pieces
 
