@@ -1,13 +1,10 @@
 // How the simulated cameras misbehave when told to, and what camsim says when it cannot start.
 #include "tests/support/camsim_process.h"
+#include "tests/support/eventually.h"
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 std::string Soap(const std::string& operation, bool close = true) {
   const std::string body = "<s:Envelope xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\"><s:Body><" +
@@ -18,26 +15,29 @@ std::string Soap(const std::string& operation, bool close = true) {
          "\r\n\r\n" + body;
 }
 
+std::string Send(const std::string& request, int ms = 20000, const std::string& until = "") {
+  return Exchange("127.0.0.11", 8080, request, ms, until);
+}
+
 constexpr char kEnd[] = "</s:Envelope>";
 
 class CamsimHttp : public testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(m_camsim.Ready()) << m_camsim.Output(); }
-  // The answer to GetHostname with these switches, and how long it took.
-  std::string Ask(const nlohmann::json& switches, int ms = 2000, const std::string& operation = "GetHostname") {
+  // The answer with these switches, and how long it took: as a rule until the camera closed the connection.
+  std::string Ask(const nlohmann::json& switches, const std::string& operation = "GetHostname", int ms = 20000,
+                  const std::string& until = "") {
     EXPECT_TRUE(switches.empty() || m_camsim.Quirks(1, switches));
     const auto start = Clock::now();
-    std::string answer = Exchange("127.0.0.11", 8080, Soap(operation), ms);
-    m_ms = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
-    EXPECT_TRUE(m_camsim.Quirks(1, {{"http", "normal"},
-                                    {"http_keep_open", false},
-                                    {"http_continue", false},
-                                    {"http_segment_ms", 0},
-                                    {"xml_empty", "pair"}}));
+    std::string answer = Send(Soap(operation), ms, until);
+    m_seconds = SecondsSince(start);
+    EXPECT_TRUE(m_camsim.Quirks(
+        1, {{"http", "normal"}, {"http_keep_open", false}, {"http_continue", false}, {"http_segment_ms", 0}}));
     return answer;
   }
+  bool Closed() const { return m_seconds < 15; }  // by the camera, and not at the end of our patience
   CCamsim m_camsim{{"--camera", "ptz"}};
-  long long m_ms = 0;
+  double m_seconds = 0;
 };
 
 struct CFramed {
@@ -54,7 +54,7 @@ CFramed Frame(const std::string& answer) {
 TEST_F(CamsimHttp, AnswersInTheMannerAskedFor) {
   const CFramed normal = Frame(Ask({}));
   EXPECT_EQ(normal.announced, static_cast<long>(normal.body));
-  EXPECT_LT(m_ms, 500);
+  EXPECT_TRUE(Closed());
 
   const std::string chunked = Ask({{"http", "chunked"}});
   EXPECT_NE(chunked.find("Transfer-Encoding: chunked\r\n"), std::string::npos);
@@ -72,42 +72,41 @@ TEST_F(CamsimHttp, AnswersInTheMannerAskedFor) {
 
   EXPECT_EQ(Ask({{"http_continue", true}}).find("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 OK\r\n"), 0u);
 
-  EXPECT_TRUE(Ask({{"http_segment_ms", 100}}, 2000, "GetCapabilities").ends_with(kEnd));
-  EXPECT_GE(m_ms, 100);
-
-  EXPECT_TRUE(Ask({{"http_keep_open", true}}, 400).ends_with(kEnd));
-  EXPECT_GE(m_ms, 390);  // whole, but the connection stays
+  EXPECT_TRUE(Ask({{"http_segment_ms", 100}}, "GetCapabilities").ends_with(kEnd));
+  EXPECT_GE(m_seconds, 0.1);
 
   const std::string half = Ask({{"http", "drop_half"}});
   EXPECT_EQ(half.find("HTTP/1.1 200"), 0u);
   EXPECT_FALSE(half.ends_with(kEnd));
-  EXPECT_LT(m_ms, 500);
+  EXPECT_TRUE(Closed());
 
   EXPECT_EQ(Ask({{"http", "drop"}}), "");
-  EXPECT_LT(m_ms, 500);
-  EXPECT_EQ(Ask({{"http", "silence"}}, 400), "");
-  EXPECT_GE(m_ms, 390);
-  const size_t trickled = Ask({{"http", "trickle"}}, 2500).size();
-  EXPECT_GE(trickled, 2u);
-  EXPECT_LE(trickled, 3u);
+  EXPECT_TRUE(Closed());
+  EXPECT_EQ(Ask({{"http", "silence"}}, "GetHostname", 400), "");
+  EXPECT_GE(m_seconds, 0.39);
+  // A byte a second.
+  EXPECT_TRUE(Ask({{"http", "trickle"}}, "GetHostname", 20000, "HTT").starts_with("HTT"));
+  EXPECT_GE(m_seconds, 1.9);
+  for (const auto& [form, end] :
+       {std::pair("pair", "\"></tds:Network>"), {"short", "=\"false\"/>"}, {"spaced", "=\"false\" />"}})
+    EXPECT_NE(Ask({{"xml_empty", form}}, "GetServiceCapabilities").find(end), std::string::npos) << form;
 }
 
 TEST_F(CamsimHttp, KeepsAConnectionForTheNextRequest) {
-  const std::string both = Exchange("127.0.0.11", 8080, Soap("GetHostname", false) + Soap("GetServices"));
-  EXPECT_NE(both.find("GetHostnameResponse"), std::string::npos);
-  EXPECT_NE(both.find("GetServicesResponse"), std::string::npos);
-}
-
-TEST_F(CamsimHttp, WritesEmptyElementsAsTold) {
-  const char* operation = "GetServiceCapabilities";
-  EXPECT_NE(Ask({{"xml_empty", "pair"}}, 2000, operation).find("\"></tds:Network>"), std::string::npos);
-  EXPECT_NE(Ask({{"xml_empty", "short"}}, 2000, operation).find("IPVersion6=\"false\"/>"), std::string::npos);
-  EXPECT_NE(Ask({{"xml_empty", "spaced"}}, 2000, operation).find("IPVersion6=\"false\" />"), std::string::npos);
+  const auto both = [](const std::string& answer) {
+    return answer.find("GetHostnameResponse") != std::string::npos &&
+           answer.find("GetServicesResponse") != std::string::npos;
+  };
+  EXPECT_TRUE(both(Send(Soap("GetHostname", false) + Soap("GetServices"))));
+  EXPECT_FALSE(both(Send(Soap("GetHostname") + Soap("GetServices"))));
+  ASSERT_TRUE(m_camsim.Quirks(1, {{"http_keep_open", true}}));
+  EXPECT_TRUE(both(Send(Soap("GetHostname") + Soap("GetServices"), 20000, "GetServicesResponse")))
+      << "whatever the client wants";
 }
 
 TEST_F(CamsimHttp, FaultsAsCamerasDo) {
   const auto status = [this](const nlohmann::json& switches, const char* operation, const char* subcode) {
-    const std::string answer = Ask(switches, 2000, operation);
+    const std::string answer = Ask(switches, operation);
     if (*subcode != '\0') {
       EXPECT_NE(answer.find(subcode), std::string::npos) << answer;
     }
@@ -119,7 +118,7 @@ TEST_F(CamsimHttp, FaultsAsCamerasDo) {
   EXPECT_EQ(status({{"no_get_services", true}}, "GetServices", "ter:ActionNotSupported"), 500);
   EXPECT_EQ(status({}, "Reinvent", "ter:ActionNotSupported"), 500);
   EXPECT_EQ(status({}, "Body></", "ter:WellFormed"), 400);
-  const std::string bare = Ask({{"bare_401", true}}, 2000, "GetScopes");
+  const std::string bare = Ask({{"bare_401", true}}, "GetScopes");
   EXPECT_EQ(Frame(bare).body, 0u);
   EXPECT_NE(bare.find("WWW-Authenticate: Digest"), std::string::npos);
   EXPECT_EQ(m_camsim.Camera(1)["requests"]["GetScopes"], 2);
@@ -135,13 +134,15 @@ TEST_F(CamsimHttp, ARefusedSwitchChangesNothing) {
 
 TEST_F(CamsimHttp, EndsAtOnceAndWhenAskedTo) {
   ASSERT_TRUE(m_camsim.Quirks(1, {{"http", "trickle"}}));
-  EXPECT_EQ(Exchange("127.0.0.11", 8080, Soap("GetHostname"), 2000, "H"), "H");
+  EXPECT_TRUE(Send(Soap("GetHostname"), 20000, "H").starts_with("H"));
   const auto start = Clock::now();
   EXPECT_EQ(m_camsim.End(), 0);
-  EXPECT_LT(Clock::now() - start, std::chrono::seconds(2));
+  EXPECT_LT(SecondsSince(start), 15) << "an answer that takes minutes is not waited for";
 }
 
 TEST(CamsimStart, SaysWhatIsWrong) {
+  CCamsim first({"--camera", "ptz"});
+  ASSERT_TRUE(first.Ready()) << first.Output();
   const struct {
     std::vector<std::string> arguments;
     const char* message;
@@ -153,32 +154,17 @@ TEST(CamsimStart, SaysWhatIsWrong) {
       {{"--quirk", "http=fast"}, "not 'fast'"},
       {{"--interface", "nonesuch0"}, "the interface nonesuch0 does not exist"},
       {{"--password-env", "NO_SUCH_VARIABLE"}, "the environment variable NO_SUCH_VARIABLE"},
-      {{"--control", "nowhere"}, "the control address nowhere cannot be used"},
+      {{"--camera-at", "127.0.0.30:door", "--control", "nowhere"},
+       "the control address nowhere cannot be used"},
       {{"--sideways"}, "--sideways"},
+      {{"--camera", "ptz"}, "cannot listen on 127.0.0.11:8080"},
+      {{"--camera", "ptz", "--http-port", "8081"}, "cannot listen on 127.0.0.11:8554 (RTSP)"},
+      {{"--camera-at", "127.0.0.30:door"}, "the control address 127.0.0.10:8900 cannot be used"},
   };
   for (const auto& wrong : cases) {
     CCamsim camsim(wrong.arguments);
     EXPECT_FALSE(camsim.Ready());
     EXPECT_NE(camsim.Output().find(wrong.message), std::string::npos) << camsim.Output();
-    EXPECT_NE(camsim.End(), 0);
-  }
-}
-
-TEST(CamsimStart, NamesAnOccupiedPort) {
-  CCamsim first({"--camera", "ptz"});
-  ASSERT_TRUE(first.Ready()) << first.Output();
-  const struct {
-    std::vector<std::string> arguments;
-    const char* message;
-  } cases[] = {
-      {{"--camera", "ptz"}, "cannot listen on 127.0.0.11:8080"},
-      {{"--camera", "ptz", "--http-port", "8081"}, "cannot listen on 127.0.0.11:8554 (RTSP)"},
-      {{"--camera-at", "127.0.0.30:door"}, "the control address 127.0.0.10:8900 cannot be used"},
-  };
-  for (const auto& second : cases) {
-    CCamsim camsim(second.arguments);
-    EXPECT_FALSE(camsim.Ready());
-    EXPECT_NE(camsim.Output().find(second.message), std::string::npos) << camsim.Output();
     EXPECT_NE(camsim.End(), 0);
   }
   EXPECT_FALSE(first.Post("/quit", nlohmann::json::object()).is_null());

@@ -13,7 +13,7 @@ namespace {
 using Json = nlohmann::json;
 
 constexpr int kConsumerPort = 8795;
-constexpr int kPatienceMs = 15000;
+constexpr int kPatienceMs = 20000;
 
 sockaddr_in At(const char* address, int port) {
   sockaddr_in at{};
@@ -89,33 +89,38 @@ TEST(CamsimReport, NotifiesSubscribersInEveryManner) {
   CCamsim sim({"--camera", "ptz"});
   ASSERT_TRUE(sim.Ready()) << sim.Output();
   const CConsumer consumer;
-  ASSERT_FALSE(
-      sim.Post("/cameras/1/motion", {{"on", true}}).is_null());  // nobody has subscribed: nobody is told
+  const auto count = [&](const char* what) { return sim.Camera(1)["notifications"].value(what, -1); };
+  // Nobody has subscribed: nobody is told.
+  ASSERT_FALSE(sim.Post("/cameras/1/motion", {{"on", true}}).is_null());
+  ASSERT_TRUE(Eventually(20, [&] { return count("pending") == 0; }));
   ASSERT_NE(Subscribe("PT1H").find("TerminationTime"), std::string::npos);
   ASSERT_NE(Subscribe("PT1H").find("/onvif/subscription/1<"), std::string::npos) << "a second one renews";
   EXPECT_EQ(sim.Camera(1)["subscriptions"].size(), 1u);
-  struct {
-    const char* Manner;
-    bool On, Length;
-    int Accepted;
-  } const cases[] = {{"whole", true, true, 1}, {"pieces", false, true, 2}, {"no_length", true, false, 2}};
-  for (const auto& c : cases) {
-    ASSERT_TRUE(sim.Quirks(1, {{"notify", c.Manner}}));
-    ASSERT_EQ(sim.Post("/cameras/1/motion", {{"on", c.On}})["motion"], c.On);
+  int told = 0, accepted = 0;
+  // Raises motion or ends it; how many pieces its notification came in.
+  const auto tell = [&](const std::string& manner, bool on) {
+    const bool length = manner != "no_length";
+    EXPECT_TRUE(sim.Quirks(1, {{"notify", manner}}));
+    EXPECT_EQ(sim.Post("/cameras/1/motion", {{"on", on}})["motion"], on);
     int pieces = 0;
-    const std::string got = consumer.Take(c.Length ? "HTTP/1.1 202 Accepted\r\n\r\n" : "", &pieces);
-    EXPECT_TRUE(got.starts_with("POST /subscribe HTTP/1.1\r\nHost: 127.0.0.1:8795\r\n")) << c.Manner << got;
-    EXPECT_EQ(got.find("Content-Length") != std::string::npos, c.Length) << c.Manner;
+    const std::string got = consumer.Take(length ? "HTTP/1.1 202 Accepted\r\n\r\n" : "", &pieces);
+    EXPECT_TRUE(got.starts_with("POST /subscribe HTTP/1.1\r\nHost: 127.0.0.1:8795\r\n")) << manner << got;
+    EXPECT_EQ(got.find("Content-Length") != std::string::npos, length) << manner;
     EXPECT_NE(got.find(std::string("<tt:Data><tt:SimpleItem Name=\"IsMotion\" Value=\"") +
-                       (c.On ? "true\">" : "false\">")),
+                       (on ? "true\">" : "false\">")),
               std::string::npos)
         << got;
     EXPECT_LT(got.size(), 4000u);
-    EXPECT_TRUE(std::string(c.Manner) != "pieces" || pieces > 1);
-    EXPECT_TRUE(Eventually(15, [&] { return sim.Camera(1)["notifications"]["accepted"] == c.Accepted; }))
-        << c.Manner;
-  }
-  EXPECT_TRUE(Eventually(15, [&] { return sim.Camera(1)["notifications"]["sent"] == 3; }));
+    ++told;
+    accepted += length ? 1 : 0;
+    EXPECT_TRUE(Eventually(20, [&] { return count("sent") == told && count("accepted") == accepted; }))
+        << manner;
+    return pieces;
+  };
+  tell("whole", true);
+  // A busy machine may read them all at once.
+  EXPECT_TRUE(Eventually(20, [&] { return tell("pieces", false) > 1; }));
+  tell("no_length", true);
 
   for (const Json& bad : {Json{{"on", 1}}, Json{{"on", true}, {"times", 0}}, Json::object()})
     EXPECT_TRUE(sim.Post("/cameras/1/motion", bad).is_null()) << bad;
@@ -128,7 +133,7 @@ TEST(CamsimReport, EachNotificationIsOneEventOfTheDriver) {
   int events = 0;
   CEventServer::Instance()->Receiver([&](const GXT_EVENT& event) { events += event.Event == 2275; });
   const std::unique_ptr<CONVIFCam> camera = StaticCamera(SimURL(1));
-  ASSERT_TRUE(camera->CheckRunState());
+  ASSERT_TRUE(Eventually(60, [&] { return camera->CheckRunState(); }));
   ASSERT_EQ(sim.Camera(1)["subscriptions"].size(), 1u);
   // The listener may still be on its way to its port.
   const auto counts = [&] { return sim.Camera(1)["notifications"]; };
@@ -143,7 +148,7 @@ TEST(CamsimReport, EachNotificationIsOneEventOfTheDriver) {
     ASSERT_FALSE(sim.Post("/cameras/1/motion", {{"on", on}, {"times", times}}).is_null());
     expected += on ? times : 0;
     sent += times;
-    EXPECT_TRUE(Eventually(60, [&] { return counts()["sent"] == sent; }));
+    EXPECT_TRUE(Eventually(120, [&] { return counts()["sent"] == sent; }));
     EXPECT_TRUE(Eventually(20, [&] {
       CEventServer::Instance()->DispatchEvents();
       return events >= expected && camera->MotionLevel() == (on ? 100 : 0);
@@ -169,17 +174,17 @@ TEST(CamsimReport, StopsWhenTheSubscriptionLapses) {
     const Json all = sim.Camera(1)["subscriptions"];
     return all.empty() ? 0.0 : all[0]["seconds_left"].get<double>();
   };
-  Subscribe("PT20S");
-  EXPECT_LT(left(), 21);
+  Subscribe("PT1M");
+  EXPECT_LT(left(), 61);
   const std::string renewed =
       Soap("/onvif/subscription/1", R"(<Renew xmlns="http://docs.oasis-open.org/wsn/b-2">)"
                                     "<TerminationTime>PT5M</TerminationTime></Renew>");
   EXPECT_NE(renewed.find("RenewResponse"), std::string::npos) << renewed;
   EXPECT_GT(left(), 200);
   Subscribe("PT1S");
-  EXPECT_TRUE(Eventually(15, [&] { return sim.Camera(1)["subscriptions"].empty(); }));
+  EXPECT_TRUE(Eventually(20, [&] { return sim.Camera(1)["subscriptions"].empty(); }));
   ASSERT_FALSE(sim.Post("/cameras/1/motion", {{"on", true}, {"times", 3}}).is_null());
-  EXPECT_TRUE(Eventually(15, [&] { return sim.Camera(1)["notifications"]["pending"] == 0; }));
+  EXPECT_TRUE(Eventually(20, [&] { return sim.Camera(1)["notifications"]["pending"] == 0; }));
   EXPECT_EQ(sim.Camera(1)["notifications"]["sent"], 0);
   EXPECT_FALSE(consumer.Asked(0));
 

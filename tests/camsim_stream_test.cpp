@@ -1,10 +1,10 @@
 // The simulated cameras' streams and snapshots, judged by ffmpeg, GStreamer and a plain RTSP session.
 #include "sim/frame_code.h"
 #include "tests/support/camsim_process.h"
+#include "tests/support/eventually.h"
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cmath>
 #include <thread>
 
@@ -28,37 +28,35 @@ std::string Quoted(const std::string& uri) {
   return "\"rtsp://admin:secret@" + uri + "\"";
 }
 
-// The codes of decoded pictures: planes of luma, one after the other. A picture without a readable code is a
-// failure.
+// The codes of decoded pictures: planes of luma, one after the other. None when a picture has no readable code.
 std::vector<CFrameCode> Codes(const std::string& planes, int width, int height) {
   std::vector<CFrameCode> codes;
   const size_t size = static_cast<size_t>(width) * static_cast<size_t>(height);
-  EXPECT_EQ(planes.size() % size, 0u);
-  for (size_t at = 0; at + size <= planes.size(); at += size) {
+  if (planes.size() % size != 0) return {};
+  for (size_t at = 0; at < planes.size(); at += size) {
     const auto* luma = reinterpret_cast<const uint8_t*>(planes.data() + at);
-    CFrameCode code;
-    EXPECT_TRUE(ReadFrameCode(luma, width, width, height, &code)) << "picture " << codes.size();
-    codes.push_back(code);
+    if (!ReadFrameCode(luma, width, width, height, &codes.emplace_back())) return {};
   }
   return codes;
 }
 
-std::vector<CFrameCode> Play(const CStream& stream, const std::string& transport, int frames) {
-  const CCommandResult run =
-      RunCommand("ffmpeg -v error -rtsp_transport " + transport + " -i " + Quoted(stream.uri) + " -frames:v " +
-                 std::to_string(frames) + " -an -vf extractplanes=y -fps_mode passthrough -f rawvideo -");
-  EXPECT_EQ(run.status, 0);
-  return Codes(run.output, stream.width, stream.height);
-}
-
-// Waits until the condition holds; false after 5 s.
-template <typename Condition>
-bool Eventually(Condition condition) {
-  for (int i = 0; i < 100; ++i) {
-    if (condition()) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+// So many pictures, the first ones that were sent, without a hole; fewer and a failure when they do not come.
+// ffmpeg's socket holds little: where ffmpeg does not get to read it in time, UDP packets are lost, so that it
+// may try again.
+std::vector<CFrameCode> Play(const CStream& stream, const std::string& transport, size_t frames) {
+  std::vector<CFrameCode> codes;
+  for (int attempts = transport == "udp" ? 6 : 1; attempts > 0; --attempts) {
+    const CCommandResult run = RunCommand("ffmpeg -v error -rtsp_transport " + transport + " -i " +
+                                              Quoted(stream.uri) + " -frames:v " + std::to_string(frames) +
+                                              " -an -vf extractplanes=y -fps_mode passthrough -f rawvideo -",
+                                          transport == "udp" ? 20 : 60);
+    codes = Codes(run.output, stream.width, stream.height);
+    bool whole = run.status == 0 && codes.size() == frames;
+    for (size_t i = 1; i < codes.size(); ++i) whole = whole && codes[i].counter == codes[0].counter + i;
+    if (whole) return codes;
   }
-  return false;
+  ADD_FAILURE() << codes.size() << " pictures of " << stream.uri << " over " << transport;
+  return {};
 }
 
 class CamsimStream : public testing::Test {
@@ -76,12 +74,11 @@ TEST_F(CamsimStream, FfmpegGetsEveryPicture) {
       SCOPED_TRACE(std::string(stream.uri) + " " + transport);
       const std::vector<CFrameCode> codes = Play(stream, transport, 12);
       ASSERT_EQ(codes.size(), 12u);
-      for (size_t i = 1; i < codes.size(); ++i) EXPECT_EQ(codes[i].counter, codes[0].counter + i);
       const Json state = Stream(stream.camera, stream.profile);
       EXPECT_EQ(state["first"], codes[0].counter);
       EXPECT_GE(state["last"], codes.back().counter);
     }
-  EXPECT_TRUE(Eventually([&] { return Stream(1, 0)["sessions"] == 0; }));
+  EXPECT_TRUE(Eventually(20, [&] { return Stream(1, 0)["sessions"] == 0; }));
 }
 
 TEST_F(CamsimStream, GStreamerPlaysPictureAndSound) {
@@ -95,7 +92,7 @@ TEST_F(CamsimStream, GStreamerPlaysPictureAndSound) {
     // One time in twenty or so this program links only one of the two branches, or says PAUSE after its
     // TEARDOWN.
     CCommandResult run;
-    for (int attempt = 0; attempt < 3 && run.status != 0; ++attempt) run = RunCommand(command, 10);
+    for (int attempt = 0; attempt < 6 && run.status != 0; ++attempt) run = RunCommand(command, 20);
     EXPECT_EQ(run.status, 0) << transport << run.output;
   }
 }
@@ -117,15 +114,20 @@ TEST_F(CamsimStream, ATrackCanBePlayedOnItsOwnUrl) {
                 {"127.0.0.13:8554/av?ch=1&sub=0", "0", 96, "2500"}};
   for (const auto& track : tracks)
     for (const char* transport : {"tcp", "udp"}) {
-      const CCommandResult run = RunCommand("node " + kClientDir + "/track_session.js \"rtsp://" + track.uri +
-                                            "\" " + transport + " " + track.track + " 2>&1");
-      const Json seen = Json::parse(run.output, nullptr, false);
-      ASSERT_TRUE(seen.is_object()) << run.output;
+      CCommandResult run;
+      Json seen;
+      ASSERT_TRUE(Eventually(60, [&] {
+        run = RunCommand("node " + kClientDir + "/track_session.js \"rtsp://" + track.uri + "\" " + transport +
+                             " " + track.track + " 2>&1",
+                         20);
+        seen = Json::parse(run.output, nullptr, false);
+        return seen.is_object();
+      })) << run.output;
       for (const char* method : {"OPTIONS", "DESCRIBE", "SETUP", "PLAY", "GET_PARAMETER", "TEARDOWN"})
         EXPECT_EQ(seen["statuses"][method], 200) << method << " " << track.uri << " " << transport;
       EXPECT_EQ(seen["payloadType"], track.payloadType);
       EXPECT_EQ(seen["rtcpInterval"], track.rtcpInterval);
-      EXPECT_EQ(seen["afterTeardown"], 0);
+      EXPECT_EQ(seen["stopped"], true);
       EXPECT_LT(seen["sdpBytes"], 2048);  // as much as small recorders read
     }
 }
@@ -156,7 +158,7 @@ TEST_F(CamsimStream, TheViewFollowsTheHead) {
                   .status,
               0);
     const std::vector<CFrameCode> codes = Play(kStreams[0], "tcp", 1);
-    ASSERT_EQ(codes.size(), 1u);
+    ASSERT_FALSE(codes.empty());
     EXPECT_NEAR(codes[0].pan, at.pan, 0.01);
     EXPECT_NEAR(codes[0].tilt, at.tilt, 0.01);
     EXPECT_NEAR(codes[0].zoom, at.zoom, 0.01);
@@ -169,10 +171,10 @@ TEST_F(CamsimStream, NewEncoderSettingsChangeTheStream) {
   };
   const CStream jpeg{"127.0.0.12:8554/live3.sdp", "mjpeg", 320, 240, 2, 2};
   ASSERT_EQ(set("mjpeg-s,JPEG,320,240,70,4096").status, 0);
-  EXPECT_EQ(Play(jpeg, "tcp", 2).size(), 2u);
+  EXPECT_FALSE(Play(jpeg, "tcp", 2).empty());
   ASSERT_EQ(set("mjpeg-s,H264,640,360,70,1000").status, 0);
   const CStream h264{"127.0.0.12:8554/live3.sdp", "h264", 640, 360, 2, 2};
-  EXPECT_EQ(Play(h264, "udp", 2).size(), 2u);
+  EXPECT_FALSE(Play(h264, "udp", 2).empty());
   EXPECT_NE(set("mjpeg-s,JPEG,641,360,70,1000").status, 0);  // no such size
 
   ASSERT_TRUE(m_camsim.Quirks(2, {{"encoder_set", "round"}}));
@@ -207,18 +209,18 @@ TEST_F(CamsimStream, PowerOffEndsStreamsAndOnBringsThemBack) {
   CCommandResult seen;
   viewer = std::thread([&] {
     seen = RunCommand(
-        "ffmpeg -v error -rtsp_transport tcp -i " + Quoted(kStreams[1].uri) + " -c copy -f null -", 20);
+        "ffmpeg -v error -rtsp_transport tcp -i " + Quoted(kStreams[1].uri) + " -c copy -f null -", 90);
   });
-  EXPECT_TRUE(Eventually([&] { return Stream(2, 0)["sessions"] == 1; }));
+  EXPECT_TRUE(Eventually(20, [&] { return Stream(2, 0)["sessions"] == 1; }));
   EXPECT_FALSE(m_camsim.Post("/cameras/2/power", {{"on", false}}).is_null());
   viewer.join();
   EXPECT_NE(seen.status, 124) << "the viewer was left hanging";
   EXPECT_EQ(Exchange("127.0.0.12", 8080, "GET / HTTP/1.0\r\n\r\n"), "");
   EXPECT_FALSE(m_camsim.Post("/cameras/2/power", {{"on", true}}).is_null());
-  EXPECT_EQ(Play(kStreams[1], "tcp", 3).size(), 3u);
+  EXPECT_FALSE(Play(kStreams[1], "tcp", 3).empty());
   EXPECT_EQ(m_camsim.Post("/cameras/2/address", {{"address", "127.0.0.42"}})["address"], "127.0.0.42");
   const CStream moved{"127.0.0.42:8554/live.sdp", "mjpeg", 640, 480, 2, 0};
-  EXPECT_EQ(Play(moved, "udp", 3).size(), 3u);
+  EXPECT_FALSE(Play(moved, "udp", 3).empty());
   EXPECT_EQ(m_camsim.End(), 0);
 }
 

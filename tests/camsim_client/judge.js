@@ -20,7 +20,7 @@ function discover() {
 function connect(address, password = 'secret') {
   const [hostname, port] = address.split(':');
   return new Promise((resolve, reject) => {
-    const cam = new Cam({ hostname, port, username: 'admin', password, timeout: 3000 }, (error) =>
+    const cam = new Cam({ hostname, port, username: 'admin', password, timeout: 20000 }, (error) =>
       error ? reject(error) : resolve(cam));
   });
 }

@@ -54,6 +54,8 @@ async function ask(method, target, headers) {
     `uri="${target}", response="${response}"`);
 }
 
+const pause = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
+
 async function main() {
   await new Promise((resolve) => media.bind(0, resolve));
   const local = media.address().port;
@@ -71,14 +73,18 @@ async function main() {
       : 'Transport: RTP/AVP/TCP;unicast;interleaved=0-1']);
   const session = [`Session: ${/Session: *([^;\r\n]*)/.exec(setup.head)[1]}`];
   const play = await step('PLAY', target, session);
-  while (packets.length < 30) await new Promise((resolve) => setTimeout(resolve, 20));
+  while (packets.length < 30) await pause(20);
   await step('GET_PARAMETER', target, session);
   await step('TEARDOWN', target, session);
-  const seen = packets.length;
-  await new Promise((resolve) => setTimeout(resolve, 300));
+  // What was sent before is read sooner or later; a camera that goes on is never quiet for so long.
+  let seen = -1;
+  for (let i = 0; i < 20 && seen !== packets.length; ++i) {
+    seen = packets.length;
+    await pause(300);
+  }
   console.log(JSON.stringify({
     statuses, payloadType: packets[0][1] & 127, sdpBytes: sdp.head.length + 4 + sdp.body.length,
-    rtcpInterval: (/RTCP-Interval: (\d+)/.exec(play.head) || [0, ''])[1], afterTeardown: packets.length - seen,
+    rtcpInterval: (/RTCP-Interval: (\d+)/.exec(play.head) || [0, ''])[1], stopped: seen === packets.length,
   }));
   process.exit(0);
 }

@@ -1,12 +1,17 @@
-// The controller as a test uses it: the real program in the background.
+// The controller as a test uses it: the real program in the background, and its commands from outside.
 #pragma once
 
+#include "tests/support/camsim_process.h"
 #include "tests/support/eventually.h"
 
+#include <gtest/gtest.h>
 #include <sys/types.h>
 
+#include <functional>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
-#include <vector>
 
 inline const std::string kController = TEST_BIN_DIR "/controller";
 
@@ -15,7 +20,8 @@ std::string Text(const std::string& path);  // the whole file; empty when there 
 // A controller that runs until it is ended.
 class CControllerProcess {
  public:
-  explicit CControllerProcess(const std::vector<std::string>& arguments);
+  // Arguments with blanks in between; what it prints goes into the file `output`.
+  explicit CControllerProcess(const std::string& arguments, const std::string& output = "/dev/null");
   ~CControllerProcess();
   CControllerProcess(const CControllerProcess&) = delete;
   CControllerProcess& operator=(const CControllerProcess&) = delete;
@@ -25,4 +31,39 @@ class CControllerProcess {
 
  private:
   pid_t m_iPid;
+};
+
+// A site in a folder of its own, the controller that runs it, and commands about it.
+class CControllerTest : public testing::Test {
+ protected:
+  using Json = nlohmann::json;
+  using Cameras = std::map<std::string, Json>;  // as status and summary describe them, by name
+
+  CControllerTest();  // the cameras' password in the environment
+  ~CControllerTest() override;
+
+  // Runs the site on the loopback interface in the background, and ends that, which must end well. End()
+  // returns the summary.
+  void Start(const std::string& arguments);
+  Cameras End();
+
+  // Both outputs and the status of a command. One that is refused because the camera is being loaded, as when a
+  // busy machine let a stream run dry, is given again.
+  CCommandResult Ask(const std::string& command) const;
+  // The answer to a command, which must be a good one; likewise when a busy camera did not confirm in time.
+  Json Good(const std::string& command) const;
+  // Its answer when it is a good one, null otherwise.
+  Json Try(const std::string& command) const;
+  bool Does(const std::string& command) const { return !Try(command).is_null(); }
+
+  // What the cameras do now; none when there is no answer.
+  Cameras Status() const;
+  Json Camera(const std::string& name) const;  // an object without fields when there is none
+  // Waits until there are that many cameras and all of them are as `good` wants them.
+  bool AllBecome(size_t count, const std::function<bool(const Json& camera)>& good) const;
+
+  const std::string m_Folder;
+
+ private:
+  std::unique_ptr<CControllerProcess> m_pController;
 };
