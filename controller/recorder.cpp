@@ -10,8 +10,8 @@
 namespace {
 
 constexpr std::chrono::seconds SETS_WAIT{10};  // for parameter sets that are not in the stream
-constexpr int64_t RETRY_US = 10 * 1000000;    // after a file could not be written
-constexpr size_t ENTRY_OVERHEAD = 256;        // so that empty pieces are bounded too
+constexpr int64_t RETRY_US = 10 * 1000000;     // after a file could not be written
+constexpr size_t ENTRY_OVERHEAD = 256;         // so that empty pieces are bounded too
 
 int64_t Now() {
   return std::chrono::duration_cast<std::chrono::microseconds>(
