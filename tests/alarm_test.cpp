@@ -207,9 +207,9 @@ TEST(OrvellAlarmCenter, BringsAlarmsOfACameraToTheHost) {
   for (int number = 1; number <= 3; ++number) {
     cameras.push_back(StaticCamera(SimURL(number)));
     cameras.back()->ID(100 + number);
-    CDeviceConfig record(CONVIFCam::TYPE_STATIC);
-    record.AddDescriptor("Service URL", SimURL(number), 1);
-    record.AddDescriptor("Serial No.", sim.Camera(number)["serial"].get<std::string>(), 1);
+    CDeviceConfig record = DeviceRecord(
+        CONVIFCam::TYPE_STATIC,
+        {{"Service URL", SimURL(number)}, {"Serial No.", sim.Camera(number)["serial"].get<std::string>()}});
     cameras.back()->LoadFrom(&record);
   }
   std::map<int, int> raised;

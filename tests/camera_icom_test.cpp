@@ -132,9 +132,7 @@ class CPanel : public CIntercomClient, public CAudioStreamTarget {
 // A door station that is not there: for what needs no answer of it.
 std::unique_ptr<CONVIFCam> Door(const char* maker = "VIVOTEK", const char* model = "IP8133W") {
   auto camera = std::make_unique<CONVIFCam>(CameraDefinition(CONVIFCam::TYPE_DISCOVERED));
-  CDeviceConfig record(CONVIFCam::TYPE_DISCOVERED);
-  record.AddDescriptor("Manufacturer", maker, 1);
-  record.AddDescriptor("Model", model, 1);
+  CDeviceConfig record = DeviceRecord(CONVIFCam::TYPE_DISCOVERED, {{"Manufacturer", maker}, {"Model", model}});
   camera->LoadFrom(&record);
   CIntercomServer::Instance()->RegisterClient(camera.get());
   return camera;

@@ -104,3 +104,22 @@ class CScriptedCamera {
   std::function<void(const std::string&)> m_Watcher;
   CScriptedServer m_Server;  // last: it calls into the others
 };
+
+// An entry of the user's settings, as items; `rates`: quality, GOV length, interval, pictures a second, kbit/s,
+// size and H.264 profile.
+inline std::string Entry(const std::string& profile, int transport = RTP_TRANSPORT_TCP,
+                         const std::string& encoder = "<DEFAULT>", const std::string& encoding = "JPEG",
+                         const std::string& rates = "60|0|1|10|4096|640|480|4") {
+  return "|" + profile + "|" + profile + "|" + encoder + "|" + std::to_string(transport) + "|" + encoding +
+         "|" + rates;
+}
+
+inline void SetEntries(CONVIFCam* camera, const std::vector<std::string>& h264,
+                       const std::vector<std::string>& jpeg) {
+  std::string text = "|" + std::to_string(h264.size());
+  for (const std::string& entry : h264) text += entry;
+  text += "||" + std::to_string(jpeg.size());
+  for (const std::string& entry : jpeg) text += entry;
+  CGXMSG msg(Items(text));
+  camera->SetONVIFConfig(&msg);
+}

@@ -1,6 +1,5 @@
 // Pictures and recordings from the simulated cameras, judged by libjpeg and ffprobe.
-#include "tests/camera_support.h"
-#include "tests/media_support.h"
+#include "tests/camera_script.h"
 #include "tests/support/jpeg_judge.h"
 
 #include <unistd.h>
@@ -12,31 +11,6 @@ namespace {
 
 constexpr unsigned RUNNING = 0x800;
 constexpr double SECONDS_TO_PICTURE = 12;  // from a camera's first answer after a power cut
-
-struct CEntry {
-  std::string ProfileToken, EncoderToken = "<DEFAULT>", Encoding = "JPEG";
-  int Transport = RTP_TRANSPORT_TCP;
-  int Quality = 60, FrameRate = 10, Bitrate = 4096, Width = 640, Height = 480, GovLength = 0, Profile = 4;
-};
-
-void PutEntries(CGXMSG* msg, const std::vector<CEntry>& entries) {
-  msg->PutString("");
-  msg->PutInt(static_cast<int>(entries.size()));
-  for (const CEntry& e : entries) {
-    for (const std::string& text : {e.ProfileToken, e.ProfileToken, e.EncoderToken}) msg->PutString(text);
-    msg->PutInt(e.Transport);
-    msg->PutString(e.Encoding);
-    for (const int number : {e.Quality, e.GovLength, 1, e.FrameRate, e.Bitrate, e.Width, e.Height, e.Profile})
-      msg->PutInt(number);
-  }
-}
-
-void SetEntries(CONVIFCam* camera, const std::vector<CEntry>& h264, const std::vector<CEntry>& jpeg) {
-  CGXMSG msg;
-  PutEntries(&msg, h264);
-  PutEntries(&msg, jpeg);
-  camera->SetONVIFConfig(&msg);
-}
 
 class Streams : public testing::Test {
  protected:
@@ -63,9 +37,7 @@ TEST_F(Streams, DeliverPicturesThatDecodeOverBothTransports) {
   for (const int transport : {RTP_TRANSPORT_TCP, RTP_TRANSPORT_UDP}) {
     SCOPED_TRACE(transport);
     auto owned = StaticCamera(SimURL(1));
-    SetEntries(owned.get(), {},
-               {{.ProfileToken = "Profile_2", .Transport = transport},
-                {.ProfileToken = "Profile_3", .Transport = transport}});
+    SetEntries(owned.get(), {}, {Entry("Profile_2", transport), Entry("Profile_3", transport)});
     CPictureSink large(0), small(1), beyond(2);
     CONVIFCam* const camera = Run(std::move(owned));
     for (CPictureSink* sink : {&large, &small, &beyond}) camera->AddVideoSink(sink);
@@ -84,8 +56,7 @@ TEST_F(Streams, RecordH264ThatFfprobeDecodesOverBothTransports) {
   for (const int transport : {RTP_TRANSPORT_TCP, RTP_TRANSPORT_UDP}) {
     SCOPED_TRACE(transport);
     auto owned = StaticCamera(SimURL(1));
-    SetEntries(owned.get(), {{.ProfileToken = "Profile_1", .Encoding = "H264", .Transport = transport}},
-               {{.ProfileToken = "Profile_2"}});
+    SetEntries(owned.get(), {Entry("Profile_1", transport)}, {Entry("Profile_2")});
     const auto recording = std::make_shared<CFrameKeeper>();
     owned->DVRTarget(recording);
     owned->DVRResolutionIndex(1);
@@ -130,13 +101,14 @@ TEST_F(Streams, RecordH264ThatFfprobeDecodesOverBothTransports) {
 TEST_F(Streams, FindACameraAgainByItsIdentity) {
   Start({"--camera", "ptz", "--camera", "alarm", "--quirk", "clock_offset=7200"});
   auto owned = std::make_unique<CONVIFCam>(CameraDefinition(CONVIFCam::TYPE_DISCOVERED));
-  CDeviceConfig record(CONVIFCam::TYPE_DISCOVERED);
-  for (const auto& [name, value] :
-       {std::pair("Manufacturer", "Orvell"), std::pair("Model", "OV-4 Bullet"), std::pair("Firmware", "4.9"),
-        std::pair("Serial No.", "ORV000000002"), std::pair("Hardware ID", "OV4-B"),
-        std::pair("Service URL", "http://127.0.0.99/gone"), std::pair("UserName", "admin"),
-        std::pair("Password", "secret")})
-    record.AddDescriptor(name, value, 1);
+  CDeviceConfig record = DeviceRecord(CONVIFCam::TYPE_DISCOVERED, {{"Manufacturer", "Orvell"},
+                                                                   {"Model", "OV-4 Bullet"},
+                                                                   {"Firmware", "4.9"},
+                                                                   {"Serial No.", "ORV000000002"},
+                                                                   {"Hardware ID", "OV4-B"},
+                                                                   {"Service URL", "http://127.0.0.99/gone"},
+                                                                   {"UserName", "admin"},
+                                                                   {"Password", "secret"}});
   owned->LoadFrom(&record);
   CSystem::Instance()->TakeSaveRequest();
   const CTraceKeeper trace(owned.get());
@@ -181,7 +153,7 @@ TEST_F(Streams, FollowTheUserToAnotherAddress) {
     EXPECT_NE(camera->RunState(), 0U);
     EXPECT_TRUE(trace.Lines().empty());
   }
-  SetEntries(camera, {}, {{.ProfileToken = "p0"}});
+  SetEntries(camera, {}, {Entry("p0")});
   camera->SetConfigURL(SimURL(2));
   EXPECT_TRUE(Eventually(60, [&] {
     return camera->IsDoorStation() && CEventServer::Instance()->HasCommand(camera->ID(), COMMAND_PLACE_CALL);
@@ -235,15 +207,9 @@ TEST_F(Streams, BringTheCameraIntoLineBeforeTheyAreOpened) {
     SCOPED_TRACE(c.EncoderSet);
     m_pSim->Quirks(1, {{"encoder_set", c.EncoderSet}});
     SetEntries(camera,
-               {{.ProfileToken = "Profile_1",
-                 .EncoderToken = "VE_1",
-                 .Encoding = "H264",
-                 .FrameRate = 12,
-                 .Bitrate = c.Bitrate,
-                 .Width = 1280,
-                 .Height = 720,
-                 .GovLength = 12}},
-               {{.ProfileToken = "Profile_2"}});
+               {Entry("Profile_1", RTP_TRANSPORT_TCP, "VE_1", "H264",
+                      "60|12|1|12|" + std::to_string(c.Bitrate) + "|1280|720|4")},
+               {Entry("Profile_2")});
     const CTraceKeeper trace(camera);
     CNotices notices;
     camera->AddONVIF_Client(&notices);

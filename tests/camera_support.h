@@ -104,13 +104,17 @@ inline CSystemComponentDef* CameraDefinition(int type) {
   return type == CONVIFCam::TYPE_STATIC ? &entered : &discovered;
 }
 
+inline CDeviceConfig DeviceRecord(int type, const std::vector<std::pair<const char*, std::string>>& values) {
+  CDeviceConfig record(type);
+  for (const auto& [name, value] : values) record.AddDescriptor(name, value, 1);
+  return record;
+}
+
 // A camera entered by its URL; the address of a simulated one by its number.
 inline std::unique_ptr<CONVIFCam> StaticCamera(const std::string& url) {
   auto camera = std::make_unique<CONVIFCam>(CameraDefinition(CONVIFCam::TYPE_STATIC));
-  CDeviceConfig record(CONVIFCam::TYPE_STATIC);
-  record.AddDescriptor("Service URL", url, 1);
-  record.AddDescriptor("UserName", "admin", 1);
-  record.AddDescriptor("Password", "secret", 1);
+  CDeviceConfig record = DeviceRecord(CONVIFCam::TYPE_STATIC,
+                                      {{"Service URL", url}, {"UserName", "admin"}, {"Password", "secret"}});
   camera->LoadFrom(&record);
   camera->Name("Gate");
   return camera;

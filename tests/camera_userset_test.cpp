@@ -43,17 +43,7 @@ TEST(UserSettings, AreBroughtToTheCameraStepByStep) {
   script.Set("GetVideoEncoderConfigurations", Encoder("Configurations", 50, 25, 2000, 30));
   ASSERT_TRUE(camera->CheckRunState());
   // One H.264 entry that gives profile P2, which has another encoder, E1, and leaves the H.264 profile open.
-  CGXMSG msg;
-  for (const char* text : {"", "mine", "P2", "E1"}) {
-    msg.PutString(text);
-    if (*text == '\0') msg.PutInt(1);
-  }
-  msg.PutInt(RTP_TRANSPORT_TCP);
-  msg.PutString("H264");
-  for (const int number : {70, 12, 1, 13, 999, 800, 600, 4}) msg.PutInt(number);
-  msg.PutString("");
-  msg.PutInt(0);
-  camera->SetONVIFConfig(&msg);
+  SetEntries(camera.get(), {Entry("P2", RTP_TRANSPORT_TCP, "E1", "H264", "70|12|1|13|999|800|600|4")}, {});
   CResolutionDescriptor descriptor;
   camera->LoadResolutionDescriptor(0, &descriptor, RTSP_PROFILE_H264);
   const CUserSettingsRef entry = camera->FindUserSettings(descriptor.DriverDataPtr());
