@@ -106,20 +106,4 @@ TEST_F(CamsimOnvif, ChecksWhoAsks) {
   EXPECT_EQ(m_camsim.Camera(1)["auth_failures"], 0);
 }
 
-TEST_F(CamsimOnvif, Moves) {
-  EXPECT_EQ(Judge("move 127.0.0.11:8080 0.5,-0.25,0.5"), Json({{"x", 0.5}, {"y", -0.25}, {"zoom", 0.5}}));
-  const Json state = m_camsim.Camera(1);
-  for (const auto& [axis, value] : {std::pair("pan", 0.5), {"tilt", -0.25}, {"zoom", 0.5}})
-    EXPECT_NEAR(state["ptz"][axis], value, 1e-6) << axis;
-  EXPECT_GE(state["ptz"]["moves"], 1);
-  EXPECT_GE(state["ptz"]["zooms"], 1);
-  Judge("preset 127.0.0.11:8080 3");
-  Json at;
-  EXPECT_TRUE(Eventually(20, [&] { return (at = m_camsim.Camera(1)["ptz"])["moving"] == false; }));
-  EXPECT_NEAR(at["pan"], -0.6, 1e-6);
-  EXPECT_NEAR(at["tilt"], 0.3, 1e-6);
-  EXPECT_EQ(at["presets_recalled"], 1);
-  EXPECT_EQ(at["last_preset"], "3");
-}
-
 }  // namespace

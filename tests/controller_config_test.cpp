@@ -108,9 +108,7 @@ TEST(ServiceURL, MustNameAHostAndAPath) {
                {"http://cam:8080/", nullptr},
                {"http://10.0.0.1", "has no path"},
                {"https://10.0.0.1/x", "must begin with http://"},
-               {"10.0.0.1/x", "must begin with http://"},
                {"http:///x", "names no host"},
-               {"http://:80/x", "names no host"},
                {"http://cam:0/x", "no usable port"},
                {"http://cam:80a/x", "no usable port"}};
   for (const auto& c : cases) {

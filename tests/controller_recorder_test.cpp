@@ -1,34 +1,27 @@
 // Recordings: made from streams that ffmpeg encodes, judged by ffprobe and ffmpeg.
 #include "controller/picture_joiner.h"
 #include "controller/recorder.h"
-#include "tests/support/eventually.h"
+#include "tests/support/controller_process.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
-#include <atomic>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 
 namespace {
 
 using testing::HasSubstr;
 using Bytes = std::vector<unsigned char>;
 
-// Runs a command and returns what it prints on both outputs; the test fails when it does.
+// What a command prints on both outputs; the test fails when it does.
 std::string Output(const std::string& command) {
-  FILE* pipe = popen((command + " 2>&1").c_str(), "re");
-  std::string text;
-  std::array<char, 4096> buffer;
-  for (size_t n; (n = fread(buffer.data(), 1, buffer.size(), pipe)) > 0;) text.append(buffer.data(), n);
-  EXPECT_EQ(pclose(pipe), 0) << command << "\n" << text;
-  return text;
+  const CCommandResult result = RunCommand(command + " 2>&1");
+  EXPECT_EQ(result.status, 0) << command << "\n" << result.output;
+  return result.output;
 }
 
 // An Annex B stream of 320x240 with a key frame every `gov` pictures and that many slices a picture.
@@ -39,8 +32,8 @@ Bytes Encode(const std::string& folder, int pictures, int gov, int slices, const
          " -c:v libx264 -pix_fmt yuv420p -threads 1 -x264-params keyint=" + std::to_string(gov) +
          ":min-keyint=" + std::to_string(gov) + ":scenecut=0:bframes=0:slices=" + std::to_string(slices) +
          ":repeat-headers=1 -bsf:v h264_mp4toannexb -f h264 " + path);
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
+  const std::string bytes = Text(path);
+  return {bytes.begin(), bytes.end()};
 }
 
 // Cuts a stream into pieces as the camera hands them over: parameter sets and the first slice of a key frame
@@ -65,14 +58,8 @@ std::vector<std::unique_ptr<CFrameData>> Pieces(const Bytes& stream, bool inBand
   return pieces;
 }
 
-class Recorder : public testing::Test {
+class Recorder : public CFolderTest {
  protected:
-  Recorder() {
-    char folder[] = "/tmp/recorder-test-XXXXXX";
-    m_Folder = mkdtemp(folder);
-  }
-  ~Recorder() override { std::filesystem::remove_all(m_Folder); }
-
   void Deliver(CRecorder& recorder, std::vector<std::unique_ptr<CFrameData>> pieces, size_t from = 0) {
     for (size_t i = from; i < pieces.size(); ++i) recorder.DeliverFrame(std::move(pieces[i]));
   }
@@ -90,8 +77,6 @@ class Recorder : public testing::Test {
     return Output("ffprobe -v error -select_streams v -show_entries " + entries + " -of csv=p=0 '" + path +
                   "'");
   }
-
-  std::string m_Folder;
 };
 
 TEST_F(Recorder, JoinsSlicesAndBeginsAtAKeyFrame) {
@@ -206,9 +191,9 @@ TEST_F(Recorder, JPEGPicturesBecomeAMovie) {
   for (int i = 1; i <= 12; ++i) {
     char name[16];
     std::snprintf(name, sizeof name, "/%02d.jpg", i);
-    std::ifstream file(m_Folder + name, std::ios::binary);
-    const Bytes jpeg{std::istreambuf_iterator<char>(file), {}};
-    recorder.DeliverFrame(std::make_unique<CFrameData>(FRAME_KIND_JPEG, nullptr, 0, 0, nullptr, jpeg.data(),
+    const std::string jpeg = Text(m_Folder + name);
+    recorder.DeliverFrame(std::make_unique<CFrameData>(FRAME_KIND_JPEG, nullptr, 0, 0, nullptr,
+                                                       reinterpret_cast<const unsigned char*>(jpeg.data()),
                                                        static_cast<int>(jpeg.size()), -1, 0));
   }
   const unsigned char rubbish[] = {0xFF, 0xD8, 0xFF, 0xC0};

@@ -2,11 +2,11 @@
 #include "controller/atomic_file.h"
 #include "controller/site_file.h"
 #include "host/gxfile.h"
+#include "tests/support/controller_process.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -20,22 +20,11 @@ namespace {
 
 using testing::HasSubstr;
 
-class SiteFile : public testing::Test {
+class SiteFile : public CFolderTest {
  protected:
-  SiteFile() {
-    char folder[] = "/tmp/site-test-XXXXXX";
-    m_Folder = mkdtemp(folder);
-  }
-  ~SiteFile() override { std::filesystem::remove_all(m_Folder); }
-
   std::string Path() const { return m_Folder + "/site.json"; }
   void Put(const std::string& text) const { std::ofstream(Path()) << text; }
-  std::string Get() const {
-    std::ifstream file(Path());
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
-
-  std::string m_Folder;
+  std::string Get() const { return Text(Path()); }
 };
 
 // A site that says which save it is from, in several places, and is large enough for a save to take a while.
@@ -122,19 +111,6 @@ TEST_F(SiteFile, DamageIsRefusedWithItsPlaceAndKept) {
   EXPECT_EQ(CSiteFile(Path()).Read(&site, &error), ESiteRead::Absent);
   std::filesystem::create_directory(Path());
   EXPECT_EQ(CSiteFile(Path()).Read(&site, &error), ESiteRead::Refused);
-}
-
-TEST_F(SiteFile, SecondControllerIsRefusedUntilTheFirstEnds) {
-  std::string error;
-  {
-    CSiteFile first(Path());
-    ASSERT_TRUE(first.Lock(&error)) << error;
-    CSiteFile second(Path());
-    EXPECT_FALSE(second.Lock(&error));
-    EXPECT_THAT(error, HasSubstr("process " + std::to_string(getpid())));
-  }
-  CSiteFile third(Path());
-  EXPECT_TRUE(third.Lock(&error)) << error;
 }
 
 TEST_F(SiteFile, LinkStaysALink) {

@@ -1,5 +1,5 @@
 // Uses a simulated camera through an ONVIF client that is not ours. Prints what it found as one line of JSON.
-// judge.js discover | look HOST:PORT [PASSWORD] | move HOST:PORT pan,tilt,zoom | preset HOST:PORT TOKEN
+// judge.js discover | look HOST:PORT [PASSWORD] | move HOST:PORT pan,tilt,zoom
 // | encode HOST:PORT TOKEN,ENCODING,WIDTH,HEIGHT,QUALITY,KBIT
 'use strict';
 const { Cam, Discovery } = require('onvif');
@@ -55,12 +55,6 @@ async function move(address, position) {
   }
 }
 
-async function preset(address, token) {
-  const cam = await connect(address);
-  await promised(cam, 'gotoPreset', { preset: token });
-  done({});
-}
-
 async function encode(address, values) {
   const cam = await connect(address);
   const [token, encoding, width, height, quality, bitrateLimit] = values.split(',');
@@ -73,7 +67,7 @@ async function encode(address, values) {
 }
 
 const [, , command, ...args] = process.argv;
-Promise.resolve({ discover, look, move, preset, encode }[command](...args)).catch((error) => {
+Promise.resolve({ discover, look, move, encode }[command](...args)).catch((error) => {
   console.error(String(error.message || error));
   process.exit(1);
 });

@@ -69,13 +69,14 @@ double CControllerProcess::End(int signal, int* status) {
   return SecondsSince(start);
 }
 
-CControllerTest::CControllerTest() : m_Folder(NewFolder()) {
-  setenv("CONTROLLER_PASSWORD", "secret", 1);
+CFolderTest::CFolderTest() : m_Folder(NewFolder()) {}
+
+CFolderTest::~CFolderTest() {
+  std::filesystem::remove_all(m_Folder);
 }
 
-CControllerTest::~CControllerTest() {
-  m_pController.reset();
-  std::filesystem::remove_all(m_Folder);
+CControllerTest::CControllerTest() {
+  setenv("CONTROLLER_PASSWORD", "secret", 1);
 }
 
 void CControllerTest::Start(const std::string& arguments) {

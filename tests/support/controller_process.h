@@ -33,14 +33,21 @@ class CControllerProcess {
   pid_t m_iPid;
 };
 
-// A site in a folder of its own, the controller that runs it, and commands about it.
-class CControllerTest : public testing::Test {
+// A test with a folder of its own, which is gone afterwards.
+class CFolderTest : public testing::Test {
+ protected:
+  CFolderTest();
+  ~CFolderTest() override;
+  const std::string m_Folder;
+};
+
+// A site in such a folder, the controller that runs it, and commands about it.
+class CControllerTest : public CFolderTest {
  protected:
   using Json = nlohmann::json;
   using Cameras = std::map<std::string, Json>;  // as status and summary describe them, by name
 
   CControllerTest();  // the cameras' password in the environment
-  ~CControllerTest() override;
 
   // Runs the site on the loopback interface in the background, and ends that, which must end well. End()
   // returns the summary.
@@ -61,8 +68,6 @@ class CControllerTest : public testing::Test {
   Json Camera(const std::string& name) const;  // an object without fields when there is none
   // Waits until there are that many cameras and all of them are as `good` wants them.
   bool AllBecome(size_t count, const std::function<bool(const Json& camera)>& good) const;
-
-  const std::string m_Folder;
 
  private:
   std::unique_ptr<CControllerProcess> m_pController;
