@@ -83,6 +83,22 @@ TEST(Thread, RunsUnderItsNameAndEnds) {
   EXPECT_STREQ(name, "ONVIF Event Pro");
 }
 
+TEST(Thread, NamesThatAreTooLongKeepWhatTellsThemApart) {
+  static constexpr const char* CASES[][2] = {{"Gate:Proc0", "Gate:Proc0"},
+                                             {"Acme SpeedDome 20:Proc0", "Acme Spee:Proc0"},
+                                             {"Acme SpeedDome 20:ProcH264", "Acme S:ProcH264"},
+                                             {"Gate:all that it is for", "Gate:all that i"},
+                                             {"123456789012345", "123456789012345"}};
+  for (const auto& [given, shown] : CASES) {
+    char name[32] = "";
+    std::function<void()> body = [&] { pthread_getname_np(pthread_self(), name, sizeof name); };
+    CGXThread thread;
+    ASSERT_EQ(thread.Start(&Call, &body, 0, given), 1);
+    thread.Join();
+    EXPECT_STREQ(name, shown);
+  }
+}
+
 TEST(Thread, StartsAgainAfterItsEndAndAfterReset) {
   std::atomic<int> runs{0};
   std::function<void()> body = [&] { ++runs; };
