@@ -18,7 +18,7 @@ inline CSamples DecodeSound(const std::string& options, const std::string& lengt
   const std::string bytes =
       RunCommand("ffmpeg -v error " + options + " " + length + " -f s16le -ac 1 -ar 8000 -").output;
   CSamples samples(bytes.size() / 2);
-  std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
+  if (!samples.empty()) std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
   return samples;
 }
 
