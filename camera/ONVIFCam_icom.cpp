@@ -12,8 +12,6 @@ namespace {
 constexpr const char* MAKER_DOOR_STATION = "VIVOTEK";
 constexpr const char* MODEL_DOOR_STATION = "IP8133";
 constexpr int MODEL_DOOR_STATION_CHARS = 6;
-constexpr int HARDWARE_DOOR_STATION = 3;
-constexpr int HARDWARE_CAMERA = 5;
 constexpr int ANNOUNCE_VOLUME = 100;  // percent
 constexpr int RINGING_SECONDS = 15;
 
@@ -36,7 +34,7 @@ CIntercomClient* CONVIFCam::GetIcomClient(ICOM_CLIENT_CTX ctx) {
 }
 
 int CONVIFCam::IcomHardwareType() {
-  return IsDoorStation() ? HARDWARE_DOOR_STATION : HARDWARE_CAMERA;
+  return IsDoorStation() ? ICOM_HARDWARE_DOOR_STATION : ICOM_HARDWARE_CAMERA;
 }
 
 unsigned CONVIFCam::GetIP() {

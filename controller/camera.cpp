@@ -13,7 +13,6 @@ namespace {
 
 constexpr int MOST_STREAMS = 3;
 constexpr size_t MOST_COMMANDS = 100;            // noted
-constexpr int HARDWARE_DOOR_STATION = 3;         // of an intercom client
 constexpr int MOST_ENTRIES = 1000;               // of the statistics
 constexpr char H264_STREAM_NAME[] = "H264-DVR";  // of the recorded stream in the statistics
 
@@ -333,5 +332,5 @@ void CCamera::DescribeCalls(CCameraStatus* status) const {
   CIntercomClient* const client = m_pVideo->GetIcomClient(ICOM_CLIENT_SELF);
   if (m_Wishes.Calls == nullptr || client == nullptr) return;
   const CCallCounts calls = m_Wishes.Calls->Counts(client);
-  if (calls.Placed > 0 || client->IcomHardwareType() == HARDWARE_DOOR_STATION) status->Calls = calls;
+  if (calls.Placed > 0 || client->IcomHardwareType() == ICOM_HARDWARE_DOOR_STATION) status->Calls = calls;
 }

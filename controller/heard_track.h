@@ -5,6 +5,8 @@
 #include <span>
 #include <vector>
 
+struct GXT_RTP_PACKET;
+
 struct CHeardCounts {
   int64_t Packets = 0;   // taken
   int64_t Lost = 0;      // holes in the numbers
@@ -22,7 +24,7 @@ class CHeardTrack {
   const CHeardCounts& Counts() const { return m_Counts; }
 
  private:
-  void Follow(uint16_t number, uint32_t time, uint32_t source, int64_t nowMs);
+  void Follow(const GXT_RTP_PACKET& packet, int64_t nowMs);
 
   std::vector<short> m_Samples;
   CHeardCounts m_Counts;

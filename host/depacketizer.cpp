@@ -1,8 +1,8 @@
 #include "host/frame.h"
+#include "host/rtp_reader.h"
 
 #include <algorithm>
 #include <cstring>
-#include <optional>
 #include <span>
 #include <vector>
 
@@ -10,7 +10,6 @@ namespace {
 
 using Bytes = std::span<const unsigned char>;
 
-constexpr size_t RTP_HEADER_BYTES = 12;
 constexpr size_t START_CODE_BYTES = 3;
 constexpr size_t MOST_UNIT_BYTES = 1 << 20;  // of a fragmented NAL unit; a longer one is dropped
 constexpr int LATE_PACKETS = 100;            // a fragment that far behind is late or came twice (RFC 3550 A.1)
@@ -31,32 +30,6 @@ bool IsSingle(int type) {
 }
 size_t Read16(Bytes bytes, size_t at) {
   return static_cast<size_t>(bytes[at] << 8 | bytes[at + 1]);
-}
-
-struct RTPPacket {
-  int PayloadType;
-  uint16_t Sequence;
-  Bytes Payload;  // not empty
-};
-
-// RFC 3550 5.1 and 5.3.1: without contributing sources, extension and padding.
-std::optional<RTPPacket> ParseRTP(Bytes packet) {
-  if (packet.size() < RTP_HEADER_BYTES || packet[0] >> 6 != 2) return std::nullopt;
-  const size_t sources = packet[0] & 0xf;
-  size_t begin = RTP_HEADER_BYTES + sources * 4;
-  if ((packet[0] & 0x10) != 0) {
-    if (packet.size() < begin + 4) return std::nullopt;
-    begin += 4 + Read16(packet, begin + 2) * 4;
-  }
-  size_t end = packet.size();
-  if ((packet[0] & 0x20) != 0) {
-    const size_t padding = packet[end - 1];
-    if (padding == 0 || padding > end) return std::nullopt;
-    end -= padding;
-  }
-  if (begin >= end) return std::nullopt;
-  return RTPPacket{packet[1] & 0x7f, static_cast<uint16_t>(Read16(packet, 2)),
-                   packet.subspan(begin, end - begin)};
 }
 
 // Where a NAL unit goes.
@@ -83,9 +56,9 @@ class CUnitWriter {
 struct CH264Depacketizer::State {
   explicit State(int payloadType) : PayloadType(payloadType) {}
 
-  int Packet(const RTPPacket& packet, const CUnitWriter& out);
+  int Packet(const GXT_RTP_PACKET& packet, const CUnitWriter& out);
   int NextOfAggregate(const CUnitWriter& out);
-  int Fragment(const RTPPacket& packet, const CUnitWriter& out);
+  int Fragment(const GXT_RTP_PACKET& packet, const CUnitWriter& out);
   bool Append(Bytes bytes);
 
   const int PayloadType;
@@ -101,7 +74,7 @@ struct CH264Depacketizer::State {
   uint16_t NextSequence = 0;
 };
 
-int CH264Depacketizer::State::Packet(const RTPPacket& packet, const CUnitWriter& out) {
+int CH264Depacketizer::State::Packet(const GXT_RTP_PACKET& packet, const CUnitWriter& out) {
   const int type = NALType(packet.Payload[0]);
   if (type == NAL_FU_A) return Fragment(packet, out);
   if (IsSingle(type)) return out.Write(packet.Payload);
@@ -129,7 +102,7 @@ int CH264Depacketizer::State::NextOfAggregate(const CUnitWriter& out) {
 
 // RFC 6184 5.8. A start fragment that is also the end is not allowed there, but sent by cameras for units that
 // happen to fit; it is taken as the whole unit.
-int CH264Depacketizer::State::Fragment(const RTPPacket& packet, const CUnitWriter& out) {
+int CH264Depacketizer::State::Fragment(const GXT_RTP_PACKET& packet, const CUnitWriter& out) {
   if (packet.Payload.size() < 2) return 0;
   const unsigned char indicator = packet.Payload[0], header = packet.Payload[1];
   const Bytes body = packet.Payload.subspan(2);

@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <string>
+#include <string_view>
 
 namespace {
 
@@ -39,9 +41,9 @@ void Signal(int event) {
 void SetName(char (&to)[THREAD_NAME_BYTES], std::string_view name) {
   constexpr size_t ROOM = THREAD_NAME_BYTES - 1;
   const std::string_view role = name.substr(std::min(name.rfind(':'), name.size()));
-  const size_t length = name.copy(to, role.size() < ROOM && name.size() > ROOM ? ROOM - role.size() : ROOM);
-  const size_t more = name.size() > length ? role.copy(to + length, ROOM - length) : 0;
-  to[length + more] = '\0';
+  std::string shown(name.substr(0, ROOM));
+  if (name.size() > ROOM && role.size() < ROOM) shown.replace(ROOM - role.size(), role.size(), role);
+  to[shown.copy(to, ROOM)] = '\0';
 }
 
 bool TakeSignal(int event) {

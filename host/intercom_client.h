@@ -29,6 +29,10 @@ enum ICOM_CLIENT_STATE : int {
 inline constexpr int ICOM_ANSWER_BY_USER = 0;  // it rings until CIntercomServer::AcceptCall or DeclineCall
 inline constexpr int ICOM_ANSWER_BY_ITSELF = 3;
 
+// Kinds of IcomHardwareType; 0: anything else.
+inline constexpr int ICOM_HARDWARE_DOOR_STATION = 3;
+inline constexpr int ICOM_HARDWARE_CAMERA = 5;
+
 struct GXT_ICOM_STATE {
   ICOM_CLIENT_STATE State = ICOM_CLIENT_IDLE;
   CIntercomClient* Peer = nullptr;  // whom it rings for or talks with; null: several, or nobody
@@ -56,7 +60,7 @@ class CIntercomClient {
   virtual CSystemComponent* IcomBindingObject();  // the component that it belongs to; null when none
   virtual CVideoSystem* GetVideoSystem();         // what shows who speaks; null when it has no picture
   virtual CGXString IcomName();
-  virtual int IcomHardwareType();    // 3 a door station, 5 another camera, 0 anything else
+  virtual int IcomHardwareType();    // ICOM_HARDWARE_...
   virtual unsigned GetIP();          // where its sound comes from and goes to, network order
   virtual bool UsesRelay();          // it is not reached directly: attach to it with STREAM_CTX_RELAYED
   virtual bool TakesDefaultCalls();  // whether a door station's button rings it
