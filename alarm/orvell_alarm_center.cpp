@@ -1,6 +1,6 @@
 #include "alarm/orvell_alarm_center.h"
 
-#include "host/socket.h"
+#include "host/net/socket.h"
 #include "util/owned_socket.h"
 
 #include <arpa/inet.h>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "alarm/alarm_camera.h"
-#include "host/gxthread.h"
+#include "host/base/gxthread.h"
 
 #include <atomic>
 

@@ -1,7 +1,7 @@
 // The alarm datagrams of Orvell cameras. Numbers are in network order.
 #pragma once
 
-#include "host/gxstring.h"
+#include "host/base/gxstring.h"
 
 // A read cursor over one received datagram, which stays the caller's. Beyond its end everything reads as zero,
 // and nothing outside of it is ever read.

@@ -1,7 +1,7 @@
 // What audio output needs of the camera whose speaker it plays on.
 #pragma once
 
-#include "host/gxstring.h"
+#include "host/base/gxstring.h"
 
 #include <netinet/in.h>
 

@@ -2,7 +2,7 @@
 // the camera's messages. Knows no socket.
 #pragma once
 
-#include "host/gxstring.h"
+#include "host/base/gxstring.h"
 
 #include <cstddef>
 #include <span>

@@ -1,6 +1,6 @@
 #include "audio/speech_transcoder.h"
 
-#include "host/g711.h"
+#include "host/intercom/g711.h"
 #include "rtsp/rtp.h"
 
 #include <opus/opus.h>

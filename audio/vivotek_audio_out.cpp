@@ -1,7 +1,7 @@
 #include "audio/vivotek_audio_out.h"
 
 #include "audio/audio_camera.h"
-#include "host/system.h"
+#include "host/system/system.h"
 
 #include <arpa/inet.h>
 #include <sys/socket.h>

@@ -2,7 +2,7 @@
 #include "audio/audio_camera.h"
 #include "audio/sip_dialogue.h"
 #include "audio/vivotek_audio_out.h"
-#include "host/trace.h"
+#include "host/base/trace.h"
 
 #include <arpa/inet.h>
 #include <poll.h>

@@ -1,7 +1,7 @@
 // Loudness of the sound that is on its way to the speaker, for a level meter in step with it.
 #pragma once
 
-#include "host/gxthread.h"
+#include "host/base/gxthread.h"
 #include "util/gxtimer.h"
 
 // Any thread.

@@ -2,6 +2,7 @@
 // of talk and how many cameras one core carries at once.
 #include "audio/rtp_packet.h"
 #include "audio/speech_transcoder.h"
+#include "host/net/socket.h"
 #include "util/gxtimer.h"
 #include "util/owned_socket.h"
 

@@ -2,8 +2,9 @@
 // camera and with 64, one sender after the other and all at once. Cameras, listeners and the host's main thread
 // run as they do in the controller; the fixed event ports (from 8795) must be free.
 #include "camera/ONVIFCam.h"
-#include "host/event_server.h"
-#include "host/system.h"
+#include "host/net/socket.h"
+#include "host/system/event_server.h"
+#include "host/system/system.h"
 #include "util/owned_socket.h"
 
 #include <benchmark/benchmark.h>

@@ -1,9 +1,9 @@
 // The camera's microphone: those who listen to it, and the thread that relays its sound to them.
 #include "audio/audio_out.h"
 #include "camera/ONVIFCam.h"
-#include "host/audio_stream.h"
-#include "host/rtsp_server.h"
-#include "host/socket.h"
+#include "host/intercom/audio_stream.h"
+#include "host/intercom/rtsp_server.h"
+#include "host/net/socket.h"
 #include "rtsp/rtp.h"
 #include "rtsp/rtsp.h"
 

@@ -1,9 +1,9 @@
 // Subscribing to the camera's events, and receiving them.
 #include "camera/ONVIFCam.h"
 #include "camera/notification_listener.h"
-#include "host/event_server.h"
-#include "host/gxassert.h"
-#include "host/socket.h"
+#include "host/base/gxassert.h"
+#include "host/net/socket.h"
+#include "host/system/event_server.h"
 #include "onvif/login_header.h"
 #include "onvif/namespaces.h"
 #include "onvif/onvif.h"

@@ -2,8 +2,8 @@
 #include "audio/vivotek_audio_out.h"
 #include "camera/ONVIFCam.h"
 #include "camera/outbound_call.h"
-#include "host/gxassert.h"
-#include "host/socket.h"
+#include "host/base/gxassert.h"
+#include "host/net/socket.h"
 
 #include <utility>
 

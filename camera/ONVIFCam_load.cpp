@@ -1,7 +1,7 @@
 // The loading steps: what a camera is asked, in the order of the pass, to learn what it offers.
 #include "camera/ONVIFCam.h"
-#include "host/http.h"
-#include "host/system.h"
+#include "host/net/http.h"
+#include "host/system/system.h"
 #include "onvif/login_header.h"
 #include "onvif/namespaces.h"
 #include "onvif/onvif.h"

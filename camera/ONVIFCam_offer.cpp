@@ -2,7 +2,7 @@
 // statistics.
 #include "camera/ONVIFCam.h"
 #include "camera/ONVIF_proc.h"
-#include "host/system.h"
+#include "host/system/system.h"
 
 #include <algorithm>
 #include <cstdlib>

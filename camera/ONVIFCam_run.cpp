@@ -2,10 +2,10 @@
 #include "camera/ONVIFCam.h"
 #include "camera/ONVIF_proc.h"
 #include "camera/outbound_call.h"
-#include "host/event_server.h"
-#include "host/intercom.h"
-#include "host/socket.h"
-#include "host/system.h"
+#include "host/intercom/intercom.h"
+#include "host/net/socket.h"
+#include "host/system/event_server.h"
+#include "host/system/system.h"
 #include "onvif/onvif.h"
 
 #include <memory>

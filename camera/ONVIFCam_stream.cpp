@@ -1,7 +1,7 @@
 // The stream threads and the modes that they run in.
 #include "camera/ONVIFCam.h"
-#include "host/gxassert.h"
-#include "host/http.h"
+#include "host/base/gxassert.h"
+#include "host/net/http.h"
 #include "rtsp/access_unit.h"
 #include "rtsp/jpeg_assembler.h"
 #include "rtsp/rtsp.h"

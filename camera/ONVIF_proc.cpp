@@ -1,7 +1,7 @@
 #include "camera/ONVIF_proc.h"
 
 #include "camera/service_request.h"
-#include "host/gxassert.h"
+#include "host/base/gxassert.h"
 #include "onvif/namespaces.h"
 
 namespace {

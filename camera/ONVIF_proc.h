@@ -2,7 +2,7 @@
 // completed on the main thread.
 #pragma once
 
-#include "host/gxstring.h"
+#include "host/base/gxstring.h"
 
 class CEncoder;
 class CONVIFCam;

@@ -1,6 +1,6 @@
 #include "camera/audio_squelch.h"
 
-#include "host/g711.h"
+#include "host/intercom/g711.h"
 #include "rtsp/rtp.h"
 
 #include <algorithm>

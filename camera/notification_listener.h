@@ -2,7 +2,8 @@
 #pragma once
 
 #include "camera/notification_framer.h"
-#include "host/gxwait.h"
+#include "host/base/gxwait.h"
+#include "host/net/socket.h"
 #include "util/owned_socket.h"
 
 #include <span>

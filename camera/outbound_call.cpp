@@ -1,6 +1,6 @@
 #include "camera/outbound_call.h"
 
-#include "host/intercom.h"
+#include "host/intercom/intercom.h"
 
 #include <algorithm>
 #include <utility>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "camera/ONVIF_proc.h"
-#include "host/gxthread.h"
+#include "host/base/gxthread.h"
 
 #include <memory>
 

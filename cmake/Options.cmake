@@ -25,7 +25,7 @@ endif()
 # onvifcam_room(NAME DEPENDS ... LIBS ...): the static library of one folder, from every source file in it.
 function(onvifcam_room name)
   cmake_parse_arguments(ARG "" "" "DEPENDS;LIBS" ${ARGN})
-  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
   if(sources)
     add_library(${name} STATIC ${sources})
     target_link_libraries(${name} PUBLIC onvifcam_flags ${ARG_DEPENDS} PRIVATE ${ARG_LIBS})

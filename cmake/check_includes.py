@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
-"""Fails when an include goes against the layers: plugin -> camera -> {media, audio, alarm} -> {onvif, rtsp} -> util ->
-host; controller meets only host; sim meets nothing of ours."""
+"""Fails when an include goes against the layers: plugin -> camera -> {media, audio, alarm} -> {onvif, rtsp} -> host ->
+util; controller meets only host and util; sim meets nothing of ours."""
 import pathlib
 import re
 import sys
 
 BELOW = {
-    "host": set(),
-    "util": {"host"},
+    "util": set(),
+    "host": {"util"},
     "onvif": {"util", "host"},
     "rtsp": {"util", "host"},
     "media": {"onvif", "rtsp", "util", "host"},
@@ -15,7 +15,7 @@ BELOW = {
     "alarm": {"onvif", "rtsp", "util", "host"},
     "camera": {"media", "audio", "alarm", "onvif", "rtsp", "util", "host"},
     "plugin": {"camera", "onvif", "util", "host"},
-    "controller": {"host"},
+    "controller": {"host", "util"},
     "sim": set(),
 }
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"/]+)/')

@@ -1,10 +1,10 @@
 // The reference controller.
-#include "controller/client_commands.h"
-#include "controller/commands.h"
-#include "controller/demonstration.h"
-#include "controller/log.h"
-#include "controller/password.h"
-#include "controller/stop_signal.h"
+#include "controller/core/log.h"
+#include "controller/core/stop_signal.h"
+#include "controller/demo/demonstration.h"
+#include "controller/terminal/client_commands.h"
+#include "controller/terminal/commands.h"
+#include "controller/terminal/password.h"
 
 #include <sys/random.h>
 #include <sys/resource.h>

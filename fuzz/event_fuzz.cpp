@@ -2,7 +2,7 @@
 #include "camera/ONVIFCam.h"
 #include "camera/notification_framer.h"
 #include "fuzz/fuzz_input.h"
-#include "host/event_server.h"
+#include "host/system/event_server.h"
 
 #include <string>
 #include <string_view>

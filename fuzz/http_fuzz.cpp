@@ -1,6 +1,6 @@
 // An HTTP answer as a hostile server may send it: in pieces of every size, and the text behind it.
-#include "host/http.h"
-#include "host/http_answer.h"
+#include "host/net/http.h"
+#include "host/net/http_answer.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -1,8 +1,8 @@
 // Any bytes as a SOAP answer: the tree must be the one that the step by step reader makes, every search and the
 // writing of it must hold, and an answer to a discovery probe must stay within its text.
 #include "onvif/onvif.h"
+#include "onvif/string_list.h"
 #include "tests/support/xml_reference.h"
-#include "util/string_list.h"
 
 #include <cstdint>
 #include <cstdio>

@@ -1,6 +1,6 @@
 #include "media/encoder.h"
 
-#include "host/gxassert.h"
+#include "host/base/gxassert.h"
 #include "media/xml_values.h"
 
 CEncoder::CEncoder(const CONVIFMsg* configuration) : m_Token(configuration->Attribute("token")) {

@@ -1,8 +1,8 @@
 // What a camera allows for one encoding of a video encoder.
 #pragma once
 
-#include "host/gxmsg.h"
-#include "host/rtsp_profile.h"
+#include "host/base/gxmsg.h"
+#include "host/video/rtsp_profile.h"
 
 class CONVIFMsg;
 

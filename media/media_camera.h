@@ -1,7 +1,7 @@
 // What the media model needs of a camera to ask it for streams, presets and session descriptions.
 #pragma once
 
-#include "host/gxstring.h"
+#include "host/base/gxstring.h"
 
 class CONVIFLoginHeader;
 

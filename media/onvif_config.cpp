@@ -1,6 +1,6 @@
 #include "media/onvif_config.h"
 
-#include "host/gxassert.h"
+#include "host/base/gxassert.h"
 
 namespace {
 

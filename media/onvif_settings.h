@@ -1,10 +1,10 @@
 // The settings of one video stream, as the camera runs them or as the user wants them.
 #pragma once
 
-#include "host/gxfile.h"
-#include "host/gxmsg.h"
-#include "host/gxthread.h"
-#include "host/rtsp_profile.h"
+#include "host/base/gxfile.h"
+#include "host/base/gxmsg.h"
+#include "host/base/gxthread.h"
+#include "host/video/rtsp_profile.h"
 
 #include <array>
 

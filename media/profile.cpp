@@ -1,7 +1,7 @@
 #include "media/profile.h"
 
-#include "host/gxassert.h"
-#include "host/http.h"
+#include "host/base/gxassert.h"
+#include "host/net/http.h"
 #include "media/xml_values.h"
 #include "onvif/login_header.h"
 #include "onvif/namespaces.h"

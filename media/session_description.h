@@ -1,7 +1,7 @@
 // Reads the answer to an RTSP DESCRIBE (RFC 2326 10.2) with its session description (RFC 4566).
 #pragma once
 
-#include "host/rtsp_profile.h"
+#include "host/video/rtsp_profile.h"
 #include "media/owned_list.h"
 
 #include <string_view>

@@ -1,7 +1,7 @@
 // Short forms for reading values out of an XML tree.
 #pragma once
 
-#include "host/gxstring.h"
+#include "host/base/gxstring.h"
 #include "onvif/onvif_msg.h"
 
 #include <cstdlib>

@@ -1,7 +1,7 @@
 #include "onvif/devfinder.h"
 
-#include "host/socket.h"
-#include "host/system.h"
+#include "host/net/socket.h"
+#include "host/system/system.h"
 #include "onvif/onvif.h"
 #include "util/gxtimer.h"
 

@@ -1,9 +1,9 @@
 // The component that finds new cameras (type 8073).
 #pragma once
 
-#include "host/comm_thread.h"
-#include "host/trace.h"
-#include "host/video.h"
+#include "host/base/trace.h"
+#include "host/system/comm_thread.h"
+#include "host/video/video.h"
 
 class CONVIF_DevFinder : public CVideoSystem,
                          public CNetworkCommThread,

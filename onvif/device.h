@@ -1,7 +1,7 @@
 // Who a camera is, and the set of cameras that a search has found.
 #pragma once
 
-#include "host/gxstring.h"
+#include "host/base/gxstring.h"
 
 // Identity of one camera, as its GetDeviceInformation answers, and where its device service is.
 class CONVIFDevice {

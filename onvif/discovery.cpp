@@ -1,11 +1,11 @@
 // WS-Discovery (2005/04) of network video transmitters, and who answers.
-#include "host/gxthread.h"
-#include "host/socket.h"
+#include "host/base/gxthread.h"
+#include "host/net/socket.h"
 #include "onvif/namespaces.h"
 #include "onvif/onvif.h"
+#include "onvif/string_list.h"
 #include "util/gxtimer.h"
 #include "util/owned_socket.h"
-#include "util/string_list.h"
 
 #include <sys/socket.h>
 

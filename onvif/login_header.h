@@ -2,7 +2,7 @@
 // request.
 #pragma once
 
-#include "host/gxtime.h"
+#include "host/base/gxtime.h"
 #include "onvif/onvif_msg.h"
 
 class CGXTimer;

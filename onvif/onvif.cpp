@@ -1,7 +1,7 @@
 #include "onvif/onvif.h"
 
-#include "host/gxtime.h"
-#include "host/http.h"
+#include "host/base/gxtime.h"
+#include "host/net/http.h"
 #include "onvif/login_header.h"
 #include "onvif/namespaces.h"
 #include "util/gxtimer.h"

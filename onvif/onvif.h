@@ -6,8 +6,8 @@
 // reason.
 #pragma once
 
-#include "host/gxlist.h"
-#include "host/gxstring.h"
+#include "host/base/gxlist.h"
+#include "host/base/gxstring.h"
 #include "onvif/device.h"
 #include "onvif/onvif_msg.h"
 

@@ -9,8 +9,8 @@
 // stack. Lookups may run on several threads at once; changing a tree needs it to oneself.
 #pragma once
 
-#include "host/gxlist.h"
-#include "host/gxstring.h"
+#include "host/base/gxlist.h"
+#include "host/base/gxstring.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,8 +1,8 @@
 // The entry points that the controller finds by name in the loaded library.
 #include "camera/ONVIFCam.h"
-#include "host/component.h"
-#include "host/gxassert.h"
-#include "host/gxlist.h"
+#include "host/base/gxassert.h"
+#include "host/base/gxlist.h"
+#include "host/system/component.h"
 #include "onvif/devfinder.h"
 
 #include <memory>

@@ -1,6 +1,6 @@
 #include "rtsp/rtsp.h"
 
-#include "host/gxassert.h"
+#include "host/base/gxassert.h"
 
 #include <sys/socket.h>
 

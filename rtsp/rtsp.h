@@ -6,9 +6,9 @@
 // session.
 #pragma once
 
-#include "host/gxthread.h"
-#include "host/rtsp_profile.h"
-#include "host/socket.h"
+#include "host/base/gxthread.h"
+#include "host/net/socket.h"
+#include "host/video/rtsp_profile.h"
 #include "rtsp/datagram_ring.h"
 #include "rtsp/interleaved_framer.h"
 #include "util/gxtimer.h"

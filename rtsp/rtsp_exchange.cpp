@@ -1,6 +1,6 @@
 // Requests, their replies and the Digest answer.
-#include "host/gxassert.h"
-#include "host/md5.h"
+#include "host/base/gxassert.h"
+#include "host/net/md5.h"
 #include "rtsp/reply_reader.h"
 #include "rtsp/rtsp.h"
 

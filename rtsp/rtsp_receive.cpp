@@ -1,5 +1,5 @@
 // What a playing session does: receiving packets, keep-alives and reports.
-#include "host/gxassert.h"
+#include "host/base/gxassert.h"
 #include "rtsp/rtsp.h"
 #include "util/bytes.h"
 

@@ -2,9 +2,9 @@
 // phase.
 #include "audio/audio_out.h"
 #include "camera/outbound_call.h"
-#include "host/audio_relay.h"
-#include "host/audio_stream.h"
-#include "host/g711.h"
+#include "host/intercom/audio_relay.h"
+#include "host/intercom/audio_stream.h"
+#include "host/intercom/g711.h"
 #include "tests/camera_support.h"
 #include "tests/support/scripted_server.h"
 #include "tests/support/stopped_clock.h"

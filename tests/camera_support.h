@@ -3,10 +3,10 @@
 #pragma once
 
 #include "camera/ONVIFCam.h"
-#include "host/event_server.h"
-#include "host/gxassert.h"
-#include "host/socket.h"
-#include "host/system.h"
+#include "host/base/gxassert.h"
+#include "host/net/socket.h"
+#include "host/system/event_server.h"
+#include "host/system/system.h"
 #include "tests/support/camsim_process.h"
 #include "tests/support/eventually.h"
 #include "tests/support/trace_keeper.h"

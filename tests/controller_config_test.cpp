@@ -1,9 +1,9 @@
 // The camera's configuration record as it passes between driver and tools, and the texts shown to people.
-#include "controller/camera_config.h"
-#include "controller/load_progress.h"
-#include "controller/options.h"
-#include "controller/profile_request.h"
-#include "controller/report.h"
+#include "controller/core/options.h"
+#include "controller/site/camera_config.h"
+#include "controller/site/load_progress.h"
+#include "controller/site/profile_request.h"
+#include "controller/terminal/report.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

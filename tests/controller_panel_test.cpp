@@ -1,6 +1,6 @@
 // The panel: its bookkeeping of packets, and whole calls of a simulated door station, with the real controller
 // and driver, judged by what the station's speaker and the panel have written and ffmpeg reads.
-#include "controller/heard_track.h"
+#include "controller/panel/heard_track.h"
 #include "tests/support/camsim_process.h"
 #include "tests/support/controller_process.h"
 #include "tests/tone.h"

@@ -1,6 +1,6 @@
 // Recordings: made from streams that ffmpeg encodes, judged by ffprobe and ffmpeg.
-#include "controller/picture_joiner.h"
-#include "controller/recorder.h"
+#include "controller/recording/picture_joiner.h"
+#include "controller/recording/recorder.h"
 #include "tests/support/controller_process.h"
 
 #include <gmock/gmock.h>

@@ -1,7 +1,7 @@
 // The site file: what comes back from it, what is refused, and that the last good one is never lost.
-#include "controller/atomic_file.h"
-#include "controller/site_file.h"
-#include "host/gxfile.h"
+#include "controller/core/atomic_file.h"
+#include "controller/site/site_file.h"
+#include "host/base/gxfile.h"
 #include "tests/support/controller_process.h"
 
 #include <gmock/gmock.h>

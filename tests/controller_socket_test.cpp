@@ -1,6 +1,6 @@
 // The command socket under askers that are slow, greedy, rude or gone.
-#include "controller/command_socket.h"
-#include "controller/stop_signal.h"
+#include "controller/core/command_socket.h"
+#include "controller/core/stop_signal.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,9 +1,9 @@
 // The host's texts, records, calendar time and addresses.
-#include "host/gxfile.h"
-#include "host/gxmsg.h"
-#include "host/gxstring.h"
-#include "host/gxtime.h"
-#include "host/socket.h"
+#include "host/base/gxfile.h"
+#include "host/base/gxmsg.h"
+#include "host/base/gxstring.h"
+#include "host/base/gxtime.h"
+#include "host/net/socket.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>

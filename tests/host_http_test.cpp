@@ -1,7 +1,7 @@
 // HTTP requests as text, answers read from pieces, and exchanges with servers as they really behave.
-#include "host/http.h"
-#include "host/http_answer.h"
-#include "host/socket.h"
+#include "host/net/http.h"
+#include "host/net/http_answer.h"
+#include "host/net/socket.h"
 #include "tests/support/eventually.h"
 #include "tests/support/scripted_server.h"
 

@@ -1,11 +1,11 @@
 // The host's intercom: calls among clients that write down what happens to them, and the ways of their sound.
-#include "host/audio_relay.h"
-#include "host/audio_stream.h"
-#include "host/g711.h"
-#include "host/intercom.h"
-#include "host/rtsp_server.h"
-#include "host/socket.h"
-#include "host/system.h"
+#include "host/intercom/audio_relay.h"
+#include "host/intercom/audio_stream.h"
+#include "host/intercom/g711.h"
+#include "host/intercom/intercom.h"
+#include "host/intercom/rtsp_server.h"
+#include "host/net/socket.h"
+#include "host/system/system.h"
 #include "tests/support/eventually.h"
 #include "tests/support/scripted_server.h"
 

@@ -1,13 +1,13 @@
 // The host's threads and lists: the main-thread lock, components that come and go, notices, traces, events.
-#include "host/comm_thread.h"
-#include "host/event_server.h"
-#include "host/gxassert.h"
-#include "host/main_lock.h"
-#include "host/sink_server.h"
-#include "host/socket.h"
-#include "host/system.h"
-#include "host/trace.h"
-#include "host/video.h"
+#include "host/base/gxassert.h"
+#include "host/base/trace.h"
+#include "host/net/socket.h"
+#include "host/system/comm_thread.h"
+#include "host/system/event_server.h"
+#include "host/system/main_lock.h"
+#include "host/system/sink_server.h"
+#include "host/system/system.h"
+#include "host/video/video.h"
 #include "tests/support/eventually.h"
 
 #include <gtest/gtest.h>

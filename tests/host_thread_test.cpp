@@ -1,7 +1,7 @@
 // The host's event, its threads, and that every wait ends when its thread is cancelled.
-#include "host/gxthread.h"
-#include "host/http.h"
-#include "host/socket.h"
+#include "host/base/gxthread.h"
+#include "host/net/http.h"
+#include "host/net/socket.h"
 #include "tests/support/eventually.h"
 #include "tests/support/scripted_server.h"
 

@@ -1,8 +1,8 @@
 // What the host does for every camera: sinks, frames, recording, the stored base record.
-#include "host/frame_pool.h"
-#include "host/rate_window.h"
-#include "host/system.h"
-#include "host/video.h"
+#include "host/system/system.h"
+#include "host/video/frame_pool.h"
+#include "host/video/rate_window.h"
+#include "host/video/video.h"
 #include "tests/support/eventually.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // User stream settings: the lists, their stored forms, and which entry is in force.
-#include "host/gxassert.h"
+#include "host/base/gxassert.h"
 #include "media/onvif_config.h"
 #include "tests/media_support.h"
 

@@ -1,5 +1,5 @@
 // Stream settings, encoders and their options: what is read from cameras, and the stored and message forms.
-#include "host/gxassert.h"
+#include "host/base/gxassert.h"
 #include "media/encoder.h"
 #include "tests/media_support.h"
 

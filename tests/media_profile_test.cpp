@@ -1,5 +1,5 @@
 // Media profiles: reading them, choosing one, and what they ask the camera.
-#include "host/gxassert.h"
+#include "host/base/gxassert.h"
 #include "media/profile.h"
 #include "tests/media_support.h"
 

@@ -1,7 +1,7 @@
 // What the tests of the media model share: trees from text, items as text, a camera that is an address.
 #pragma once
 
-#include "host/gxmsg.h"
+#include "host/base/gxmsg.h"
 #include "media/media_camera.h"
 #include "onvif/login_header.h"
 #include "onvif/onvif_msg.h"

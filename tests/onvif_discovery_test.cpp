@@ -1,14 +1,14 @@
 // Finding cameras: the probe, answers of any kind, identity, and whole searches among simulated cameras.
-#include "host/gxthread.h"
-#include "host/socket.h"
-#include "host/system.h"
+#include "host/base/gxthread.h"
+#include "host/net/socket.h"
+#include "host/system/system.h"
 #include "onvif/devfinder.h"
 #include "onvif/onvif.h"
+#include "onvif/string_list.h"
 #include "tests/media_support.h"
 #include "tests/support/camsim_process.h"
 #include "tests/support/eventually.h"
 #include "util/owned_socket.h"
-#include "util/string_list.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // The XML tree: read, searched, built and written.
-#include "host/gxthread.h"
+#include "host/base/gxthread.h"
 #include "onvif/onvif.h"
 #include "tests/support/xml_reference.h"
 

@@ -1,8 +1,8 @@
 // SOAP queries: what goes over the wire, and what is made of the answers.
 #include "onvif/namespaces.h"
 #include "onvif/onvif.h"
+#include "onvif/string_list.h"
 #include "tests/media_support.h"
-#include "util/string_list.h"
 
 #include <gtest/gtest.h>
 

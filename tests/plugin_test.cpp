@@ -1,8 +1,8 @@
 // The built plug-in as the controller meets it: its dynamic symbols, and its entry points through dlopen.
-#include "host/component.h"
-#include "host/gxassert.h"
-#include "host/gxlist.h"
-#include "host/video.h"
+#include "host/base/gxassert.h"
+#include "host/base/gxlist.h"
+#include "host/system/component.h"
+#include "host/video/video.h"
 #include "tests/support/camsim_process.h"
 
 #include <dlfcn.h>

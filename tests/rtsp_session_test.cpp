@@ -1,7 +1,7 @@
 // A whole session against a scripted camera: the bytes of every request, replies in all shapes, and packets.
-#include "host/gxassert.h"
-#include "host/gxthread.h"
-#include "host/socket.h"
+#include "host/base/gxassert.h"
+#include "host/base/gxthread.h"
+#include "host/net/socket.h"
 #include "rtsp/reply_reader.h"
 #include "tests/rtsp_support.h"
 #include "tests/support/eventually.h"

@@ -1,7 +1,7 @@
 // A camera's RTSP side with a script, and packets to feed to a session.
 #pragma once
 
-#include "host/rtsp_profile.h"
+#include "host/video/rtsp_profile.h"
 #include "rtsp/rtsp.h"
 #include "tests/support/scripted_server.h"
 

@@ -1,7 +1,7 @@
 // A socket that closes itself.
 #pragma once
 
-#include "host/socket.h"
+#include <unistd.h>
 
 #include <utility>
 
@@ -20,7 +20,7 @@ class COwnedSocket {
   void Close() { Reset(-1); }
   int Release() { return std::exchange(m_iSocket, -1); }  // the caller closes it
   void Reset(int socket) {
-    if (m_iSocket != -1) CloseSocket(m_iSocket);
+    if (m_iSocket != -1) close(m_iSocket);
     m_iSocket = socket;
   }
 

@@ -1,7 +1,7 @@
 // What the driver says while a test runs.
 #pragma once
 
-#include "host/trace.h"
+#include "host/base/trace.h"
 
 #include <algorithm>
 #include <mutex>

@@ -1,0 +1,95 @@
+#include "controller/core/atomic_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <system_error>
+
+namespace {
+
+bool Fail(const std::string& what, std::string* error) {
+  *error = what + ": " + std::strerror(errno);
+  return false;
+}
+
+bool WriteAll(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t n = write(fd, bytes.data(), bytes.size());
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    bytes.remove_prefix(static_cast<size_t>(n));
+  }
+  return true;
+}
+
+bool WriteTemporary(const std::string& path, std::string_view bytes, unsigned mode, bool durable,
+                    std::string* error) {
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, mode);
+  if (fd < 0) return Fail(path, error);
+  // A left-over of an earlier run may have another mode.
+  const bool good = fchmod(fd, mode) == 0 && WriteAll(fd, bytes) && (!durable || fsync(fd) == 0);
+  if (!good) Fail(path, error);
+  if (close(fd) != 0 && good) return Fail(path, error);
+  return good;
+}
+
+void SyncFolderOf(const std::string& path) {
+  const std::string folder = std::filesystem::path(path).parent_path().string();
+  const int fd = open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return;
+  fsync(fd);
+  close(fd);
+}
+
+}  // namespace
+
+bool ReplaceFile(const std::string& path, std::string_view bytes, unsigned mode, bool durable,
+                 std::string* error) {
+  const std::string temporary = path + ".tmp";
+  if (!WriteTemporary(temporary, bytes, mode, durable, error)) {
+    unlink(temporary.c_str());
+    return false;
+  }
+  if (rename(temporary.c_str(), path.c_str()) != 0) {
+    Fail(path, error);
+    unlink(temporary.c_str());
+    return false;
+  }
+  if (durable) SyncFolderOf(path);
+  return true;
+}
+
+bool MakeFolder(const std::string& path, std::string* error) {
+  std::error_code code;
+  std::filesystem::create_directories(path, code);
+  if (!code && std::filesystem::is_directory(path, code)) return true;
+  *error = path + ": " + (code ? code.message() : std::string("not a folder"));
+  return false;
+}
+
+std::string SafeFileName(std::string_view name) {
+  std::string safe;
+  for (const char c : name) {
+    const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
+                       c == '_' || c == '-';
+    safe += plain ? c : '-';
+  }
+  if (safe.empty() || safe[0] == '.') safe.insert(0, 1, '_');
+  return safe.substr(0, 100);
+}
+
+std::string NewFilePath(const std::string& stem, const char* ending) {
+  const time_t now = time(nullptr);
+  tm local{};
+  localtime_r(&now, &local);
+  char stamp[32];
+  std::strftime(stamp, sizeof stamp, "-%Y%m%d-%H%M%S", &local);
+  std::string path = stem + stamp + ending;
+  for (int i = 2; access(path.c_str(), F_OK) == 0; ++i) path = stem + stamp + "-" + std::to_string(i) + ending;
+  return path;
+}

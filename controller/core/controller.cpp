@@ -1,0 +1,225 @@
+#include "controller/core/controller.h"
+
+#include "controller/core/atomic_file.h"
+#include "controller/core/log.h"
+#include "controller/core/stop_signal.h"
+#include "controller/terminal/report.h"
+#include "host/net/socket.h"
+#include "host/system/system.h"
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+constexpr unsigned PASS_PERIOD_MS = 10;
+constexpr std::chrono::milliseconds TICK_PERIOD{20};
+constexpr std::chrono::seconds SEARCH_PERIOD{60};
+constexpr std::chrono::seconds SAVE_RETRY{5};
+constexpr unsigned SUMMARY_MODE = 0644;
+
+std::string FolderOf(const std::string& file) {
+  const std::string folder = std::filesystem::path(file).parent_path().string();
+  return folder.empty() ? "." : folder;
+}
+
+// True when the time has come, and sets the next one.
+bool Due(std::chrono::steady_clock::time_point* next, std::chrono::steady_clock::duration period) {
+  const auto now = std::chrono::steady_clock::now();
+  if (now < *next) return false;
+  *next = now + period;
+  return true;
+}
+
+}  // namespace
+
+bool PrepareDriver(const COptions& options, CPlugin* plugin, std::string* error) {
+  if (!MakeFolder(FolderOf(options.LogFile), error)) return false;
+  if (!options.Interface.empty() && !SetNetworkInterface(options.Interface)) {
+    *error = "there is no network interface '" + options.Interface + "' with an IPv4 address";
+    return false;
+  }
+  return OpenLog(options.LogFile, error) && plugin->Load(options.Plugin, error);
+}
+
+CController::CController(const COptions& options)
+    : m_Options(options), m_Socket([this](const std::string& request) { return Answer(request); }) {}
+
+CController::~CController() {
+  CEventServer::Instance()->Receiver(nullptr);
+  m_pFinder.reset();
+  {
+    const CMainThreadLock lock;
+    m_Running.Panel.reset();
+  }
+  CSystem::Instance()->StopFileThread();
+  m_Running.Cameras.clear();
+  CSystem::Instance()->RemoveAllComponents();
+}
+
+bool CController::PrepareFolders(std::string* error) {
+  for (const std::string& folder : {FolderOf(m_Options.SiteFile), m_Options.PictureFolder,
+                                    m_Options.RecordFolder, m_Options.KeepFolder, m_Options.SoundFolder})
+    if (!folder.empty() && !MakeFolder(folder, error)) return false;
+  if (m_Options.SummaryFile.empty()) return true;
+  return MakeFolder(FolderOf(m_Options.SummaryFile), error);
+}
+
+bool CController::Start(std::string* error) {
+  m_Started = Clock::now();
+  if (!PrepareFolders(error) || !PrepareDriver(m_Options, &m_Plugin, error)) return false;
+  m_pSite = std::make_unique<CSiteKeeper>(&m_Plugin, m_Options.SiteFile);
+  if (!m_pSite->Lock(error) || !m_pSite->Load(error)) return false;
+  if (!m_Socket.Listen(CommandSocketPath(m_Options.SiteFile), error)) return false;
+  CEventServer::Instance()->Receiver([this](const GXT_EVENT& event) { TakeEvent(event); });
+  m_pPictures = std::make_unique<CPictureStore>(m_Options.PictureFolder, m_Options.KeepFolder);
+  m_pFinder = std::make_unique<CFinder>(&m_Plugin);
+  m_pDisplay = std::make_unique<CDisplay>(m_Options.JSON);
+  if (!StartPanel(error)) return false;
+  if (!m_Options.URL.empty() && !InstallByURL(error)) return false;
+  CSystem* system = CSystem::Instance();
+  for (int i = 0; i < system->NVideo(); ++i) Watch(system->VideoSystem(i));
+  // Written at once, so that an unwritable site file is known before anything depends on it.
+  if (!m_pSite->Save(error)) return false;
+  system->StartFileThread();
+  return true;
+}
+
+bool CController::StartPanel(std::string* error) {
+  CPanelSettings settings;
+  settings.Answer = m_Options.Answer == "accept"    ? EAnswer::Accept
+                    : m_Options.Answer == "decline" ? EAnswer::Decline
+                                                    : EAnswer::Ask;
+  settings.SoundFolder = m_Options.SoundFolder;
+  settings.Relayed = m_Options.Relay;
+  settings.Speech = CSpeech(m_Options.ToneHz);
+  if (!m_Options.SpeechFile.empty()) {
+    const auto sound = std::make_shared<CSound>();
+    if (!LoadSound(m_Options.SpeechFile, sound.get(), error)) return false;
+    settings.Speech = CSpeech(sound);
+  }
+  const CMainThreadLock lock;
+  m_Running.Panel = std::make_unique<CPanel>(std::move(settings), &m_Running.Calls);
+  m_Running.Panel->Enter();
+  return true;
+}
+
+bool CController::InstallByURL(std::string* error) {
+  CVideoSystem* known = CSiteKeeper::FindByURL(m_Options.URL);
+  if (known == nullptr)
+    return m_pSite->Install(m_Options.URL, m_Options.User, m_Options.Password, error) != nullptr;
+  if (m_Options.User.empty()) return true;
+  known->UserName(m_Options.User);
+  known->Password(m_Options.Password);
+  return true;
+}
+
+void CController::Watch(CVideoSystem* video) {
+  CCameraWishes wishes{m_Options.RecordFolder, m_Options.Transport, m_pPictures.get(), &m_Running.Calls};
+  m_Running.Cameras.push_back(std::make_unique<CCamera>(video, &m_Book, std::move(wishes)));
+  m_Running.Cameras.back()->Start();
+}
+
+void CController::InstallFound() {
+  for (const auto& found : m_pFinder->Take()) {
+    std::string error;
+    if (CVideoSystem* video = m_pSite->Install(found.get(), &error)) {
+      Watch(video);
+      m_bSaveWanted = true;
+    } else {
+      Log(error);
+    }
+  }
+}
+
+void CController::SearchWhenDue() {
+  if (m_pFinder->Searching()) return;
+  InstallFound();
+  if (m_Options.Discover && Due(&m_NextSearch, SEARCH_PERIOD))
+    m_pFinder->Start(m_Options.User, m_Options.Password);
+}
+
+CCommandSocket::Answer CController::Answer(const std::string& request) {
+  const CMainThreadLock lock;
+  return [answer = BeginOperation(m_Running, request)] {
+    const CMainThreadLock hold;
+    const nlohmann::json reply = answer();
+    return reply.is_null() ? "" : reply.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+  };
+}
+
+void CController::TakeEvent(const GXT_EVENT& event) {
+  CCamera* camera = m_Running.ByID(event.ComponentID);
+  if (camera == nullptr) return;
+  const std::string name = camera->Video()->Name().Str();
+  Log(name + ": " + EventName(event.Event));
+  m_Running.Events.Add(event, name);
+  if (event.Event == EVENT_MOTION) camera->CountEvent();
+}
+
+void CController::Serve() {
+  CEventServer::Instance()->DispatchEvents();
+  m_Socket.Pass();
+}
+
+void CController::Tick() {
+  {
+    const CMainThreadLock lock;
+    for (const auto& camera : m_Running.Cameras) m_bSaveWanted |= camera->Tick();
+  }
+  m_bSaveWanted |= CSystem::Instance()->TakeSaveRequest();
+  SaveWhenAsked();
+}
+
+void CController::SaveWhenAsked() {
+  if (!m_bSaveWanted || Clock::now() < m_NextSave) return;
+  if (m_pSite->Save(&m_SaveError)) {
+    m_SaveError.clear();
+    m_bSaveWanted = false;
+    return;
+  }
+  Log("site file not saved: " + m_SaveError);
+  m_NextSave = Clock::now() + SAVE_RETRY;
+}
+
+std::vector<CCameraStatus> CController::Statuses() {
+  const CMainThreadLock lock;
+  std::vector<CCameraStatus> statuses;
+  for (const auto& camera : m_Running.Cameras) statuses.push_back(camera->Status());
+  return statuses;
+}
+
+std::string CController::Note() const {
+  std::string note = m_pFinder->Searching() ? "searching for cameras; " : "";
+  if (!m_SaveError.empty()) note += "SITE FILE NOT SAVED: " + m_SaveError + "; ";
+  return note + "site file " + m_Options.SiteFile + ", log " + m_Options.LogFile;
+}
+
+void CController::Show() {
+  m_pDisplay->Update(Statuses(), Note());
+}
+
+bool CController::TimeIsUp() const {
+  return m_Options.Seconds > 0 && Clock::now() - m_Started >= std::chrono::duration<double>(m_Options.Seconds);
+}
+
+bool CController::Run(std::string* error) {
+  // An event is not kept waiting for the next pass.
+  while (!WaitForStop(PASS_PERIOD_MS, CEventServer::Instance()->Descriptor()) && !TimeIsUp()) {
+    CSystem::Instance()->MainThreadPass();
+    Serve();
+    SearchWhenDue();
+    if (Due(&m_NextTick, TICK_PERIOD)) Tick();
+    if (Due(&m_NextShow, std::chrono::milliseconds(m_pDisplay->PeriodMs()))) Show();
+  }
+  Show();
+  const bool saved = m_pSite->Save(error);
+  return WriteSummary(error) && saved;
+}
+
+bool CController::WriteSummary(std::string* error) {
+  if (m_Options.SummaryFile.empty()) return true;
+  // The summary tells of whole files.
+  for (const auto& camera : m_Running.Cameras) camera->EndRecording();
+  return ReplaceFile(m_Options.SummaryFile, SummaryText(Statuses()), SUMMARY_MODE, false, error);
+}

@@ -1,0 +1,40 @@
+// What there is to say about one camera at one moment: for the display, the summary and programs.
+#pragma once
+
+#include "controller/panel/call_book.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct CStreamStatus {
+  std::string Kind;  // "JPEG" or "H264"
+  int Width = 0, Height = 0;
+  double FPS = 0;
+};
+
+// Something that was asked of a camera, and whether the camera was then seen to have done it.
+struct CAskedCommand {
+  std::string Name;
+  bool Seen = false;
+};
+
+struct CCameraStatus {
+  int Type = 0, ID = 0;
+  std::string Name, Manufacturer, Model, Firmware, Serial, ServiceURL;
+  std::string State;   // "running", "running without profiles", "loading", "failed"
+  std::string Reason;  // of a state that is not as it should be; may be empty
+  std::string Step, LastLine;
+  std::vector<std::string> Steps;  // trace lines in order
+  double FPS = 0;                  // JPEG pictures a second, all streams
+  int Motion = -1;                 // -1 unknown, 0 none, 100 motion
+  int64_t Events = 0;              // motion and alarm events raised
+  std::vector<CAskedCommand> Commands;
+  std::optional<CCallCounts> Calls;  // of a door station
+  std::vector<CStreamStatus> Streams;
+  int64_t JPEGFrames = 0, H264Frames = 0;  // pictures delivered
+  std::vector<std::string> Pictures, Recordings;
+  std::string Problem;                                  // recorder or picture store; empty when all is well
+  double SecondsToRunning = -1, SecondsToPicture = -1;  // since the camera was started; -1: not yet
+};

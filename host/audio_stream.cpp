@@ -1,4 +1,0 @@
-#include "host/audio_stream.h"
-
-CAudioStreamTarget::CAudioStreamTarget() = default;
-CAudioStreamTarget::~CAudioStreamTarget() = default;
