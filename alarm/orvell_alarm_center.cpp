@@ -1,5 +1,6 @@
 #include "alarm/orvell_alarm_center.h"
 
+#include "host/net/netinterface.h"
 #include "host/net/socket.h"
 #include "util/owned_socket.h"
 

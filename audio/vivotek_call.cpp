@@ -3,6 +3,7 @@
 #include "audio/sip_dialogue.h"
 #include "audio/vivotek_audio_out.h"
 #include "host/base/trace.h"
+#include "host/net/netinterface.h"
 
 #include <arpa/inet.h>
 #include <poll.h>

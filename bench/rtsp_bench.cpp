@@ -1,5 +1,5 @@
 // What the receiving side costs: sessions over loopback sockets at saturation, and its parts without sockets.
-#include "host/video/frame.h"
+#include "host/video/depacketizer.h"
 #include "rtsp/access_unit.h"
 #include "rtsp/interleaved_framer.h"
 #include "rtsp/jpeg_assembler.h"

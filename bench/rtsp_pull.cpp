@@ -1,6 +1,6 @@
 // rtsp_pull URL [--udp] [--user NAME] [--first]: receives one video stream through CRTSP as the driver's
 // streaming modes do, until it ends, and prints what came. The password is taken from RTSP_PASSWORD.
-#include "host/video/frame.h"
+#include "host/video/depacketizer.h"
 #include "media/session_description.h"
 #include "rtsp/access_unit.h"
 #include "rtsp/jpeg_assembler.h"

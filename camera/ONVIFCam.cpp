@@ -6,6 +6,7 @@
 #include "camera/outbound_call.h"
 #include "host/intercom/intercom.h"
 #include "host/intercom/rtsp_server.h"
+#include "host/net/netinterface.h"
 #include "host/net/socket.h"
 #include "host/system/system.h"
 #include "onvif/login_header.h"

@@ -2,6 +2,7 @@
 #include "camera/ONVIFCam.h"
 #include "camera/notification_listener.h"
 #include "host/base/gxassert.h"
+#include "host/net/netinterface.h"
 #include "host/net/socket.h"
 #include "host/system/event_server.h"
 #include "onvif/login_header.h"

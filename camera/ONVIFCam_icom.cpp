@@ -3,6 +3,7 @@
 #include "camera/ONVIFCam.h"
 #include "camera/outbound_call.h"
 #include "host/base/gxassert.h"
+#include "host/net/netinterface.h"
 #include "host/net/socket.h"
 
 #include <utility>

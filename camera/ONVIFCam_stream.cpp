@@ -2,6 +2,7 @@
 #include "camera/ONVIFCam.h"
 #include "host/base/gxassert.h"
 #include "host/net/http.h"
+#include "host/video/depacketizer.h"
 #include "rtsp/access_unit.h"
 #include "rtsp/jpeg_assembler.h"
 #include "rtsp/rtsp.h"

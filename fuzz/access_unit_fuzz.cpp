@@ -1,6 +1,6 @@
 // Sequences of RTP/H.264 packets, through the depacketizer into the pieces that a recorder takes.
 #include "fuzz/fuzz_input.h"
-#include "host/video/frame.h"
+#include "host/video/depacketizer.h"
 #include "rtsp/access_unit.h"
 
 #include <vector>

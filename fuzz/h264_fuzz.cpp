@@ -2,7 +2,7 @@
 // packets, each behind its length in one byte (times two). Bit 0 of that byte: the packet is given a
 // well-formed header with the next sequence number, so that assembling is reached; otherwise it is taken as it
 // is.
-#include "host/video/frame.h"
+#include "host/video/depacketizer.h"
 
 #include <algorithm>
 #include <cstdint>

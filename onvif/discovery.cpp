@@ -1,5 +1,6 @@
 // WS-Discovery (2005/04) of network video transmitters, and who answers.
 #include "host/base/gxthread.h"
+#include "host/net/netinterface.h"
 #include "host/net/socket.h"
 #include "onvif/namespaces.h"
 #include "onvif/onvif.h"

@@ -1,6 +1,7 @@
 // Alarm datagrams: their bytes, the listener's life, and the way from a camera to the host's event.
 #include "alarm/orvell_alarm_center.h"
 #include "alarm/orvell_packet.h"
+#include "host/net/netinterface.h"
 #include "host/net/socket.h"
 #include "tests/camera_support.h"
 #include "tests/support/scripted_server.h"

@@ -1,5 +1,6 @@
 // Notifications: from the bytes that a camera sends to the host's event, and the life of the listener.
 #include "camera/notification_framer.h"
+#include "host/net/netinterface.h"
 #include "host/net/socket.h"
 #include "tests/camera_script.h"
 #include "tests/support/stopped_clock.h"

@@ -4,6 +4,7 @@
 
 #include "camera/ONVIFCam.h"
 #include "host/base/gxassert.h"
+#include "host/net/netinterface.h"
 #include "host/net/socket.h"
 #include "host/system/event_server.h"
 #include "host/system/system.h"

@@ -1,5 +1,5 @@
 // H.264 from RTP packets made by hand after RFC 3550 5.1 and RFC 6184 5.6 to 5.8.
-#include "host/video/frame.h"
+#include "host/video/depacketizer.h"
 
 #include <gtest/gtest.h>
 

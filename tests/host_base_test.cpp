@@ -3,6 +3,7 @@
 #include "host/base/gxmsg.h"
 #include "host/base/gxstring.h"
 #include "host/base/gxtime.h"
+#include "host/net/netinterface.h"
 #include "host/net/socket.h"
 
 #include <arpa/inet.h>

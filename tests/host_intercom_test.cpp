@@ -4,6 +4,7 @@
 #include "host/intercom/g711.h"
 #include "host/intercom/intercom.h"
 #include "host/intercom/rtsp_server.h"
+#include "host/net/netinterface.h"
 #include "host/net/socket.h"
 #include "host/system/system.h"
 #include "tests/support/eventually.h"

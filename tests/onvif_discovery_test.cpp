@@ -1,5 +1,6 @@
 // Finding cameras: the probe, answers of any kind, identity, and whole searches among simulated cameras.
 #include "host/base/gxthread.h"
+#include "host/net/netinterface.h"
 #include "host/net/socket.h"
 #include "host/system/system.h"
 #include "onvif/devfinder.h"

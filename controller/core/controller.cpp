@@ -4,7 +4,7 @@
 #include "controller/core/log.h"
 #include "controller/core/stop_signal.h"
 #include "controller/terminal/report.h"
-#include "host/net/socket.h"
+#include "host/net/netinterface.h"
 #include "host/system/system.h"
 
 #include <filesystem>

@@ -1,5 +1,6 @@
 #include "controller/panel/panel_ears.h"
 
+#include "host/net/netinterface.h"
 #include "host/net/socket.h"
 
 #include <sys/socket.h>

@@ -1,6 +1,7 @@
 #include "controller/panel/panel_mouth.h"
 
 #include "host/base/gxwait.h"
+#include "host/net/netinterface.h"
 #include "host/net/socket.h"
 
 #include <algorithm>

@@ -3,6 +3,7 @@
 #include "host/base/gxthread.h"
 #include "host/intercom/intercom.h"
 #include "host/intercom/rtp_path.h"
+#include "host/net/netinterface.h"
 #include "host/net/socket.h"
 
 #include <bitset>

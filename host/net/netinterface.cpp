@@ -1,10 +1,11 @@
-// Which of the machine's interfaces the controller uses towards cameras, and its addresses there.
+#include "host/net/netinterface.h"
+
 #include "host/base/gxthread.h"
-#include "host/net/socket.h"
 
 #include <ifaddrs.h>
 #include <net/if.h>
 #include <net/route.h>
+#include <netinet/in.h>
 #include <netpacket/packet.h>
 #include <sys/socket.h>
 #include <unistd.h>

@@ -1,5 +1,6 @@
+#include "host/video/depacketizer.h"
+
 #include "host/net/rtp_reader.h"
-#include "host/video/frame.h"
 
 #include <algorithm>
 #include <cstring>
