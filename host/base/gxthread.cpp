@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -76,11 +75,11 @@ bool CGXSemaphore::WaitSignal(unsigned milliseconds) {
 }
 
 struct CGXThread::State : std::enable_shared_from_this<CGXThread::State> {
-  std::mutex Lock;
-  std::condition_variable Ended;
-  bool Running = false;   // the entry has not returned yet
-  bool Joinable = false;  // Thread is to be joined
-  pthread_t Thread{};
+  CGXMutex Lock;
+  CGXCondition Ended;
+  bool Running GUARDED_BY(Lock) = false;   // the entry has not returned yet
+  bool Joinable GUARDED_BY(Lock) = false;  // Thread is to be joined
+  pthread_t Thread GUARDED_BY(Lock){};
   std::atomic<bool> Cancelled{false};
   const int CancelEvent = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
 
@@ -100,9 +99,9 @@ struct CGXThread::State : std::enable_shared_from_this<CGXThread::State> {
   static thread_local State* t_pCurrent;
   bool IsCurrent() const { return t_pCurrent == this; }
 
-  int Create(size_t stackBytes);
-  void Reap();                                        // under Lock and not running
-  void AwaitEnd(std::unique_lock<std::mutex>& hold);  // then reaped
+  int Create(size_t stackBytes) REQUIRES(Lock);
+  void Reap() REQUIRES(Lock);      // not running
+  void AwaitEnd() REQUIRES(Lock);  // then reaped
   static void* Run(void* state);
 };
 
@@ -114,9 +113,9 @@ void* CGXThread::State::Run(void* state) {
   if (self->Name[0] != '\0') pthread_setname_np(pthread_self(), self->Name);
   self->Body(self->Argument);
   t_pCurrent = nullptr;
-  const std::lock_guard<std::mutex> hold(self->Lock);
+  const CGXLock hold(self->Lock);
   self->Running = false;
-  self->Ended.notify_all();
+  self->Ended.NotifyAll();
   return nullptr;
 }
 
@@ -138,8 +137,8 @@ void CGXThread::State::Reap() {
   Joinable = false;
 }
 
-void CGXThread::State::AwaitEnd(std::unique_lock<std::mutex>& hold) {
-  Ended.wait(hold, [this] { return !Running; });
+void CGXThread::State::AwaitEnd() {
+  while (Running) Ended.Wait(Lock);
   Reap();
 }
 
@@ -152,14 +151,14 @@ CGXThread::~CGXThread() {
     return;
   }
   // Destroyed by its own entry: the thread keeps its state until it ends.
-  const std::lock_guard<std::mutex> hold(m_pState->Lock);
+  const CGXLock hold(m_pState->Lock);
   pthread_detach(m_pState->Thread);
   m_pState->Joinable = false;
 }
 
 int CGXThread::Start(Entry entry, void* argument, unsigned stackSize, const char* name) {
   State& state = *m_pState;
-  const std::lock_guard<std::mutex> hold(state.Lock);
+  const CGXLock hold(state.Lock);
   if (entry == nullptr || state.Running || state.Cancelled || state.CancelEvent == -1) return 0;
   state.Reap();
   state.Body = entry;
@@ -170,22 +169,23 @@ int CGXThread::Start(Entry entry, void* argument, unsigned stackSize, const char
 }
 
 bool CGXThread::IsRunning() const {
-  const std::lock_guard<std::mutex> hold(m_pState->Lock);
+  const CGXLock hold(m_pState->Lock);
   return m_pState->Running;
 }
 
 bool CGXThread::WaitComplete(unsigned milliseconds) {
   State& state = *m_pState;
   if (state.IsCurrent()) return false;
-  std::unique_lock<std::mutex> hold(state.Lock);
-  if (!state.Ended.wait_for(hold, std::chrono::milliseconds(milliseconds), [&] { return !state.Running; }))
-    return false;
+  const CGXLock hold(state.Lock);
+  const CGXDeadline deadline(milliseconds);
+  while (state.Running)
+    if (!state.Ended.WaitUntil(state.Lock, deadline)) return false;
   state.Reap();
   return true;
 }
 
 void CGXThread::Cancel() {
-  const std::lock_guard<std::mutex> hold(m_pState->Lock);  // flag and signal as one, towards Reset
+  const CGXLock hold(m_pState->Lock);  // flag and signal as one, towards Reset
   m_pState->Cancelled = true;
   Signal(m_pState->CancelEvent);
 }
@@ -197,15 +197,15 @@ bool CGXThread::IsCancelled() const {
 void CGXThread::Join() {
   State& state = *m_pState;
   if (state.IsCurrent()) return;
-  std::unique_lock<std::mutex> hold(state.Lock);
-  state.AwaitEnd(hold);
+  const CGXLock hold(state.Lock);
+  state.AwaitEnd();
 }
 
 void CGXThread::Reset() {
   State& state = *m_pState;
   if (state.IsCurrent()) return;
-  std::unique_lock<std::mutex> hold(state.Lock);
-  state.AwaitEnd(hold);
+  const CGXLock hold(state.Lock);
+  state.AwaitEnd();
   TakeSignal(state.CancelEvent);
   state.Cancelled = false;
 }

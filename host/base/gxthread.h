@@ -1,4 +1,4 @@
-// Locks, event semaphore and threads of the host.
+// Event semaphore and threads of the host.
 //
 // Every CGXThread can be cancelled. Cancellation is latched: from then on every host wait that runs on that
 // thread (WaitSocketReadState, Sleep, CGXSemaphore::WaitSignal, ConnectSocket, DoHTTPExchange,
@@ -6,38 +6,11 @@
 // of any of them.
 #pragma once
 
+#include "host/base/gxlock.h"
 #include "host/base/gxstring.h"
-#include "host/base/thread_annotations.h"
 
 #include <atomic>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
-
-// A lock that one thread holds at a time; recursive, since components call their own operations under it.
-class CAPABILITY("lock") CGXCritical {
- public:
-  CGXCritical() = default;
-  CGXCritical(const CGXCritical&) = delete;
-  CGXCritical& operator=(const CGXCritical&) = delete;
-  void GXLock() ACQUIRE() { m_Mutex.lock(); }
-  void GXUnlock() RELEASE() { m_Mutex.unlock(); }
-
- private:
-  std::recursive_mutex m_Mutex;
-};
-
-// Holds a CGXCritical for a scope.
-class SCOPED_CAPABILITY CGXLock {
- public:
-  explicit CGXLock(CGXCritical& lock) ACQUIRE(lock) : m_Lock(lock) { m_Lock.GXLock(); }
-  ~CGXLock() RELEASE() { m_Lock.GXUnlock(); }
-  CGXLock(const CGXLock&) = delete;
-  CGXLock& operator=(const CGXLock&) = delete;
-
- private:
-  CGXCritical& m_Lock;
-};
 
 // An event: SetEvent is latched until one wait succeeds, which resets it.
 class CGXSemaphore {

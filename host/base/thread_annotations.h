@@ -14,6 +14,8 @@
 #define REQUIRES(...) GX_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
 #define ACQUIRE(...) GX_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define RELEASE(...) GX_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
+#define ASSERT_CAPABILITY(x) GX_THREAD_ATTRIBUTE(assert_capability(x))
+#define ACQUIRED_AFTER(...) GX_THREAD_ATTRIBUTE(acquired_after(__VA_ARGS__))
 #define TRY_ACQUIRE(...) GX_THREAD_ATTRIBUTE(try_acquire_capability(__VA_ARGS__))
 #define EXCLUDES(...) GX_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 #define NO_THREAD_SAFETY_ANALYSIS GX_THREAD_ATTRIBUTE(no_thread_safety_analysis)

@@ -13,11 +13,11 @@ bool CMainLock::HeldByCaller() const {
 }
 
 bool CMainLock::Lock() {
-  std::unique_lock<std::mutex> hold(m_Mutex);
+  const CGXLock hold(m_Mutex);
   if (!HeldByCaller()) {
     if (CGXThread::CurrentCancelled()) return false;
     if (m_Owner != std::thread::id()) {
-      if (!Wait(hold)) return false;
+      if (!Wait()) return false;
     } else {
       m_Owner = std::this_thread::get_id();
     }
@@ -27,13 +27,13 @@ bool CMainLock::Lock() {
 }
 
 // Waits until the lock has been handed over to the calling thread; false when it was cancelled.
-bool CMainLock::Wait(std::unique_lock<std::mutex>& hold) {
+bool CMainLock::Wait() {
   Waiter self;
   m_Waiters.push_back(&self);
   while (!HeldByCaller() && !CGXThread::CurrentCancelled()) {
-    hold.unlock();
+    m_Mutex.GXUnlock();
     self.Granted.WaitSignal(RECHECK_PERIOD);
-    hold.lock();
+    m_Mutex.GXLock();
   }
   if (!CGXThread::CurrentCancelled()) return true;
   if (HeldByCaller()) {
@@ -56,13 +56,13 @@ void CMainLock::HandOver() {
 }
 
 bool CMainLock::Unlock() {
-  const std::lock_guard<std::mutex> hold(m_Mutex);
+  const CGXLock hold(m_Mutex);
   if (!HeldByCaller()) return false;
   if (--m_nDepth == 0) HandOver();
   return true;
 }
 
 int CMainLock::Waiting() const {
-  const std::lock_guard<std::mutex> hold(m_Mutex);
+  const CGXLock hold(m_Mutex);
   return static_cast<int>(m_Waiters.size());
 }

@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <deque>
-#include <mutex>
 #include <thread>
 
 // Recursive, and fair: it is handed over directly to whoever has waited longest, so a thread that gives it up
@@ -22,12 +21,11 @@ class CMainLock {
     const std::thread::id Thread = std::this_thread::get_id();
     CGXSemaphore Granted;
   };
-  bool Wait(std::unique_lock<std::mutex>& hold);
-  void HandOver();
+  bool Wait() REQUIRES(m_Mutex);
+  void HandOver() REQUIRES(m_Mutex);
 
-  mutable std::mutex
-      m_Mutex;  // guards the fields below; m_Owner is also read without it, by its own thread only
-  std::atomic<std::thread::id> m_Owner{};  // none: free
-  int m_nDepth = 0;
-  std::deque<Waiter*> m_Waiters;
+  mutable CGXMutex m_Mutex;
+  std::atomic<std::thread::id> m_Owner{};  // none: free; set under m_Mutex, which its own thread need not ask
+  int m_nDepth GUARDED_BY(m_Mutex) = 0;
+  std::deque<Waiter*> m_Waiters GUARDED_BY(m_Mutex);
 };

@@ -8,10 +8,8 @@
 #include "host/video/video.h"
 
 #include <algorithm>
-#include <condition_variable>
 #include <deque>
 #include <map>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -31,21 +29,20 @@ struct CSystem::State {
 
   CMainLock Main;
 
-  // Guards what follows; held for moments only, never while anything is called.
-  mutable std::mutex Lock;
-  Components List;
-  std::vector<CVideoSystem*> Video;
-  int LastID = 0;
-  std::deque<Posted> Calls;
-  unsigned long long NextTicket = 0;
-  std::map<unsigned long long, std::thread::id> Readers;  // CComponentListLocks by age
-  std::condition_variable ReaderLeft;
+  mutable CGXMutex Lock;  // held for moments only, never while anything is called
+  Components List GUARDED_BY(Lock);
+  std::vector<CVideoSystem*> Video GUARDED_BY(Lock);
+  int LastID GUARDED_BY(Lock) = 0;
+  std::deque<Posted> Calls GUARDED_BY(Lock);
+  unsigned long long NextTicket GUARDED_BY(Lock) = 0;
+  std::map<unsigned long long, std::thread::id> Readers GUARDED_BY(Lock);  // CComponentListLocks by age
+  CGXCondition ReaderLeft;
 
   std::atomic<bool> SaveWanted{false};
   CGXCritical FileThreadLock;  // of starting and stopping
   CGXThread FileThread;
 
-  CSystemComponent* Find(int id) const;
+  CSystemComponent* Find(int id) const REQUIRES(Lock);
   std::vector<int> IDs() const;
   Components Take(int id);
   void WaitForReaders();
@@ -58,7 +55,7 @@ CSystemComponent* CSystem::State::Find(int id) const {
 }
 
 std::vector<int> CSystem::State::IDs() const {
-  const std::lock_guard<std::mutex> hold(Lock);
+  const CGXLock hold(Lock);
   std::vector<int> ids;
   for (const auto& component : List) ids.push_back(component->ID());
   return ids;
@@ -66,7 +63,7 @@ std::vector<int> CSystem::State::IDs() const {
 
 // Takes the component with that id (0: all of them) out of the lists.
 Components CSystem::State::Take(int id) {
-  const std::lock_guard<std::mutex> hold(Lock);
+  const CGXLock hold(Lock);
   Components taken;
   for (auto& component : List)
     if (id == 0 || component->ID() == id) taken.push_back(std::move(component));
@@ -78,23 +75,23 @@ Components CSystem::State::Take(int id) {
 }
 
 void CSystem::State::WaitForReaders() {
-  std::unique_lock<std::mutex> hold(Lock);
+  const CGXLock hold(Lock);
   const unsigned long long now = NextTicket;
-  ReaderLeft.wait(hold, [&] { return Readers.empty() || Readers.begin()->first >= now; });
+  while (!Readers.empty() && Readers.begin()->first < now) ReaderLeft.Wait(Lock);
 }
 
 CComponentListLock::CComponentListLock() {
   CSystem::State& state = *CSystem::Instance()->m_pState;
-  const std::lock_guard<std::mutex> hold(state.Lock);
+  const CGXLock hold(state.Lock);
   m_qTicket = state.NextTicket++;
   state.Readers[m_qTicket] = std::this_thread::get_id();
 }
 
 CComponentListLock::~CComponentListLock() {
   CSystem::State& state = *CSystem::Instance()->m_pState;
-  const std::lock_guard<std::mutex> hold(state.Lock);
+  const CGXLock hold(state.Lock);
   state.Readers.erase(m_qTicket);
-  state.ReaderLeft.notify_all();
+  state.ReaderLeft.NotifyAll();
 }
 
 CSystem::CSystem() : m_pState(std::make_unique<State>()) {}
@@ -129,28 +126,28 @@ bool CSystem::TakeSaveRequest() {
 }
 
 int CSystem::NComponents() const {
-  const std::lock_guard<std::mutex> hold(m_pState->Lock);
+  const CGXLock hold(m_pState->Lock);
   return static_cast<int>(m_pState->List.size());
 }
 
 CSystemComponent* CSystem::Component(int index) const {
-  const std::lock_guard<std::mutex> hold(m_pState->Lock);
+  const CGXLock hold(m_pState->Lock);
   const auto i = static_cast<size_t>(index);
   return i < m_pState->List.size() ? m_pState->List[i].get() : nullptr;
 }
 
 CSystemComponent* CSystem::ComponentByID(int id) const {
-  const std::lock_guard<std::mutex> hold(m_pState->Lock);
+  const CGXLock hold(m_pState->Lock);
   return m_pState->Find(id);
 }
 
 int CSystem::NVideo() const {
-  const std::lock_guard<std::mutex> hold(m_pState->Lock);
+  const CGXLock hold(m_pState->Lock);
   return static_cast<int>(m_pState->Video.size());
 }
 
 CVideoSystem* CSystem::VideoSystem(int index) const {
-  const std::lock_guard<std::mutex> hold(m_pState->Lock);
+  const CGXLock hold(m_pState->Lock);
   const auto i = static_cast<size_t>(index);
   return i < m_pState->Video.size() ? m_pState->Video[i] : nullptr;
 }
@@ -158,7 +155,7 @@ CVideoSystem* CSystem::VideoSystem(int index) const {
 void CSystem::AddComponent(std::unique_ptr<CSystemComponent> component) {
   if (component == nullptr) return;
   auto* const video = dynamic_cast<CVideoSystem*>(component.get());
-  const std::lock_guard<std::mutex> hold(m_pState->Lock);
+  const CGXLock hold(m_pState->Lock);
   if (component->ID() <= 0 || m_pState->Find(component->ID()) != nullptr) component->ID(m_pState->LastID + 1);
   m_pState->LastID = std::max(m_pState->LastID, component->ID());
   m_pState->List.push_back(std::move(component));
@@ -167,7 +164,7 @@ void CSystem::AddComponent(std::unique_ptr<CSystemComponent> component) {
 
 // Waiting for itself would last for ever.
 bool CSystem::MayRemove() const {
-  const std::lock_guard<std::mutex> hold(m_pState->Lock);
+  const CGXLock hold(m_pState->Lock);
   const bool reading = std::any_of(m_pState->Readers.begin(), m_pState->Readers.end(), [](const auto& reader) {
     return reader.second == std::this_thread::get_id();
   });
@@ -222,16 +219,16 @@ void CSystem::RemoveAllComponents() {
 void CSystem::MainThreadPass() {
   size_t calls;
   {
-    const std::lock_guard<std::mutex> hold(m_pState->Lock);
+    const CGXLock hold(m_pState->Lock);
     calls = m_pState->Calls.size();  // those posted from now on wait for the next pass
   }
   for (; calls > 0; --calls) {
     const CMainThreadLock lock;
-    std::unique_lock<std::mutex> hold(m_pState->Lock);
+    CGXLock hold(m_pState->Lock);
     if (!lock || m_pState->Calls.empty()) break;
     const State::Posted posted = m_pState->Calls.front();
     m_pState->Calls.pop_front();
-    hold.unlock();
+    hold.GXUnlock();
     posted.Call(posted.Argument);
   }
   for (const int id : m_pState->IDs()) {
@@ -242,13 +239,13 @@ void CSystem::MainThreadPass() {
 }
 
 void CSystem::PostToMainThread(void (*call)(void* argument), void* argument) {
-  const std::lock_guard<std::mutex> hold(m_pState->Lock);
+  const CGXLock hold(m_pState->Lock);
   m_pState->Calls.push_back({call, argument});
 }
 
 void CSystem::DropPosted(const void* argument) {
   const CMainThreadLock lock;
-  const std::lock_guard<std::mutex> hold(m_pState->Lock);
+  const CGXLock hold(m_pState->Lock);
   std::erase_if(m_pState->Calls,
                 [argument](const State::Posted& posted) { return posted.Argument == argument; });
 }
