@@ -318,6 +318,14 @@ int CVideoSystem::NPresets() {
 CGXString CVideoSystem::PresetName(int) {
   return {};
 }
+GXT_SERVICE_REPORT CVideoSystem::ServiceReport() {
+  return {};
+}
+
+GXT_REPORT CVideoSystem::EventReport() {
+  return {};
+}
+
 void CVideoSystem::AddONVIF_Client(CNotifySink*) {}
 void CVideoSystem::RemoveONVIF_Client(CNotifySink*) {}
 void CVideoSystem::OnComponentIdle() {}

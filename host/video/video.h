@@ -5,6 +5,7 @@
 #include "host/system/component.h"
 #include "host/system/sink_server.h"
 #include "host/video/frame.h"
+#include "host/video/report.h"
 #include "host/video/rtsp_profile.h"
 
 #include <atomic>
@@ -177,6 +178,8 @@ class CVideoSystem : public CSystemComponent {
   virtual int PresetControl(int store, int index);
   virtual int NPresets();
   virtual CGXString PresetName(int index);
+  virtual GXT_SERVICE_REPORT ServiceReport();  // any thread, like the following
+  virtual GXT_REPORT EventReport();            // of motion and other events that the camera sends
   virtual void AddONVIF_Client(CNotifySink* client);
   virtual void RemoveONVIF_Client(CNotifySink* client);
 
