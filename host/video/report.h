@@ -21,3 +21,13 @@ struct GXT_SERVICE_REPORT : GXT_REPORT {
   CGXString Refused;
   bool LoginRefused = false;  // and the refusal was of the login: its user name or password is wrong
 };
+
+// Of one stream of a camera, while somebody wants it. Running: data has come within the last seconds.
+struct GXT_STREAM_REPORT : GXT_REPORT {
+  static constexpr int RECORDED = 3;  // number of the H.264 stream for the recording
+
+  int Stream = 0;  // 0 to 2: the JPEG streams; or RECORDED
+  // H.264 units that were larger than the driver keeps (128,000 bytes, or 256,000 with a key picture's
+  // parameter sets) and so are in no recording; a lower bit rate or resolution makes them smaller.
+  unsigned TooLarge = 0;
+};

@@ -326,6 +326,10 @@ GXT_REPORT CVideoSystem::EventReport() {
   return {};
 }
 
+std::vector<GXT_STREAM_REPORT> CVideoSystem::StreamReports() {
+  return {};
+}
+
 void CVideoSystem::AddONVIF_Client(CNotifySink*) {}
 void CVideoSystem::RemoveONVIF_Client(CNotifySink*) {}
 void CVideoSystem::OnComponentIdle() {}

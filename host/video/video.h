@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <memory>
+#include <vector>
 
 // Bits of the option word: what the camera can do.
 inline constexpr unsigned VIDEO_OPTION_PAN_TILT = 0x2;
@@ -178,8 +179,9 @@ class CVideoSystem : public CSystemComponent {
   virtual int PresetControl(int store, int index);
   virtual int NPresets();
   virtual CGXString PresetName(int index);
-  virtual GXT_SERVICE_REPORT ServiceReport();  // any thread, like the following
-  virtual GXT_REPORT EventReport();            // of motion and other events that the camera sends
+  virtual GXT_SERVICE_REPORT ServiceReport();              // any thread, like the following
+  virtual GXT_REPORT EventReport();                        // of motion and other events that the camera sends
+  virtual std::vector<GXT_STREAM_REPORT> StreamReports();  // of those that are wanted, by number
   virtual void AddONVIF_Client(CNotifySink* client);
   virtual void RemoveONVIF_Client(CNotifySink* client);
 
