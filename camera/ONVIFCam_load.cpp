@@ -2,35 +2,13 @@
 #include "camera/ONVIFCam.h"
 #include "host/net/http.h"
 #include "host/system/system.h"
-#include "onvif/login_header.h"
 #include "onvif/namespaces.h"
 #include "onvif/onvif.h"
-
-#include <cstdlib>
+#include "onvif/soap_request.h"
 
 namespace {
 
 using CMsgRef = std::unique_ptr<CONVIFMsg>;
-
-// An operation with at most one argument, as most of them are.
-struct COperation {
-  const char* Name;
-  const char* Namespace;
-  const char* Argument = nullptr;
-  CGXString Value = {};
-};
-
-CMsgRef MakeRequest(const COperation& operation, CONVIFLoginHeader* login) {
-  CMsgRef envelope = std::make_unique<CONVIFEnvelope>();
-  envelope->AppendMSG(login);
-  CONVIFMsg* const request = envelope->AddBody()->AddMSG_XMLNS(operation.Name, operation.Namespace);
-  if (operation.Argument != nullptr) request->AddValue(operation.Argument, operation.Value);
-  return envelope;
-}
-
-int Number(const CONVIFMsg& msg, const char* name) {
-  return std::atoi(msg.FindSubMSGValue(name, 0));
-}
 
 bool IsWide(const GXT_PTZ_RANGE& range) {
   return range.Max != range.Min;
@@ -41,8 +19,9 @@ bool IsWide(const GXT_PTZ_RANGE& range) {
 // Null when no XML came back.
 std::unique_ptr<CONVIFMsg> CONVIFCam::Ask(const CGXString& url, const char* operation, const char* ns,
                                           const char* argument, const CGXString& value) {
-  const CMsgRef request = MakeRequest({operation, ns, argument, value}, CreateLoginHeader());
-  return CMsgRef(CONVIF::DoQuery_HTTP(url, operation, ns, request.get(), QUERY_TIMEOUT_MS));
+  CSOAPRequest request(url, operation, ns, CreateLoginHeader());
+  if (argument != nullptr) request.Element()->AddValue(argument, value);
+  return request.Send();
 }
 
 bool CONVIFCam::FindONVIF_ServiceURL() {
@@ -68,14 +47,8 @@ bool CONVIFCam::LoadONVIF_TimeSync() {
   // Without login: the login needs this clock.
   const CMsgRef reply(
       CONVIF::DoQuery_HTTP(ServiceURL(), "GetSystemDateAndTime", NS_ONVIF_DEVICE, QUERY_TIMEOUT_MS));
-  // Both names stand in the element's own, so the numbers are looked for in all of it: some devices have no
-  // Time or Date of their own in it.
-  const CONVIFMsg* const utc = reply != nullptr ? reply->FindSubMSG("UTCDateTime") : nullptr;
-  const CONVIFMsg* const time = utc != nullptr ? utc->FindSubMSG("Time") : nullptr;
-  const CONVIFMsg* const date = utc != nullptr ? utc->FindSubMSG("Date") : nullptr;
-  if (time == nullptr || date == nullptr) return false;
-  const CGXTime now(Number(*date, "Year"), Number(*date, "Month"), Number(*date, "Day"), Number(*time, "Hour"),
-                    Number(*time, "Minute"), Number(*time, "Second"));
+  CGXTime now;
+  if (reply == nullptr || !CONVIF::ReadCameraTime(*reply, &now)) return false;
   if (Trace()) {
     CGXString line;
     line.Format("Device Time %d/%d/%d %s", now.Month(), now.Day(), now.Year(),
@@ -210,10 +183,9 @@ bool CONVIFCam::LoadONVIF_RTSPConfig() {
 }
 
 bool CONVIFCam::LoadONVIF_PTZConfig() {
-  const CMsgRef request = MakeRequest({"GetNodes", NS_ONVIF_PTZ}, CreateLoginHeader());
+  CSOAPRequest request(MediaURL(), "GetNodes", NS_ONVIF_PTZ, CreateLoginHeader());
   // Sent to the media service under the action of GetProfiles: small cameras serve all at one address and read
   // only the body. Nothing is kept of the answer, so nothing is lost with those that refuse it.
-  const CMsgRef reply(
-      CONVIF::DoQuery_HTTP(MediaURL(), "GetProfiles", NS_ONVIF_MEDIA, request.get(), QUERY_TIMEOUT_MS));
+  request.SendAs("GetProfiles", NS_ONVIF_MEDIA);
   return true;
 }

@@ -1,8 +1,9 @@
 #include "camera/ONVIF_proc.h"
 
-#include "camera/service_request.h"
+#include "camera/ONVIFCam.h"
 #include "host/base/gxassert.h"
 #include "onvif/namespaces.h"
+#include "onvif/soap_request.h"
 
 namespace {
 
@@ -14,8 +15,8 @@ constexpr const char* SESSION_TIMEOUT = "PT1M";
 
 using CMsgRef = std::unique_ptr<CONVIFMsg>;
 
-CServiceRequest MediaRequest(CONVIFCam* camera, const char* operation) {
-  return {camera, camera->MediaURL(), operation, NS_ONVIF_MEDIA};
+CSOAPRequest MediaRequest(CONVIFCam* camera, const char* operation) {
+  return {camera->MediaURL(), operation, NS_ONVIF_MEDIA, camera->CreateLoginHeader()};
 }
 
 CGXString Decimal(int value) {
@@ -49,8 +50,8 @@ int CONVIF_Proc::PostProc(CONVIFCam* /*camera*/) {
 }
 
 bool CONVIF_Proc::ReloadEncoder(CONVIFCam* camera, CEncoder* encoder) {
-  const CServiceRequest request = MediaRequest(camera, "GetVideoEncoderConfiguration");
-  request.Body()->AddValue("ConfigurationToken", encoder->Token());
+  CSOAPRequest request = MediaRequest(camera, "GetVideoEncoderConfiguration");
+  request.Element()->AddValue("ConfigurationToken", encoder->Token());
   const CMsgRef reply = request.Send();
   const CONVIFMsg* const configuration = FirstOf(reply, request.Operation());
   if (configuration == nullptr) return false;
@@ -59,8 +60,8 @@ bool CONVIF_Proc::ReloadEncoder(CONVIFCam* camera, CEncoder* encoder) {
 }
 
 bool CONVIF_Proc::ReloadProfile(CONVIFCam* camera, CProfile* profile) {
-  const CServiceRequest request = MediaRequest(camera, "GetProfile");
-  request.Body()->AddValue("ProfileToken", profile->Token());
+  CSOAPRequest request = MediaRequest(camera, "GetProfile");
+  request.Element()->AddValue("ProfileToken", profile->Token());
   const CMsgRef reply = request.Send();
   const CONVIFMsg* const answer = FirstOf(reply, request.Operation());
   if (answer == nullptr) return false;
@@ -139,8 +140,8 @@ bool CCheckUserSet::AlignProfile(CONVIFCam* camera, const CONVIFUserSettings& en
 }
 
 bool CCheckUserSet::ConfigureEncoder(CONVIFCam* camera, const CEncoder& encoder, CONVIFSettings* settings) {
-  const CServiceRequest request = MediaRequest(camera, "SetVideoEncoderConfiguration");
-  WriteEncoder(request.Body(), encoder, settings);
+  CSOAPRequest request = MediaRequest(camera, "SetVideoEncoderConfiguration");
+  WriteEncoder(request.Element(), encoder, settings);
   return request.Send() != nullptr;
 }
 
@@ -172,9 +173,9 @@ void CCheckUserSet::WriteEncoder(CONVIFMsg* parent, const CEncoder& encoder, CON
 
 bool CCheckUserSet::ConfigureProfileEncoderToken(CONVIFCam* camera, const CProfile& profile,
                                                  const CGXString& encoderToken) {
-  const CServiceRequest request = MediaRequest(camera, "AddVideoEncoderConfiguration");
-  request.Body()->AddValue("ProfileToken", profile.Token());
-  request.Body()->AddValue("ConfigurationToken", encoderToken);
+  CSOAPRequest request = MediaRequest(camera, "AddVideoEncoderConfiguration");
+  request.Element()->AddValue("ProfileToken", profile.Token());
+  request.Element()->AddValue("ConfigurationToken", encoderToken);
   return request.Send() != nullptr;
 }
 

@@ -1,7 +1,8 @@
 #include "camera/ptz_proc.h"
 
-#include "camera/service_request.h"
+#include "camera/ONVIFCam.h"
 #include "onvif/namespaces.h"
+#include "onvif/soap_request.h"
 
 #include <charconv>
 #include <string>
@@ -15,9 +16,9 @@ bool MovesInPicture(const CProfile& profile) {
   return profile.PTZRelPositionSpace() == CONVIFCam::SPACE_FIELD_OF_VIEW;
 }
 
-CServiceRequest MakeRequest(CONVIFCam* camera, const CProfile& profile, const char* operation) {
-  CServiceRequest request(camera, camera->PTZURL(), operation, NS_ONVIF_PTZ);
-  request.Body()->AddValue("ProfileToken", profile.Token());
+CSOAPRequest MakeRequest(CONVIFCam* camera, const CProfile& profile, const char* operation) {
+  CSOAPRequest request(camera->PTZURL(), operation, NS_ONVIF_PTZ, camera->CreateLoginHeader());
+  request.Element()->AddValue("ProfileToken", profile.Token());
   return request;
 }
 
@@ -33,11 +34,11 @@ int CCamMoveProc::DoProc(CONVIFCam* camera) {
   const CProfileRef profile = camera->RelativeMoveProfile();
   if (profile == nullptr) return 0;
   const bool inPicture = MovesInPicture(*profile);
-  const CServiceRequest request = MakeRequest(camera, *profile, inPicture ? "RelativeMove" : "ContinuousMove");
+  CSOAPRequest request = MakeRequest(camera, *profile, inPicture ? "RelativeMove" : "ContinuousMove");
   CGXString vector;
   vector.Format(R"(<PanTilt x="%s" y="%s" xmlns="%s"/>)", Decimal(m_iPan / 100.0).c_str(),
                 Decimal(0.0 - m_iTilt / 100.0).c_str(), NS_ONVIF_SCHEMA);
-  request.Body()->AddValue(inPicture ? "Translation" : "Velocity", vector);
+  request.Element()->AddValue(inPicture ? "Translation" : "Velocity", vector);
   return request.Send() != nullptr;
 }
 
@@ -48,11 +49,11 @@ int CCamZoomProc::DoProc(CONVIFCam* camera) {
   double range = zoom.Max - zoom.Min;
   if (range == 0) range = ZOOM_RANGE_OPEN;
   const double step = range / ZOOM_STEPS;
-  const CServiceRequest request = MakeRequest(camera, *profile, "RelativeMove");
+  CSOAPRequest request = MakeRequest(camera, *profile, "RelativeMove");
   CGXString vector;
   vector.Format(R"(<Zoom x="%s" xmlns="%s"/>)", Decimal(m_iDirection > 0 ? -step : step).c_str(),
                 NS_ONVIF_SCHEMA);
-  request.Body()->AddValue("Translation", vector);
+  request.Element()->AddValue("Translation", vector);
   return request.Send() != nullptr;
 }
 
@@ -60,9 +61,9 @@ int CCamStopProc::DoProc(CONVIFCam* camera) {
   const CProfileRef profile = camera->RelativeMoveProfile();
   if (profile == nullptr) return 0;
   if (MovesInPicture(*profile)) return 1;
-  const CServiceRequest request = MakeRequest(camera, *profile, "Stop");
-  request.Body()->AddValue("PanTilt", "true");
-  request.Body()->AddValue("Zoom", "true");
+  CSOAPRequest request = MakeRequest(camera, *profile, "Stop");
+  request.Element()->AddValue("PanTilt", "true");
+  request.Element()->AddValue("Zoom", "true");
   return request.Send() != nullptr;
 }
 
@@ -71,7 +72,7 @@ int CCamPresetControl::DoProc(CONVIFCam* camera) {
   if (profile == nullptr) return 0;
   const auto preset = profile->Preset(m_iIndex);
   if (preset == nullptr) return 0;
-  const CServiceRequest request = MakeRequest(camera, *profile, m_iStore != 0 ? "SetPreset" : "GotoPreset");
-  request.Body()->AddValue("PresetToken", preset->Token());
+  CSOAPRequest request = MakeRequest(camera, *profile, m_iStore != 0 ? "SetPreset" : "GotoPreset");
+  request.Element()->AddValue("PresetToken", preset->Token());
   return request.Send() != nullptr;
 }

@@ -3,9 +3,9 @@
 #include "host/base/gxassert.h"
 #include "host/net/http.h"
 #include "media/xml_values.h"
-#include "onvif/login_header.h"
 #include "onvif/namespaces.h"
 #include "onvif/onvif.h"
+#include "onvif/soap_request.h"
 #include "rtsp/rtsp.h"
 
 #include <algorithm>
@@ -14,15 +14,7 @@
 
 namespace {
 
-constexpr int QUERY_TIMEOUT = 0;             // ms; 0: the host's default
 constexpr int DESCRIBE_ANSWER_BYTES = 2048;  // longer answers are cut
-
-// An envelope with the camera's login header.
-std::unique_ptr<CONVIFEnvelope> NewEnvelope(CMediaCamera* camera) {
-  auto envelope = std::make_unique<CONVIFEnvelope>();
-  if (CONVIFMsg* login = camera->CreateLoginHeader()) envelope->AppendMSG(login);
-  return envelope;
-}
 
 float FloatOf(const CONVIFMsg* msg, const char* name) {
   return static_cast<float>(std::clamp<double>(std::atof(TextOf(msg, name)), -FLT_MAX, FLT_MAX));
@@ -85,17 +77,16 @@ bool CProfile::ReloadFrom(const CONVIFMsg* profile) {
 }
 
 bool CProfile::LoadStreamUri(CMediaCamera* camera) {
-  const auto envelope = NewEnvelope(camera);
-  envelope->AddAttrib(CONVIF::FormatXMLNS_M(NS_ONVIF_MEDIA));
-  envelope->AddAttrib(CONVIF::FormatXMLNS_TT(NS_ONVIF_SCHEMA));
-  CONVIFMsg* const request = envelope->AddBody()->AddMSGVer10_Media("GetStreamUri");
-  CONVIFMsg* const setup = request->AddMSG("StreamSetup");
+  CSOAPRequest request(camera->MediaURL(), "GetStreamUri", NS_ONVIF_MEDIA, camera->CreateLoginHeader());
+  request.Envelope()->AddAttrib(CONVIF::FormatXMLNS_M(NS_ONVIF_MEDIA));
+  request.Envelope()->AddAttrib(CONVIF::FormatXMLNS_TT(NS_ONVIF_SCHEMA));
+  CONVIFMsg* const element = request.Body()->AddMSGVer10_Media("GetStreamUri");
+  CONVIFMsg* const setup = element->AddMSG("StreamSetup");
   setup->AddValueVer10_Schema("Stream", "RTP-Unicast");
   setup->AddMSGVer10_Schema("Transport")->AddValue("Protocol", "RTSP");
-  request->AddValue("ProfileToken", m_Token);
+  element->AddValue("ProfileToken", m_Token);
 
-  const std::unique_ptr<CONVIFMsg> answer(
-      CONVIF::DoQuery_HTTP(camera->MediaURL(), "GetStreamUri", NS_ONVIF_MEDIA, envelope.get(), QUERY_TIMEOUT));
+  const std::unique_ptr<CONVIFMsg> answer = request.Send();
   const CONVIFMsg* const response = answer ? answer->FindResponseMSG("GetStreamUri") : nullptr;
   const CONVIFMsg* const media = response != nullptr ? response->FindSubMSG("MediaUri") : nullptr;
   if (media == nullptr) return false;
@@ -111,10 +102,9 @@ bool CProfile::LoadStreamUri(CMediaCamera* camera) {
 }
 
 bool CProfile::LoadPresetConfig(CMediaCamera* camera) {
-  const auto envelope = NewEnvelope(camera);
-  envelope->AddBody()->AddMSG_XMLNS("GetPresets", NS_ONVIF_PTZ)->AddValue("ProfileToken", m_Token);
-  const std::unique_ptr<CONVIFMsg> answer(
-      CONVIF::DoQuery_HTTP(camera->PTZURL(), "GetPresets", NS_ONVIF_PTZ, envelope.get(), QUERY_TIMEOUT));
+  CSOAPRequest request(camera->PTZURL(), "GetPresets", NS_ONVIF_PTZ, camera->CreateLoginHeader());
+  request.Element()->AddValue("ProfileToken", m_Token);
+  const std::unique_ptr<CONVIFMsg> answer = request.Send();
   if (!answer) return false;
   const CONVIFMsg* const response = answer->FindResponseMSG("GetPresets");
   if (response == nullptr) return true;

@@ -2,8 +2,8 @@
 
 #include "host/base/gxtime.h"
 #include "host/net/http.h"
-#include "onvif/login_header.h"
 #include "onvif/namespaces.h"
+#include "onvif/soap_request.h"
 #include "util/gxtimer.h"
 
 #include <algorithm>
@@ -47,23 +47,6 @@ CONVIFMsg* ReadAnswer(CHTMLPage* page) {
   return CONVIFMsg::CreateMSG(page->Data() + body, page->NBytes() - body);
 }
 
-// The camera's UTC clock as its GetSystemDateAndTime answers. "Time" and "Date" are looked for from UTCDateTime
-// on, which has both in its own name: the fields are found wherever in it a camera puts them.
-bool ReadCameraTime(CONVIFMsg* answer, CGXTime* time) {
-  CONVIFMsg* const utc = answer->FindSubMSG("UTCDateTime");
-  if (utc == nullptr) return false;
-  const CONVIFMsg* const clock = utc->FindSubMSG("Time");
-  const CONVIFMsg* const date = utc->FindSubMSG("Date");
-  if (clock == nullptr || date == nullptr) return false;
-  time->Hour(Number(clock->FindSubMSGValue("Hour", 0)));
-  time->Minute(Number(clock->FindSubMSGValue("Minute", 0)));
-  time->Second(Number(clock->FindSubMSGValue("Second", 0)));
-  time->Year(Number(date->FindSubMSGValue("Year", 0)));
-  time->Month(Number(date->FindSubMSGValue("Month", 0)));
-  time->Day(Number(date->FindSubMSGValue("Day", 0)));
-  return true;
-}
-
 }  // namespace
 
 // ---- Attribute texts ----
@@ -94,9 +77,7 @@ bool CONVIF::SplitURL(const CGXString& url, CGXString* address, CGXString* path)
 }
 
 CONVIFMsg* CONVIF::DoQuery_HTTP(CGXString url, CGXString action, CGXString ns, int timeout) {
-  CONVIFEnvelope envelope;
-  envelope.AddBody()->AddMSG_XMLNS(action, ns);
-  return DoQuery_HTTP(url, action, ns, &envelope, timeout);
+  return CSOAPRequest(url, action, ns, nullptr).Send(timeout).release();
 }
 
 CONVIFMsg* CONVIF::DoQuery_HTTP(CGXString url, CGXString action, CGXString ns, CONVIFMsg* envelope,
@@ -112,12 +93,27 @@ CONVIFMsg* CONVIF::DoQuery_HTTP_Security(CGXString url, CGXString user, CGXStrin
                                          CGXString ns, int timeout) {
   const std::unique_ptr<CONVIFMsg> answer(DoQuery_HTTP(url, "GetSystemDateAndTime", NS_ONVIF_DEVICE, timeout));
   CGXTime cameraTime;
-  if (answer == nullptr || !ReadCameraTime(answer.get(), &cameraTime)) return nullptr;
+  if (answer == nullptr || !ReadCameraTime(*answer, &cameraTime)) return nullptr;
   CGXTimer sinceClockRead;
-  CONVIFEnvelope envelope;
-  envelope.AppendMSG(new CONVIFLoginHeader(user, password, cameraTime, &sinceClockRead));
-  envelope.AddBody()->AddMSG_XMLNS(action, ns);
-  return DoQuery_HTTP(url, action, ns, &envelope, timeout);
+  auto* const login = new CONVIFLoginHeader(user, password, cameraTime, &sinceClockRead);
+  return CSOAPRequest(url, action, ns, login).Send(timeout).release();
+}
+
+// "Time" and "Date" are looked for from UTCDateTime
+// on, which has both in its own name: the fields are found wherever in it a camera puts them.
+bool CONVIF::ReadCameraTime(const CONVIFMsg& answer, CGXTime* time) {
+  const CONVIFMsg* const utc = answer.FindSubMSG("UTCDateTime");
+  if (utc == nullptr) return false;
+  const CONVIFMsg* const clock = utc->FindSubMSG("Time");
+  const CONVIFMsg* const date = utc->FindSubMSG("Date");
+  if (clock == nullptr || date == nullptr) return false;
+  time->Hour(Number(clock->FindSubMSGValue("Hour", 0)));
+  time->Minute(Number(clock->FindSubMSGValue("Minute", 0)));
+  time->Second(Number(clock->FindSubMSGValue("Second", 0)));
+  time->Year(Number(date->FindSubMSGValue("Year", 0)));
+  time->Month(Number(date->FindSubMSGValue("Month", 0)));
+  time->Day(Number(date->FindSubMSGValue("Day", 0)));
+  return true;
 }
 
 // ---- Texts ----

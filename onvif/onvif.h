@@ -13,6 +13,8 @@
 
 #include <string_view>
 
+class CGXTime;
+
 class CONVIF {
  public:
   // ---- Attribute texts that bind a namespace ----
@@ -37,6 +39,9 @@ class CONVIF {
   // The operation without arguments, logged in: asks for the camera's clock first, so two exchanges.
   static CONVIFMsg* DoQuery_HTTP_Security(CGXString url, CGXString user, CGXString password, CGXString action,
                                           CGXString ns, int timeout);
+
+  // The camera's UTC clock in its answer to GetSystemDateAndTime; false when that holds none.
+  static bool ReadCameraTime(const CONVIFMsg& answer, CGXTime* time);
 
   // Splits "http://host[:port]/path" (scheme in any case) into "host[:port]" and "/path". False without path or
   // with another scheme.

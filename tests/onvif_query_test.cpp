@@ -1,6 +1,7 @@
 // SOAP queries: what goes over the wire, and what is made of the answers.
 #include "onvif/namespaces.h"
 #include "onvif/onvif.h"
+#include "onvif/soap_request.h"
 #include "onvif/string_list.h"
 #include "tests/media_support.h"
 
@@ -131,6 +132,26 @@ TEST(Query, LogsInWithAnyClockButNotWithoutOne) {
     EXPECT_EQ(answer != nullptr, requests == 2);
     EXPECT_EQ(server.Requests().size(), requests) << clock;
   }
+}
+
+// What a camera refuses, in its own words: fit for one line, and blamed on the login only when it is the
+// login's.
+TEST(Query, AFaultSaysWhatWasRefused) {
+  const auto fault = [](const std::string& subcode, const std::string& text) {
+    std::string xml = "<s:Envelope><s:Body><s:Fault><s:Code><s:Value>s:Sender</s:Value><s:Subcode><s:Value>" +
+                      subcode + "</s:Value></s:Subcode></s:Code><s:Reason><s:Text>" + text +
+                      "</s:Text></s:Reason></s:Fault></s:Body></s:Envelope>";
+    const std::unique_ptr<CONVIFMsg> answer(CONVIFMsg::CreateMSG(xml.data(), static_cast<int>(xml.size())));
+    return CSOAPFault::Of(answer.get());
+  };
+  EXPECT_TRUE(fault("ter:NotAuthorized", "no").OfLogin);
+  EXPECT_TRUE(fault("wsse:FailedAuthentication", "no").OfLogin);
+  EXPECT_FALSE(fault("ter:InvalidArgVal", "NotAuthorized").OfLogin);
+  EXPECT_EQ(fault("ter:InvalidArgVal", "no such \x1b[31mthing\xc2\x9b").Text, "no such ?[31mthing?");
+  EXPECT_EQ(fault("ter:InvalidArgVal", "").Text, "ter:InvalidArgVal");
+  const CGXString longest = fault("x", std::string(196, 'a') + "\xc3\xa4" + std::string(1000, 'b')).Text;
+  EXPECT_EQ(longest.Str(), std::string(196, 'a') + "...");  // not in the middle of a letter
+  EXPECT_TRUE(CSOAPFault::Of(nullptr).Text.IsEmpty());
 }
 
 }  // namespace
