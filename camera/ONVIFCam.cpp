@@ -74,11 +74,11 @@ CONVIFCam::~CONVIFCam() {
 
 void CONVIFCam::StopWorkers() {
   for (CGXThread& thread : m_StreamThreads) thread.Cancel();
-  m_QueueThread.Cancel();
+  m_Queue.Worker().Cancel();
   m_EventThread.Cancel();
   m_AudioThread.Cancel();
   for (CGXThread& thread : m_StreamThreads) thread.Join();
-  m_QueueThread.Join();
+  m_Queue.Worker().Join();
   m_EventThread.Join();
   m_AudioThread.Join();
 }
@@ -149,10 +149,10 @@ void CONVIFCam::SetConfigURL(CGXString url) {
   DropListeners();
   m_Queue.DropAll();
   {
-    const CGXLock lock(m_QueueStartLock);  // a push meanwhile starts its worker afterwards
+    const CGXLock lock(m_Queue.Worker().StartLock());  // a push meanwhile starts its worker afterwards
     StopWorkers();
     for (CGXThread& thread : m_StreamThreads) thread.Reset();
-    m_QueueThread.Reset();
+    m_Queue.Worker().Reset();
     m_EventThread.Reset();
     m_AudioThread.Reset();
   }

@@ -354,8 +354,6 @@ class CONVIFCam : public CVideoSystem,
 
   // Queue: see CProcQueue.
   CProcQueue m_Queue;
-  CGXCritical m_QueueStartLock;  // one start of the queue thread at a time
-  CGXThread m_QueueThread;
 
   // Streams: threads started by the connection thread; mask and flags are read by them for every packet.
   CGXThread m_StreamThreads[STREAMS];

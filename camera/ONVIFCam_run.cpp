@@ -206,12 +206,7 @@ void CONVIFCam::PushProc(std::unique_ptr<CONVIF_Proc> proc) {
 }
 
 void CONVIFCam::StartONVIFThread() {
-  if (!m_Queue.Claim()) return;
-  // The claim is given back just before the thread ends, so the one before may still be on its way out.
-  const CGXLock lock(m_QueueStartLock);
-  m_QueueThread.Join();
-  if (m_QueueThread.Start(ONVIFThreadProc, this, WORKER_STACK_BYTES, "ONVIF Proc Thread") == 0)
-    m_Queue.Release();
+  if (m_Queue.Claim()) m_Queue.Worker().Start(ONVIFThreadProc, this, WORKER_STACK_BYTES, "ONVIF Proc Thread");
 }
 
 unsigned CONVIFCam::ONVIFThreadProc(void* camera) {

@@ -54,19 +54,14 @@ void CProcQueue::KillPending(int type) {
 
 bool CProcQueue::Claim() {
   const CGXLock lock(m_Lock);
-  return !std::exchange(m_bWorker, true);
-}
-
-void CProcQueue::Release() {
-  const CGXLock lock(m_Lock);
-  m_bWorker = false;
+  return m_Worker.Claim(m_Lock);
 }
 
 std::unique_ptr<CONVIF_Proc> CProcQueue::Pull() {
   const CGXLock lock(m_Lock);
   std::unique_ptr<CONVIF_Proc> proc(m_pPending);
   if (proc == nullptr) {
-    m_bWorker = false;
+    m_Worker.Release(m_Lock);
     return nullptr;
   }
   m_pPending = proc->Next();

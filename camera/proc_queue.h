@@ -2,13 +2,12 @@
 #pragma once
 
 #include "camera/ONVIF_proc.h"
-#include "host/base/gxthread.h"
+#include "host/base/gxworker.h"
 
 #include <memory>
 
 // Any thread. One worker drains the pending queue: whoever is told to start it starts it, and it ends when Pull
-// says that there is no more. Both are decided under one lock, so a proc pushed while the worker is about to
-// end is never left lying.
+// says that there is no more.
 class CProcQueue {
  public:
   CProcQueue() = default;
@@ -20,8 +19,8 @@ class CProcQueue {
   void Kill(int type);  // drops the pending procs of that type; a running one is not touched
   // Kill of the procs of its type and Push in one: of many callers at once, one proc is left pending.
   void Replace(std::unique_ptr<CONVIF_Proc> proc);
-  bool Claim();    // true: no worker runs, the caller starts it now
-  void Release();  // the worker could not be started
+  bool Claim();  // true: no worker runs, the caller starts Worker() now
+  CGXWorker& Worker() { return m_Worker; }
 
   std::unique_ptr<CONVIF_Proc> Pull();                   // the next one to run; null: the worker has ended
   bool PushFinished(std::unique_ptr<CONVIF_Proc> proc);  // true when another one waits already
@@ -40,5 +39,5 @@ class CProcQueue {
   CGXCritical m_Lock;
   CONVIF_Proc* m_pPending GUARDED_BY(m_Lock) = nullptr;   // owned
   CONVIF_Proc* m_pFinished GUARDED_BY(m_Lock) = nullptr;  // owned
-  bool m_bWorker GUARDED_BY(m_Lock) = false;
+  CGXWorker m_Worker;
 };

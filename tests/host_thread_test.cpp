@@ -1,5 +1,5 @@
 // The host's event, its threads, and that every wait ends when its thread is cancelled.
-#include "host/base/gxthread.h"
+#include "host/base/gxworker.h"
 #include "host/net/http.h"
 #include "host/net/socket.h"
 #include "tests/support/eventually.h"
@@ -81,6 +81,58 @@ TEST(Thread, RunsUnderItsNameAndEnds) {
   EXPECT_LT(SecondsSince(start), PROMPT_SECONDS);
   EXPECT_FALSE(thread.IsRunning() || joinedItself);
   EXPECT_STREQ(name, "ONVIF Event Pro");
+}
+
+// Work that comes at the moment when the thread decides to end is done all the same, by one thread at a time,
+// and a thread that is not to be had leaves it to the next who claims.
+TEST(Worker, LeavesNothingLyingAndNeverWorksTwice) {
+  struct CJobs {
+    CGXMutex Lock;
+    int Waiting GUARDED_BY(Lock) = 0;
+    CGXWorker Worker;
+    std::atomic<int> Done{0}, AtWork{0}, Doubled{0};
+
+    static unsigned Work(void* self) {
+      auto& jobs = *static_cast<CJobs*>(self);
+      if (++jobs.AtWork > 1) ++jobs.Doubled;
+      while (jobs.DoOne()) {
+      }
+      Sleep(1);  // on its way out, while the next one is claimed
+      return 0;
+    }
+    bool DoOne() {
+      const CGXLock hold(Lock);
+      if (Waiting == 0) {
+        --AtWork;
+        Worker.Release(Lock);
+        return false;
+      }
+      --Waiting;
+      ++Done;
+      return true;
+    }
+    bool Bring() {
+      {
+        const CGXLock hold(Lock);
+        ++Waiting;
+        if (!Worker.Claim(Lock)) return true;
+      }
+      return Worker.Start(Work, this, 0, "Worker") != 0;
+    }
+  } jobs;
+  constexpr int BRINGERS = 4, JOBS_OF_EACH = 100;
+  jobs.Worker.Cancel();
+  EXPECT_FALSE(jobs.Bring());
+  jobs.Worker.Reset();
+  std::vector<std::thread> bringers;
+  for (int i = 0; i < BRINGERS; ++i)
+    bringers.emplace_back([&jobs] {
+      for (int job = 0; job < JOBS_OF_EACH; ++job) EXPECT_TRUE(jobs.Bring());
+    });
+  for (std::thread& bringer : bringers) bringer.join();
+  EXPECT_TRUE(Eventually(PROMPT_SECONDS, [&jobs] { return jobs.Done == BRINGERS * JOBS_OF_EACH + 1; }));
+  jobs.Worker.Join();
+  EXPECT_EQ(jobs.Doubled, 0);
 }
 
 TEST(Thread, NamesThatAreTooLongKeepWhatTellsThemApart) {

@@ -23,8 +23,8 @@ void PauseUntil(SoundClock::time_point moment) {
 }  // namespace
 
 CPanelMouth::~CPanelMouth() {
-  m_Thread.Cancel();
-  m_Thread.Join();
+  m_Worker.Cancel();
+  m_Worker.Join();
   const CGXLock hold(m_Lock);
   for (const auto& listener : m_Listeners) Close(listener.get());
 }
@@ -102,14 +102,9 @@ bool CPanelMouth::Detach(CAudioStreamTarget* target) {
 bool CPanelMouth::StartThread() {
   {
     const CGXLock hold(m_Lock);
-    if (m_bRuns) return true;
-    m_bRuns = true;
+    if (!m_Worker.Claim(m_Lock)) return true;
   }
-  m_Thread.Join();  // the one before has decided to end
-  if (m_Thread.Start(ThreadProc, this, 0, "Panel Mouth") != 0) return true;
-  const CGXLock hold(m_Lock);
-  m_bRuns = false;
-  return false;
+  return m_Worker.Start(ThreadProc, this, 0, "Panel Mouth") != 0;
 }
 
 unsigned CPanelMouth::ThreadProc(void* mouth) {
@@ -130,8 +125,10 @@ void CPanelMouth::Run() {
 // One packet to all. False when there is nobody left, or the thread is cancelled.
 bool CPanelMouth::Speak(COpusPackets* packets) {
   const CGXLock hold(m_Lock);
-  m_bRuns = !m_Listeners.empty() && !CGXThread::CurrentCancelled();
-  if (!m_bRuns) return false;
+  if (m_Listeners.empty() || CGXThread::CurrentCancelled()) {
+    m_Worker.Release(m_Lock);
+    return false;
+  }
   short samples[COpusPackets::PACKET_SAMPLES];
   m_Speech.Next(samples);
   const std::span<const unsigned char> packet = packets->Next(samples);

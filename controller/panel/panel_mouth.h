@@ -3,7 +3,7 @@
 
 #include "controller/panel/opus_packets.h"
 #include "controller/panel/talk_counts.h"
-#include "host/base/gxthread.h"
+#include "host/base/gxworker.h"
 #include "host/intercom/audio_relay.h"
 #include "host/intercom/audio_stream.h"
 #include "host/intercom/intercom_client.h"
@@ -48,6 +48,5 @@ class CPanelMouth {
   CGXCritical m_Lock;
   std::vector<std::unique_ptr<CListener>> m_Listeners GUARDED_BY(m_Lock);
   CSpeech m_Speech GUARDED_BY(m_Lock);
-  bool m_bRuns GUARDED_BY(m_Lock) = false;  // the thread has not decided to end
-  CGXThread m_Thread;
+  CGXWorker m_Worker;
 };
