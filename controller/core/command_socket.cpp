@@ -160,7 +160,9 @@ bool AskController(const std::string& path, const std::string& request, int seco
   while (answer->size() < MOST_ANSWER_BYTES) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
     pollfd wait[] = {{socket, POLLIN, 0}, {StopDescriptor(), POLLIN, 0}};
-    if (left <= 0 || poll(wait, 2, static_cast<int>(left)) == 0) return fail("the controller gives no answer");
+    const int ready = left > 0 ? poll(wait, 2, static_cast<int>(left)) : 0;
+    if (ready == 0) return fail("the controller gives no answer");
+    if (ready < 0) continue;  // a signal: a stop signal makes its descriptor readable
     if (wait[1].revents != 0) return fail("broken off");
     char bytes[65536];
     const ssize_t n = recv(socket, bytes, sizeof bytes, 0);
