@@ -16,6 +16,7 @@ BELOW = {
     "camera": {"media", "audio", "alarm", "onvif", "rtsp", "util", "host"},
     "plugin": {"camera", "onvif", "util", "host"},
     "controller": {"host", "util"},
+    "demo": {"controller", "host", "util"},
     "sim": set(),
 }
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"/]+)/')

@@ -1,7 +1,6 @@
 // The reference controller.
 #include "controller/core/log.h"
 #include "controller/core/stop_signal.h"
-#include "controller/demo/demonstration.h"
 #include "controller/terminal/client_commands.h"
 #include "controller/terminal/commands.h"
 #include "controller/terminal/password.h"
@@ -28,8 +27,6 @@ int RunChosen(const COptions& options) {
       return ShowCommand(options);
     case ECommand::Ask:
       return AskCommand(options);
-    case ECommand::Demonstrate:
-      return DemonstrateCommand(options);
     case ECommand::None:
       break;
   }

@@ -176,7 +176,7 @@ TEST_F(Commands, DemonstrationIsSeenByTheCamerasAndInTheSummary) {
   ASSERT_TRUE(sim.Ready()) << sim.Output();
   Begin();
   const CCommandResult shown =
-      RunCommand(kController + " demonstrate 127.0.0.10:8900 --data " + m_Folder + " 2>&1", 200);
+      RunCommand(TEST_BIN_DIR "/demonstrate 127.0.0.10:8900 " + m_Folder + " 2>&1", 200);
   EXPECT_EQ(shown.status, 0) << shown.output;
 
   const auto told = [this](const char* since) {
@@ -194,7 +194,7 @@ TEST_F(Commands, DemonstrationIsSeenByTheCamerasAndInTheSummary) {
   EXPECT_TRUE(Eventually(20, [&] { return Text(file).find("motion") != std::string::npos; }));
   EXPECT_THAT(Text(file), HasSubstr(DOOR));
   int status = -1;
-  waits.End(SIGINT, &status);
+  EXPECT_LT(waits.End(SIGINT, &status), 5);
   EXPECT_EQ(status, 0);
 
   const Cameras summary = End();

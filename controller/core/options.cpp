@@ -162,10 +162,6 @@ EParse ParseOptions(int argc, const char* const* argv, COptions* options, std::s
   AddCommon(components, options);
   AddShow(show, options);
   AddClientCommands(&app, options);
-  CLI::App* demonstrate =
-      app.add_subcommand("demonstrate", "What ./run shows: use the commands on simulated cameras");
-  AddCommon(demonstrate, options);
-  demonstrate->add_option("SIMULATION", options->Simulation, "Their control address, ADDRESS:PORT")->required();
   const auto named = [&](const CLI::App* command) { return command->check_name(argv[1]); };
   if (argc > 1 && argv[1][0] != '-' && std::ranges::none_of(app.get_subcommands({}), named)) {
     *text = std::string("there is no command '") + argv[1] + "'" + HELP_HINT;
@@ -186,7 +182,6 @@ EParse ParseOptions(int argc, const char* const* argv, COptions* options, std::s
   if (discover->parsed()) options->Command = ECommand::Discover;
   if (components->parsed()) options->Command = ECommand::Components;
   if (show->parsed()) options->Command = ECommand::Show;
-  if (demonstrate->parsed()) options->Command = ECommand::Demonstrate;
   FillDefaults(options);
   return EParse::Go;
 }

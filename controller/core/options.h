@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-enum class ECommand { None, Run, Discover, Components, Show, Ask, Demonstrate };
+enum class ECommand { None, Run, Discover, Components, Show, Ask };
 
 struct COptions {
   ECommand Command = ECommand::None;
@@ -32,8 +32,6 @@ struct COptions {
   // show
   std::vector<std::string> Cameras;
   double WaitSeconds = 20;
-  // demonstrate
-  std::string Simulation;  // control address of the simulated cameras, ADDRESS:PORT
   // Ask: for the running controller
   nlohmann::json Request = nlohmann::json::object();
 };

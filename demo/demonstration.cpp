@@ -1,14 +1,18 @@
-#include "controller/demo/demonstration.h"
-
-#include "controller/core/log.h"
+// What ./run shows of the commands: asks a running controller to do things with simulated cameras, as a user
+// would, and looks at the simulation's control address whether the cameras did them. Each thing asked for is
+// noted at its camera ("note" of controller/core/operations.h), which shows it on the terminal and in the
+// summary.
 #include "controller/core/stop_signal.h"
 #include "controller/terminal/client_commands.h"
 #include "host/net/http.h"
 
 #include <chrono>
 #include <cmath>
+#include <cstdio>
+#include <exception>
 #include <functional>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 using nlohmann::json;
 using Clock = std::chrono::steady_clock;
@@ -34,7 +38,9 @@ struct CPair {
 
 class CDemonstration {
  public:
-  explicit CDemonstration(const COptions& options) : m_Options(options) {}
+  // The control address of the simulated cameras, ADDRESS:PORT, and the controller's site file.
+  CDemonstration(std::string simulation, std::string siteFile)
+      : m_Simulation(std::move(simulation)), m_SiteFile(std::move(siteFile)) {}
 
   bool Run() {
     if (!WaitUntilRunning()) return Problem("the simulated cameras are not all running");
@@ -57,17 +63,17 @@ class CDemonstration {
   using Seen = std::function<bool(const json& sim)>;
 
   static bool Problem(const std::string& text) {
-    WriteProblem("demonstration: " + text);
+    std::fprintf(stderr, "demonstrate: %s\n", text.c_str());
     return false;
   }
 
   json Sim(const std::string& path, const json* body = nullptr) const {
     CHTTPHeader header;
     header.Command((body != nullptr ? "POST " : "GET ") + path);
-    header.Host(m_Options.Simulation);
+    header.Host(m_Simulation);
     if (body != nullptr) header.Content(body->dump());
     const std::unique_ptr<CHTMLPage> page(
-        DoHTTPExchange(m_Options.Simulation, header.CreateString(), nullptr, 0, HTTP_PORT, HTTP_TIMEOUT_MS));
+        DoHTTPExchange(m_Simulation, header.CreateString(), nullptr, 0, HTTP_PORT, HTTP_TIMEOUT_MS));
     if (!page) return nullptr;
     const std::string text(page->Data(), static_cast<size_t>(page->NBytes()));
     const size_t end = text.find("\r\n\r\n");
@@ -78,7 +84,7 @@ class CDemonstration {
 
   json Controller(json request) const {
     if (m_pPair != nullptr) request["camera"] = m_pPair->ID;
-    return Ask(m_Options.SiteFile, request);
+    return Ask(m_SiteFile, request);
   }
 
   static bool WaitUntil(std::chrono::seconds time, const std::function<bool()>& condition) {
@@ -154,7 +160,7 @@ class CDemonstration {
   }
 
   json Status() const {
-    const json status = Ask(m_Options.SiteFile, {{"do", "status"}});
+    const json status = Ask(m_SiteFile, {{"do", "status"}});
     for (const json& camera : status.value("cameras", json::array()))
       if (std::to_string(camera["id"].get<int>()) == m_pPair->ID) return camera;
     return json::object();
@@ -203,13 +209,27 @@ class CDemonstration {
            good;
   }
 
-  const COptions& m_Options;
+  const std::string m_Simulation, m_SiteFile;
   std::vector<CPair> m_Pairs;
   const CPair* m_pPair = nullptr;  // the one at work
 };
 
 }  // namespace
 
-int DemonstrateCommand(const COptions& options) {
-  return CDemonstration(options).Run() ? 0 : 1;
+// 0: everything was seen; 1: something was not; 2: wrong arguments.
+int main(int argc, char** argv) {
+  if (argc != 3) {
+    std::fprintf(
+        stderr,
+        "usage: demonstrate SIMULATION FOLDER\n"
+        "  the control address of the simulated cameras, ADDRESS:PORT, and the controller's data folder\n");
+    return 2;
+  }
+  InstallStopSignals();
+  try {
+    return CDemonstration(argv[1], argv[2] + std::string("/site.json")).Run() ? 0 : 1;
+  } catch (const std::exception& error) {  // an answer of another form than ours
+    std::fprintf(stderr, "demonstrate: %s\n", error.what());
+    return 1;
+  }
 }
