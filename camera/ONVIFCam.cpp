@@ -41,10 +41,6 @@ CONVIFCam::CONVIFCam(CSystemComponentDef* definition)
     : CVideoSystem(definition),
       CTraceProducer(definition->TypeName()),
       m_ServiceURL(DefaultServiceURL()),
-      m_pProfiles(std::make_shared<CProfileConfig>()),
-      m_pEncoders(std::make_shared<CEncoderConfig>()),
-      m_pH264Settings(std::make_shared<CONVIFUserConfig>()),
-      m_pJPEGSettings(std::make_shared<CONVIFUserConfig>()),
       m_wEventPort(GetEventPort()) {
   m_AudioFormat = {.FormatTag = 1,
                    .Channels = 1,
@@ -156,8 +152,17 @@ void CONVIFCam::SetConfigURL(CGXString url) {
     m_EventThread.Reset();
     m_AudioThread.Reset();
   }
+  ForgetCamera();
   m_RunState.Reset();
   StartThread(THREAD_NAME_AFTER_MOVE);
+}
+
+// What the camera at the old address offered.
+void CONVIFCam::ForgetCamera() {
+  m_Model.ForgetCamera();
+  SetURL(&CONVIFCam::m_MediaURL, CGXString());
+  Options(OPTIONS_AT_START);
+  m_iMotionLevel = MOTION_LEVEL_UNKNOWN;
 }
 
 bool CONVIFCam::IsSameConfig(CDeviceConfig* record) {
@@ -197,8 +202,8 @@ bool CONVIFCam::WriteData(CGXFile* file, int version) {
   for (const CGXString& text :
        {identity.Manufacturer, identity.Model, identity.Firmware, identity.SerialNo, identity.HardwareID})
     if (!file->WriteString(text)) return false;
-  return CVideoSystem::WriteData(file, version) && H264Settings()->Write(file, version) &&
-         JPEGSettings()->Write(file, version) && file->WriteString(ServiceURL()) != 0;
+  return CVideoSystem::WriteData(file, version) && m_Model.H264Settings()->Write(file, version) &&
+         m_Model.JPEGSettings()->Write(file, version) && file->WriteString(ServiceURL()) != 0;
 }
 
 bool CONVIFCam::ReadIdentity(CGXFile* file) {
@@ -220,8 +225,8 @@ bool CONVIFCam::ReadData(CGXFile* file, int version) {
     if (!CVideoSystem::ReadData(file, version) || !ReadIdentity(file)) return false;
     RegisterEventServer();
   }
-  if (!ReadUserConfig(file, version, &CONVIFCam::m_pH264Settings)) return false;
-  if (!ReadUserConfig(file, version, &CONVIFCam::m_pJPEGSettings)) return false;
+  if (!m_Model.ReadUserConfig(file, version, RTSP_PROFILE_H264)) return false;
+  if (!m_Model.ReadUserConfig(file, version, RTSP_PROFILE_JPEG)) return false;
   CGXString url;
   if (!file->ReadString(&url)) return false;
   const CGXLock lock(m_IdentityLock);
@@ -229,31 +234,18 @@ bool CONVIFCam::ReadData(CGXFile* file, int version) {
   return true;
 }
 
-// What was read before an item that fails is kept.
-bool CONVIFCam::ReadUserConfig(CGXFile* file, int version, CUserConfigRef CONVIFCam::*list) {
-  const auto read = std::make_shared<CONVIFUserConfig>();
-  const bool complete = read->Read(file, version);
-  const CGXLock lock(m_ModelLock);
-  this->*list = read;
-  return complete;
-}
-
 void CONVIFCam::GetONVIFConfig(CGXMSG* msg) {
-  Profiles()->WriteTo(msg);
-  Encoders()->WriteTo(msg);
-  H264Settings()->WriteTo(msg);
-  JPEGSettings()->WriteTo(msg);
+  m_Model.Profiles()->WriteTo(msg);
+  m_Model.Encoders()->WriteTo(msg);
+  m_Model.H264Settings()->WriteTo(msg);
+  m_Model.JPEGSettings()->WriteTo(msg);
 }
 
 void CONVIFCam::SetONVIFConfig(CGXMSG* msg) {
   const auto h264 = std::make_shared<CONVIFUserConfig>(), jpeg = std::make_shared<CONVIFUserConfig>();
   h264->ReadFrom(msg);
   jpeg->ReadFrom(msg);
-  {
-    const CGXLock lock(m_ModelLock);
-    m_pH264Settings = h264;
-    m_pJPEGSettings = jpeg;
-  }
+  m_Model.Take(h264, jpeg);
   UpdateResMask();  // there may be fewer streams now
 }
 
@@ -276,93 +268,14 @@ void CONVIFCam::SetCameraTime(const CGXTime& time) {
 
 // ---- Media model ----
 
-CONVIFCam::CProfilesRef CONVIFCam::Profiles() const {
-  const CGXLock lock(m_ModelLock);
-  return m_pProfiles;
-}
-
-CONVIFCam::CEncodersRef CONVIFCam::Encoders() const {
-  const CGXLock lock(m_ModelLock);
-  return m_pEncoders;
-}
-
-CONVIFCam::CUserConfigRef CONVIFCam::H264Settings() const {
-  const CGXLock lock(m_ModelLock);
-  return m_pH264Settings;
-}
-
-CONVIFCam::CUserConfigRef CONVIFCam::JPEGSettings() const {
-  const CGXLock lock(m_ModelLock);
-  return m_pJPEGSettings;
-}
-
-CONVIFCam::CUserConfigRef CONVIFCam::UserConfig(RTSP_PROFILE_TYPE type) const {
-  switch (type) {
-    case RTSP_PROFILE_H264:
-      return H264Settings();
-    case RTSP_PROFILE_JPEG:
-      return JPEGSettings();
-    default:
-      return nullptr;
-  }
-}
-
-bool CONVIFCam::HasEmptyUserSettings() const {
-  return H264Settings()->NSettings() == 0 || JPEGSettings()->NSettings() == 0;
-}
-
 bool CONVIFCam::LoadDefaultUserSettings() {
-  const bool done = ::LoadDefaultUserSettings(*Profiles(), H264Settings().get(), JPEGSettings().get());
+  const bool done = m_Model.LoadDefaultUserSettings();
   UpdateResMask();  // viewers that were there before the first stream get it now
   return done;
 }
 
-CProfileRef CONVIFCam::ProfileByToken(const CGXString& token) const {
-  const CProfilesRef profiles = Profiles();
-  return {profiles, profiles->ProfileByToken(token)};
-}
-
-CEncoderRef CONVIFCam::EncoderByToken(const CGXString& token) const {
-  const CEncodersRef encoders = Encoders();
-  return {encoders, encoders->EncoderByToken(token)};
-}
-
-int CONVIFCam::IndexOfProfile(const CGXString& token) const {
-  const CProfilesRef profiles = Profiles();
-  int index = 0;
-  for (const CProfile* profile = profiles->Profiles(); profile != nullptr; profile = profile->Next(), ++index)
-    if (profile->Token() == token) return index;
-  return NO_INDEX;
-}
-
-int CONVIFCam::IndexOfEncoder(const CGXString& token) const {
-  const CEncodersRef encoders = Encoders();
-  int index = 0;
-  for (const CEncoder* encoder = encoders->Encoders(); encoder != nullptr; encoder = encoder->Next(), ++index)
-    if (encoder->Token() == token) return index;
-  return NO_INDEX;
-}
-
-CProfileRef CONVIFCam::RelativeMoveProfile() const {
-  const CProfilesRef profiles = Profiles();
-  return {profiles, PTZProfile(*profiles)};
-}
-
-CProfile* CONVIFCam::PTZProfile(const CProfileConfig& profiles) {
-  CProfile* profile = profiles.Profiles();
-  while (profile != nullptr && profile->PTZConfigToken().IsEmpty()) profile = profile->Next();
-  return profile;
-}
-
-CUserSettingsRef CONVIFCam::FindUserSettings(const void* entry) const {
-  const CUserConfigRef h264 = H264Settings(), jpeg = JPEGSettings();
-  CONVIFUserSettings* const own = ::FindUserSettings(*h264, *jpeg, entry);
-  if (own == nullptr) return nullptr;
-  return {std::make_shared<std::pair<CUserConfigRef, CUserConfigRef>>(h264, jpeg), own};
-}
-
 bool CONVIFCam::GetCameraAddress(sockaddr_in* address) const {
-  const CProfilesRef profiles = Profiles();
+  const auto profiles = m_Model.Profiles();
   for (const CProfile* profile = profiles->Profiles(); profile != nullptr; profile = profile->Next()) {
     CGXString uri = profile->StreamUri();
     uri.TrimLeft("rtsp://");

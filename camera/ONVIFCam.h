@@ -19,10 +19,8 @@
 #include "host/system/comm_thread.h"
 #include "host/system/sink_server.h"
 #include "host/video/video.h"
-#include "media/encoder.h"
 #include "media/media_camera.h"
-#include "media/onvif_config.h"
-#include "media/profile.h"
+#include "media/media_model.h"
 #include "util/gxtimer.h"
 
 #include <netinet/in.h>
@@ -39,12 +37,6 @@ class CONVIF_AudioOut;
 class COutboundCall;
 class CRTSP;
 class CRTSPServer;
-
-// What an entry of the media model is handed out as: it keeps alive the whole list (generation) that it is
-// from, so it may be used across an exchange with the camera while the lists are loaded anew.
-using CProfileRef = std::shared_ptr<CProfile>;
-using CEncoderRef = std::shared_ptr<CEncoder>;
-using CUserSettingsRef = std::shared_ptr<CONVIFUserSettings>;
 
 class CONVIFCam : public CVideoSystem,
                   public CGeneralCommThread,
@@ -100,16 +92,14 @@ class CONVIFCam : public CVideoSystem,
   // path.
   bool GetCameraAddress(sockaddr_in* address) const override;
 
-  // ---- The media model; any thread ----
-  static constexpr int NO_INDEX = 255;                       // of an unknown token: the indices travel as bytes
-  CProfileRef ProfileByToken(const CGXString& token) const;  // null when none, like the following
-  CEncoderRef EncoderByToken(const CGXString& token) const;
-  int IndexOfProfile(const CGXString& token) const;  // position in the camera's order, or NO_INDEX
-  int IndexOfEncoder(const CGXString& token) const;
-  CProfileRef RelativeMoveProfile() const;  // the first profile with PTZ
-  CProfileRef DVRProfile() const;           // of the entry that is recorded
-  CUserSettingsRef FindUserSettings(
-      const void* entry) const;  // the entry itself if it is one of ours, else null
+  // ---- The media model; any thread. See CMediaModel ----
+  CProfileRef ProfileByToken(const CGXString& token) const { return m_Model.ProfileByToken(token); }
+  CEncoderRef EncoderByToken(const CGXString& token) const { return m_Model.EncoderByToken(token); }
+  int IndexOfProfile(const CGXString& token) const { return m_Model.IndexOfProfile(token); }
+  int IndexOfEncoder(const CGXString& token) const { return m_Model.IndexOfEncoder(token); }
+  CProfileRef RelativeMoveProfile() const { return m_Model.RelativeMoveProfile(); }
+  CProfileRef DVRProfile() const { return m_Model.DVRProfile(DVRResolutionIndex()); }  // that is recorded
+  CUserSettingsRef FindUserSettings(const void* entry) const { return m_Model.FindUserSettings(entry); }
 
   // ---- Streams ----
   void SinkAdded(CComponentSink* sink) override;
@@ -121,7 +111,7 @@ class CONVIFCam : public CVideoSystem,
   void GetVideoStats(CGXMSG* msg) override;
   CRTSPProfile* LoadRTSPProfile(CResolutionDescriptor* descriptor) override;
   CRTSPProfile* LoadAudioRTSP() override;
-  CProfileRef GetAudioProfile() const;  // the first profile with described G.711 audio
+  CProfileRef GetAudioProfile() const { return m_Model.AudioProfile(); }
   void AddRTSPSink(CObjectSink* sink) override;
   void RemoveRTSPSink(CObjectSink* sink) override;  // waits for a question in flight
   int DVREncodeType() override;
@@ -225,14 +215,10 @@ class CONVIFCam : public CVideoSystem,
     CGXTime Time;    // as it stood
     CGXTimer Since;  // when this was started
   };
-  using CProfilesRef = std::shared_ptr<CProfileConfig>;
-  using CEncodersRef = std::shared_ptr<CEncoderConfig>;
-  using CUserConfigRef = std::shared_ptr<CONVIFUserConfig>;
-
   static constexpr int JPEG_STREAMS = 3;
   static constexpr int STREAMS = 4;  // and the H.264 stream
   static constexpr unsigned WORKER_STACK_BYTES = 256000;
-  static constexpr int MOTION_LEVEL_FULL = 100;
+  static constexpr int MOTION_LEVEL_FULL = 100, MOTION_LEVEL_UNKNOWN = -1;
 
   // ---- Identity (ONVIFCam.cpp) ----
   bool IsStatic() const { return ComponentType() == TYPE_STATIC; }
@@ -240,17 +226,10 @@ class CONVIFCam : public CVideoSystem,
   void SetIdentity(const CONVIFDevice& device);
   void UpdateTraceName();
   bool ReadIdentity(CGXFile* file);
-  bool ReadUserConfig(CGXFile* file, int version, CUserConfigRef CONVIFCam::*list);
   void SetURL(CGXString CONVIFCam::*field, const CGXString& url);
-  static CProfile* PTZProfile(const CProfileConfig& profiles);
   CCameraClock CameraClock() const;
   void SetCameraTime(const CGXTime& time);
-  CProfilesRef Profiles() const;
-  CEncodersRef Encoders() const;
-  CUserConfigRef H264Settings() const;
-  CUserConfigRef JPEGSettings() const;
-  CUserConfigRef UserConfig(RTSP_PROFILE_TYPE type) const;  // null for any other type
-  bool HasEmptyUserSettings() const;
+  void ForgetCamera();
   void StopWorkers();  // cancels and joins the threads of streams, sound, queue and listener
 
   // ---- Loading steps (ONVIFCam_load.cpp); connection thread ----
@@ -327,9 +306,7 @@ class CONVIFCam : public CVideoSystem,
 
   // ---- What the host is told (ONVIFCam_offer.cpp) ----
   void UpdateResMask();
-  static CUserSettingsRef UserSettings(const CUserConfigRef& list, int index);  // null when there is none
   int EncodeTypeOf(const CONVIFUserSettings& entry) const;
-  CUserSettingsRef DVRSettings() const;
   void SetDVRActive(bool active);
   int DVRRate();
 
@@ -341,12 +318,7 @@ class CONVIFCam : public CVideoSystem,
       m_MediaURL GUARDED_BY(m_IdentityLock);
   CCameraClock m_Clock GUARDED_BY(m_IdentityLock);  // read and written as a whole: a torn pair is a wrong login
 
-  // Media model: the lists as last loaded (connection thread) and as last set (record, tools). The lock guards
-  // the pointers; what they point at looks after itself.
-  mutable CGXCritical m_ModelLock;
-  CProfilesRef m_pProfiles GUARDED_BY(m_ModelLock);  // never null, like the following
-  CEncodersRef m_pEncoders GUARDED_BY(m_ModelLock);
-  CUserConfigRef m_pH264Settings GUARDED_BY(m_ModelLock), m_pJPEGSettings GUARDED_BY(m_ModelLock);
+  CMediaModel m_Model;
 
   // Progress: set by the connection thread, reset by any.
   CRunState m_RunState;
@@ -361,8 +333,8 @@ class CONVIFCam : public CVideoSystem,
   std::atomic<bool> m_bStreamFailed[STREAMS] = {};
   CGXCritical m_DVRLock;  // for writing m_bDVRActive: connection, file and main thread
   std::atomic<bool> m_bDVRActive{false};
-  std::atomic<int> m_iMotionLevel{-1};  // see MotionLevel(); listener's thread and alarms
-  std::atomic<int> m_nDVRFrames{0};     // delivered since the statistics were last computed
+  std::atomic<int> m_iMotionLevel{MOTION_LEVEL_UNKNOWN};  // see MotionLevel(); listener's thread and alarms
+  std::atomic<int> m_nDVRFrames{0};                       // delivered since the statistics were last computed
   CGXTimer m_DVRStatsTimer GUARDED_BY(m_DVRLock);
   int m_iDVRRate GUARDED_BY(m_DVRLock) = 0;  // frames a second times 100
   CGXCritical m_RTSPSinkLock;

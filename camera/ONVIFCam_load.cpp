@@ -94,8 +94,7 @@ bool CONVIFCam::LoadONVIF_EncoderConfig() {
     if (Trace()) Trace("Found Encoder tkn " + encoder->Token() + " Name:" + encoder->Name());
     LoadONVIF_EncoderOptions(encoder);
   }
-  const CGXLock lock(m_ModelLock);
-  m_pEncoders = encoders;
+  m_Model.Take(encoders);
   return true;
 }
 
@@ -134,13 +133,8 @@ bool CONVIFCam::LoadONVIF_ProfileConfig() {
     if (Trace()) Trace("Found Profile " + profile->Token());
     if (profile->AudioEncoderType().CompareNoCase("g711") == 0) AddOptions(VIDEO_OPTION_AUDIO);
   }
-  if (CProfile* const profile = PTZProfile(*profiles)) AddPTZOptions(profile);
-  {
-    const CGXLock lock(m_ModelLock);
-    m_pProfiles = profiles;
-  }
-  for (const CProfile* profile = profiles->Profiles(); profile != nullptr; profile = profile->Next())
-    for (const CUserConfigRef& list : {H264Settings(), JPEGSettings()}) UpdateDefaults(list.get(), *profile);
+  if (CProfile* const profile = CMediaModel::PTZProfile(*profiles)) AddPTZOptions(profile);
+  m_Model.Take(profiles);
   return true;
 }
 
@@ -154,7 +148,7 @@ void CONVIFCam::AddPTZOptions(CProfile* profile) {
 }
 
 bool CONVIFCam::LoadONVIF_SnapshotConfig() {
-  const CProfilesRef profiles = Profiles();
+  const auto profiles = m_Model.Profiles();
   bool any = false;
   for (CProfile* profile = profiles->Profiles(); profile != nullptr; profile = profile->Next()) {
     const CMsgRef reply = Ask(MediaURL(), "GetSnapshotUri", NS_ONVIF_MEDIA, "ProfileToken", profile->Token());
@@ -169,14 +163,14 @@ bool CONVIFCam::LoadONVIF_SnapshotConfig() {
 }
 
 bool CONVIFCam::LoadONVIF_MediaConfig() {
-  const CProfilesRef profiles = Profiles();
+  const auto profiles = m_Model.Profiles();
   for (CProfile* profile = profiles->Profiles(); profile != nullptr; profile = profile->Next())
     profile->LoadStreamUri(this);  // a profile without one is of no use, but no reason to do without the others
   return true;
 }
 
 bool CONVIFCam::LoadONVIF_RTSPConfig() {
-  const CProfilesRef profiles = Profiles();
+  const auto profiles = m_Model.Profiles();
   for (CProfile* profile = profiles->Profiles(); profile != nullptr; profile = profile->Next())
     if (!profile->LoadRTSPConfig(this)) return false;
   return true;

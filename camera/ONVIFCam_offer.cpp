@@ -15,10 +15,6 @@ constexpr unsigned DVR_STATS_PERIOD_MS = 2000;
 constexpr int RATIO_WIDE = 1777;      // 16:9, times 1000
 constexpr int RATIO_STANDARD = 1333;  // 4:3
 
-bool IsH264(const CProfile& profile) {
-  return profile.VideoEncoderType().CompareNoCase("H264") == 0;
-}
-
 int HundredTimes(double rate) {
   return static_cast<int>(rate * 100);
 }
@@ -28,7 +24,7 @@ int HundredTimes(double rate) {
 // ---- Sinks and the stream mask ----
 
 int CONVIFCam::FixResMask(unsigned* mask) const {
-  const int streams = JPEGSettings()->NSettings();
+  const int streams = m_Model.NSettings(RTSP_PROFILE_JPEG);
   for (int i = 0; i < JPEG_STREAMS; ++i) {
     if ((*mask & (1U << i)) == 0 || i < streams) continue;
     *mask &= ~(1U << i);
@@ -80,23 +76,16 @@ void CONVIFCam::RemoveRTSPSink(CObjectSink* sink) {
 
 // ---- Descriptors ----
 
-CUserSettingsRef CONVIFCam::UserSettings(const CUserConfigRef& list, int index) {
-  if (list == nullptr) return nullptr;
-  return {list, list->Settings(index)};
-}
-
 int CONVIFCam::NResolutions(RTSP_PROFILE_TYPE type) {
-  const CUserConfigRef list = UserConfig(type);
-  return list != nullptr ? list->NSettings() : 0;
+  return m_Model.NSettings(type);
 }
 
 int CONVIFCam::EncodeTypeOf(const CONVIFUserSettings& entry) const {
-  const CProfileRef profile = ProfileByToken(entry.ProfileToken());
-  return profile != nullptr && IsH264(*profile) ? FRAME_KIND_H264 : FRAME_KIND_JPEG;
+  return m_Model.IsH264(entry) ? FRAME_KIND_H264 : FRAME_KIND_JPEG;
 }
 
 void CONVIFCam::LoadResolutionDescriptor(int index, CResolutionDescriptor* descriptor, RTSP_PROFILE_TYPE type) {
-  const CUserSettingsRef entry = UserSettings(UserConfig(type), index);
+  const CUserSettingsRef entry = m_Model.UserSettings(type, index);
   if (entry == nullptr) return;
   descriptor->ResNo(index);
   descriptor->Description(entry->Name());
@@ -109,7 +98,7 @@ void CONVIFCam::LoadResolutionDescriptor(int index, CResolutionDescriptor* descr
 
 int CONVIFCam::CameraOrientation(RTSP_PROFILE_TYPE type, int index) {
   const int count = NResolutions(type);
-  const CUserSettingsRef entry = UserSettings(UserConfig(type), index >= 0 && index < count ? index : 0);
+  const CUserSettingsRef entry = m_Model.UserSettings(type, index >= 0 && index < count ? index : 0);
   if (entry == nullptr) return 0;
   const GXT_RESOLUTION size = entry->Settings()->Resolution();
   if (size.Height == 0) return 0;
@@ -118,8 +107,7 @@ int CONVIFCam::CameraOrientation(RTSP_PROFILE_TYPE type, int index) {
 }
 
 int CONVIFCam::GetRTSPResolution(RTSP_PROFILE_TYPE type, int index) {
-  const CUserConfigRef list = UserConfig(type);
-  return list != nullptr ? ::GetRTSPResolution(*list, index, *Profiles(), *Encoders()) : -1;
+  return m_Model.ActiveIndex(type, index);
 }
 
 // The choice is what the camera runs; nothing is stored.
@@ -150,14 +138,6 @@ CRTSPProfile* CONVIFCam::LoadRTSPProfile(CResolutionDescriptor* descriptor) {
   return rtsp.release();
 }
 
-CProfileRef CONVIFCam::GetAudioProfile() const {
-  const CProfilesRef profiles = Profiles();
-  for (CProfile* profile = profiles->Profiles(); profile != nullptr; profile = profile->Next())
-    if (profile->AudioEncoderType().CompareNoCase("G711") == 0 && !profile->ControlURLAudio().IsEmpty())
-      return {profiles, profile};
-  return nullptr;
-}
-
 CRTSPProfile* CONVIFCam::LoadAudioRTSP() {
   const CProfileRef profile = GetAudioProfile();
   if (profile == nullptr) return nullptr;
@@ -171,22 +151,9 @@ CRTSPProfile* CONVIFCam::LoadAudioRTSP() {
 
 // ---- Recording ----
 
-// The JPEG settings count first, then the H.264 settings.
-CUserSettingsRef CONVIFCam::DVRSettings() const {
-  const int index = DVRResolutionIndex();
-  const CUserConfigRef jpeg = JPEGSettings();
-  const int count = jpeg->NSettings();
-  return index < count ? UserSettings(jpeg, index) : UserSettings(H264Settings(), index - count);
-}
-
-CProfileRef CONVIFCam::DVRProfile() const {
-  const CUserSettingsRef settings = DVRSettings();
-  return settings != nullptr ? ProfileByToken(settings->ProfileToken()) : nullptr;
-}
-
 int CONVIFCam::DVREncodeType() {
   if (!m_RunState.Has(STATE_PROFILES)) return -1;
-  const CUserSettingsRef settings = DVRSettings();
+  const CUserSettingsRef settings = m_Model.DVRSettings(DVRResolutionIndex());
   return settings != nullptr ? EncodeTypeOf(*settings) : FRAME_KIND_JPEG;
 }
 
@@ -216,8 +183,9 @@ void CONVIFCam::StartDVR() {
     m_Wake.SetEvent();
     return;
   }
-  // Recorders set up long ago count on this difference; a stream below 0 is taken as the first.
-  sink->CameraRes(DVRResolutionIndex() - H264Settings()->NSettings());
+  // Recorders set up long ago count on this difference; a stream below 0 is taken as the first. The index comes
+  // from the record, and may be anything.
+  sink->CameraRes(std::max(DVRResolutionIndex(), -1) - m_Model.NSettings(RTSP_PROFILE_H264));
   SetDVRActive(false);
   CVideoSystem::StartDVR();
 }

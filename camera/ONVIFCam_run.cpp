@@ -143,7 +143,7 @@ int CONVIFCam::Run() {
       continue;
     }
     if (!registered) registered = JoinIntercom();
-    if (HasEmptyUserSettings()) LoadDefaultUserSettings();
+    if (m_Model.HasEmptyUserSettings()) LoadDefaultUserSettings();
     RequestDVR(since);
     if (!CheckLockConfig()) {
       Sleep(LOCKED_CONFIG_MS);

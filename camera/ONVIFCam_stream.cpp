@@ -64,7 +64,7 @@ unsigned CONVIFCam::H264_DVR_Proc(void* camera) {
 // ---- Snapshot mode ----
 
 int CONVIFCam::RunSnapshotMode() {
-  const CProfilesRef profiles = Profiles();
+  const auto profiles = m_Model.Profiles();
   const CProfile* const profile = profiles->Profiles();
   if (profile == nullptr) return 0;
   CGXString uri = profile->SnapshotUri();
@@ -102,7 +102,7 @@ bool CONVIFCam::StreamWanted(int stream) const {
 }
 
 int CONVIFCam::RunJPEGMode(int stream) {
-  const CUserSettingsRef settings = UserSettings(JPEGSettings(), stream);
+  const CUserSettingsRef settings = m_Model.UserSettings(RTSP_PROFILE_JPEG, stream);
   if (settings == nullptr) {
     Trace("ERROR Profile Not Found");
     return 1;
@@ -160,7 +160,7 @@ int CONVIFCam::RunH264DVR() {
     return 0;
   };
   const unsigned generation = DVRGeneration();
-  const CUserSettingsRef settings = DVRSettings();
+  const CUserSettingsRef settings = m_Model.DVRSettings(DVRResolutionIndex());
   if (settings == nullptr) {
     Trace("ERROR Profile Not Found");
     return 1;

@@ -10,14 +10,20 @@
 
 #include <algorithm>
 #include <cfloat>
+#include <clocale>
+#include <cmath>
 #include <cstdlib>
 
 namespace {
 
 constexpr int DESCRIBE_ANSWER_BYTES = 2048;  // longer answers are cut
+constexpr int DESCRIBE_ATTEMPTS = 3;         // of a profile that is reloaded each time meanwhile
 
+// With a point, also where the host's language writes a comma.
 float FloatOf(const CONVIFMsg* msg, const char* name) {
-  return static_cast<float>(std::clamp<double>(std::atof(TextOf(msg, name)), -FLT_MAX, FLT_MAX));
+  static const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
+  const double number = strtod_l(TextOf(msg, name), nullptr, plain);
+  return std::isnan(number) ? 0.0F : static_cast<float>(std::clamp<double>(number, -FLT_MAX, FLT_MAX));
 }
 
 }  // namespace
@@ -93,12 +99,19 @@ bool CProfile::LoadStreamUri(CMediaCamera* camera) {
   for (const CONVIFMsg* child = media->Messages(); child != nullptr; child = child->Next()) {
     const CONVIFMsg* const uri = child->FindSubMSG("Uri");
     if (uri == nullptr) continue;
-    CGXLock lock(m_Lock);
-    m_StreamUri = UnformatHTTPString(uri->Value(0));
-    ++m_nReloads;
+    TakeStreamUri(UnformatHTTPString(uri->Value(0)));
     return true;
   }
   return false;
+}
+
+void CProfile::TakeStreamUri(const CGXString& uri) {
+  CGXLock lock(m_Lock);
+  if (m_StreamUri == uri) return;
+  m_StreamUri = uri;
+  m_Description.Forget();
+  m_iState &= ~STATE_DESCRIBED;
+  ++m_nReloads;
 }
 
 bool CProfile::LoadPresetConfig(CMediaCamera* camera) {
@@ -117,27 +130,51 @@ bool CProfile::LoadPresetConfig(CMediaCamera* camera) {
 }
 
 bool CProfile::LoadRTSPConfig(CMediaCamera* camera) {
-  const CGXString uri = StreamUri();
+  Described result = Described::STALE;
+  for (int i = 0; i < DESCRIBE_ATTEMPTS && result == Described::STALE; ++i) result = Describe(camera);
+  return result == Described::STORED;
+}
+
+CProfile::Described CProfile::Describe(CMediaCamera* camera) {
+  CGXString uri;
+  unsigned reloads = 0;
+  {
+    CGXLock lock(m_Lock);
+    uri = m_StreamUri;
+    reloads = m_nReloads;
+  }
   CRTSP session(uri, uri, RTP_TRANSPORT_TCP, camera->UserName(), camera->Password(), -1, nullptr, nullptr);
   char answer[DESCRIBE_ANSWER_BYTES + 1] = {};  // a full answer comes without a terminator
   if (!session.Login() ||
       !session.RTSPExchange(uri, "DESCRIBE", "Accept: application/sdp", answer, DESCRIBE_ANSWER_BYTES, 0))
-    return false;
+    return Described::FAILED;
   CGXLock lock(m_Lock);
+  // What was asked before a change would overwrite what was asked after it.
+  if (reloads != m_nReloads) return Described::STALE;
+
+  m_nDescribed = reloads;
   m_Description.Parse(answer, DESCRIBE_ANSWER_BYTES, uri);
-  return true;
+  return Described::STORED;
+}
+
+void CProfile::TakeStreamFrom(const CProfile& older) {
+  CGXString uri;
+  CSessionDescription description;
+  {
+    CGXLock lock(older.m_Lock);
+    uri = older.m_StreamUri;
+    description.TakeFrom(older.m_Description);
+  }
+  CGXLock lock(m_Lock);
+  m_StreamUri = uri;
+  m_Description.TakeFrom(description);
 }
 
 bool CProfile::EnsureRTSPConfig(CMediaCamera* camera) {
-  unsigned reloads;
-  {
-    CGXLock lock(m_Lock);
-    if ((m_iState & STATE_DESCRIBED) != 0) return true;
-    reloads = m_nReloads;
-  }
+  if ((State() & STATE_DESCRIBED) != 0) return true;
   if (!LoadRTSPConfig(camera)) return false;
   CGXLock lock(m_Lock);
-  if (reloads == m_nReloads) m_iState |= STATE_DESCRIBED;
+  if (m_nDescribed == m_nReloads) m_iState |= STATE_DESCRIBED;
   return true;
 }
 

@@ -39,10 +39,18 @@ class CProfile {
 
   bool LoadStreamUri(CMediaCamera* camera);     // GetStreamUri; true when the camera named one
   bool LoadPresetConfig(CMediaCamera* camera);  // GetPresets; true when the camera answered at all
-  bool LoadRTSPConfig(CMediaCamera* camera);    // DESCRIBE of StreamUri(); false changes nothing
+  // DESCRIBE of StreamUri(), again when the profile was reloaded meanwhile; false changes nothing.
+  bool LoadRTSPConfig(CMediaCamera* camera);
 
   // LoadRTSPConfig unless STATE_DESCRIBED is set, and sets it, unless the profile was reloaded meanwhile.
   bool EnsureRTSPConfig(CMediaCamera* camera);
+
+  // Stream URI and session description of an older copy of this profile, until the camera names another URI.
+  // STATE_DESCRIBED stays clear: the next stream start describes the stream again.
+  void TakeStreamFrom(const CProfile& older);
+
+  // Grows whenever the description is declared out of date: a stream that began before shows the old settings.
+  unsigned Reloads() const;
 
   // Copy the parameters of this profile's streams. The audio record has the sample rate as its bit rate.
   void ConfigureVideo(CRTSPProfile* rtsp) const;
@@ -94,9 +102,12 @@ class CProfile {
     GXT_PTZ_RANGE Pan, Tilt, Zoom;
   };
 
+  enum class Described { FAILED, STALE, STORED };
+  Described Describe(CMediaCamera* camera);
   static CPTZ ExtractPTZ(const CONVIFMsg* profile);
   static void ExtractPTZRange(const CONVIFMsg* element, GXT_PTZ_RANGE* range);
   void LoadEncoders(const CONVIFMsg* profile);
+  void TakeStreamUri(const CGXString& uri);
   std::shared_ptr<const CPresetList> Presets() const;
 
   const CGXString m_Token;
@@ -106,7 +117,8 @@ class CProfile {
 
   mutable CGXCritical m_Lock;
   int m_iState GUARDED_BY(m_Lock) = 0;
-  unsigned m_nReloads GUARDED_BY(m_Lock) = 0;  // how often the description was declared out of date
+  unsigned m_nReloads GUARDED_BY(m_Lock) = 0;    // how often the description was declared out of date
+  unsigned m_nDescribed GUARDED_BY(m_Lock) = 0;  // m_nReloads when that description was asked for
   CGXString m_Name GUARDED_BY(m_Lock), m_SnapshotUri GUARDED_BY(m_Lock), m_StreamUri GUARDED_BY(m_Lock);
   CGXString m_VideoEncoderToken GUARDED_BY(m_Lock), m_AudioEncoderToken GUARDED_BY(m_Lock);
   int m_iSampleRate GUARDED_BY(m_Lock) = 0;

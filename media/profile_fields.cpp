@@ -12,6 +12,11 @@ void CProfile::State(int state) {
   if ((state & STATE_DESCRIBED) == 0) ++m_nReloads;
 }
 
+unsigned CProfile::Reloads() const {
+  CGXLock lock(m_Lock);
+  return m_nReloads;
+}
+
 CGXString CProfile::Name() const {
   CGXLock lock(m_Lock);
   return m_Name;

@@ -77,6 +77,20 @@ void CSessionDescription::RemoveAll() {
   m_StartupData.clear();
 }
 
+void CSessionDescription::Forget() {
+  RemoveAll();
+  m_ContentBase = m_ControlURLVideo = m_ControlURLAudio = CGXString();
+}
+
+void CSessionDescription::TakeFrom(const CSessionDescription& other) {
+  m_ContentBase = other.m_ContentBase;
+  m_ControlURLVideo = other.m_ControlURLVideo;
+  m_ControlURLAudio = other.m_ControlURLAudio;
+  m_iVideoFormatTag = other.m_iVideoFormatTag;
+  m_iAudioFormatTag = other.m_iAudioFormatTag;
+  m_StartupData = other.m_StartupData;
+}
+
 void CSessionDescription::ParseHeaders(std::string_view answer) {
   constexpr std::string_view NAME = "Content-Base:";
   m_ContentBase.Empty();

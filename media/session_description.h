@@ -17,6 +17,8 @@ class CSessionDescription {
 
   // Forgets the description lines and the startup data.
   void RemoveAll();
+  void Forget();                                    // and the control URLs: they are another stream's
+  void TakeFrom(const CSessionDescription& other);  // all of it but the lines, which only Parse needs
 
   CGXString ContentBase() const { return m_ContentBase; }          // header of the answer; may be empty
   CGXString ControlURLVideo() const { return m_ControlURLVideo; }  // track for SETUP

@@ -2,6 +2,8 @@
 // step leaves behind.
 #include "tests/camera_script.h"
 
+#include <limits>
+
 namespace {
 
 constexpr unsigned ALL_STEPS = 0x1EF6;  // of a camera entered by its URL
@@ -116,6 +118,26 @@ TEST_F(Load, KeepsWhatItHasOverABadAnswer) {
   EXPECT_EQ(m_pCamera->IndexOfEncoder("E1"), 0);
   EXPECT_EQ(m_pCamera->IndexOfProfile("P9"), 255);
   EXPECT_EQ(m_pCamera->IndexOfEncoder(""), 255);
+}
+
+// At another address there is another camera: what the old one offered is not that one's.
+TEST_F(Load, ForgetsTheCameraAtTheOldAddress) {
+  m_Script.Set("GetCapabilities", "<t:PTZ><t:XAddr>" + m_Script.URL("/ptz") + "</t:XAddr></t:PTZ>");
+  EXPECT_TRUE(m_pCamera->CheckRunState());
+  EXPECT_TRUE(m_pCamera->LoadDefaultUserSettings());
+  EXPECT_NE(m_pCamera->Options() & VIDEO_OPTION_ZOOM, 0U);
+  // An index out of a damaged record.
+  m_pCamera->DVRResolutionIndex(std::numeric_limits<int>::min());
+  m_pCamera->StartDVR();
+  EXPECT_LT(m_pCamera->DVRSink()->CameraRes(), 0);
+  m_pCamera->StopDVR();
+
+  m_pCamera->SetConfigURL("http://127.0.0.1:1/gone");
+  EXPECT_EQ(m_pCamera->IndexOfProfile("P1"), 255);
+  EXPECT_EQ(m_pCamera->IndexOfEncoder("E1"), 255);
+  EXPECT_EQ(m_pCamera->MediaURL(), "");
+  EXPECT_EQ(m_pCamera->Options() & VIDEO_OPTION_ZOOM, 0U);
+  m_pCamera->StopThread();
 }
 
 // Streams that fail at once load the camera anew each time, but each stream starts only once a second: seven

@@ -174,8 +174,13 @@ TEST(MediaProfile, DescribesItsStreamOnce) {
                         CFakeCamera(server.Port()).StreamURL().Str() +
                         "</Uri></MediaUri> </GetStreamUriResponse></e>");
     const bool describe = request.find("Accept: application/sdp") != request.npos;
-    if (describe && reload) profile.ReloadFrom(ProfileElement("<Name>new</Name>").get());
     if (describe && refuse) return std::string();
+    if (describe && reload.exchange(false)) {
+      const std::string old = DescribeAnswer(sdp);
+      sdp.replace(sdp.find("control:v"), 9, "control:new");
+      profile.ReloadFrom(ProfileElement("<Name>new</Name>").get());
+      return old;
+    }
     return request.starts_with("DESCRIBE") ? DescribeAnswer(sdp) : "RTSP/1.0 200 OK\r\nCSeq: 1\r\n\r\n";
   });
   CFakeCamera camera(server.Port());
@@ -203,18 +208,20 @@ TEST(MediaProfile, DescribesItsStreamOnce) {
   EXPECT_TRUE(profile.EnsureRTSPConfig(&camera));
   EXPECT_EQ(server.Requests().size(), requests);  // described: nothing is asked
 
+  // A setting changes while the answer is under way: what was asked before must not stand for what comes after.
   profile.State(0);
-  reload = true;  // a reload meanwhile leaves it to be done again
+  reload = true;
   EXPECT_TRUE(profile.EnsureRTSPConfig(&camera));
-  EXPECT_EQ(profile.State(), 0);
+  EXPECT_EQ(profile.ControlURLVideo(), camera.StreamURL() + "/new");
+  EXPECT_EQ(profile.State(), CProfile::STATE_DESCRIBED);
+  profile.State(0);
 
   refuse = true;  // a failure changes nothing
   EXPECT_FALSE(profile.EnsureRTSPConfig(&camera));
-  EXPECT_EQ(profile.ControlURLVideo(), camera.StreamURL() + "/v");
   EXPECT_EQ(profile.State(), 0);
   profile.RemoveAll();
   EXPECT_EQ(profile.NStartupData(), 0);
-  EXPECT_EQ(profile.ControlURLVideo(), camera.StreamURL() + "/v");
+  EXPECT_EQ(profile.ControlURLVideo(), camera.StreamURL() + "/new");
 }
 
 TEST(MediaProfile, ReadersRunBesideReloads) {
