@@ -7,7 +7,7 @@
 namespace {
 
 constexpr int CALL_ID_CHARS = 16, TAG_CHARS = 8, BRANCH_CHARS = 16, SESSION_ID_DIGITS = 16;
-constexpr std::string_view LINE_END = "\r\n";
+constexpr std::string_view LINE_END = "\r\n", TO = "To:";
 
 CGXString RandomText(int length, std::string_view alphabet) {
   std::string text;
@@ -88,6 +88,13 @@ CGXString CSIPMessage::Extract(const char* key, const char* text) {
   return CGXString(found, static_cast<int>(std::strcspn(found, LINE_END.data())));
 }
 
+CGXString CSIPMessage::ToTag(std::string_view text) {
+  const size_t to = text.find(TO);
+  if (to == std::string_view::npos) return {};
+  const std::string_view line = LineAt(text, to);
+  return CGXString(line.substr(std::min(line.find(';'), line.size())));
+}
+
 CGXString CSIPMessage::RandomString(int length) {
   return RandomText(length, "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789");
 }
@@ -125,7 +132,7 @@ unsigned CInviteAnswer::Added(size_t bytes) {
 }
 
 unsigned CInviteAnswer::Read(std::string_view message) {
-  static constexpr std::string_view MEDIA = "m=audio", OK = "200 OK", TO = "To:";
+  static constexpr std::string_view MEDIA = "m=audio", OK = "200 OK";
   unsigned outcome = WAITING;
   const size_t media = message.find(MEDIA);
   if (media != std::string_view::npos) {
@@ -135,10 +142,8 @@ unsigned CInviteAnswer::Read(std::string_view message) {
     outcome |= OVER;
   }
   const size_t ok = message.find(OK);
-  const size_t to = ok != std::string_view::npos ? message.find(TO, ok) : ok;
-  if (to != std::string_view::npos) {
-    const std::string_view line = LineAt(message, to);
-    m_ToTag = CGXString(line.substr(std::min(line.find(';'), line.size())));
+  if (ok != std::string_view::npos && message.find(TO, ok) != std::string_view::npos) {
+    m_ToTag = CSIPMessage::ToTag(message.substr(ok));
     outcome |= ACCEPTED;
   }
   return outcome;

@@ -20,6 +20,8 @@ class CSIPDialogue {
 
   void Renew();  // a new Call-ID, tag and branch: another dialogue between the same parties
   void ToTag(const CGXString& tag) { m_ToTag = tag; }  // as the camera answered it, with its ";tag="
+  const CGXString& ToTag() const { return m_ToTag; }
+  const CGXString& CallID() const { return m_CallID; }
 
   const CGXString& CameraURI() const { return m_CameraURI; }
   const CGXString& SystemURI() const { return m_SystemURI; }
@@ -41,7 +43,8 @@ class CSIPMessage {
 
   // What follows `key` in the text, without leading blanks, up to the end of its line; empty when absent.
   static CGXString Extract(const char* key, const char* text);
-  static CGXString RandomString(int length);  // letters and digits
+  static CGXString ToTag(std::string_view text);  // what "To:" says from its first ';' on: ";tag=..."
+  static CGXString RandomString(int length);      // letters and digits
 
   // The two messages with which an INFO request of the camera is answered: a 200 that names `contact` as our
   // address, and an INFO of our own to `uri`, both with the request's header values.

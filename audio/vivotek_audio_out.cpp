@@ -157,6 +157,7 @@ bool CVivotek_AudioOut::AwaitSource() {
 }
 
 void CVivotek_AudioOut::Run() {
+  AwaitFarewell();
   while (AwaitSource())
     if (RunLoop() == 0 && IsRunning()) Sleep(RETRY_MS);
   m_dwRunFlags &= ~RUNNING;

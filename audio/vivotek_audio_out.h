@@ -7,6 +7,7 @@
 
 #include "audio/audio_out.h"
 #include "audio/rtp_packet.h"
+#include "audio/sip_call.h"
 #include "audio/speech_transcoder.h"
 #include "audio/volume_queue.h"
 #include "host/base/gxthread.h"
@@ -18,8 +19,6 @@
 #include "util/owned_socket.h"
 
 #include <netinet/in.h>
-
-class CSIPDialogue;
 
 // One talker: made by the camera, started, stopped and deleted on the main thread. Once its thread has ended it
 // has left the client, and another talker takes another object.
@@ -71,14 +70,16 @@ class CVivotek_AudioOut : public CONVIF_AudioOut, public CAudioStreamTarget, pub
   unsigned Identity() const;  // 32 bits that name this object to cameras
 
   // ---- The call (vivotek_call.cpp); worker thread ----
+  sockaddr_in CameraAddress() const;  // with its SIP port
+  void AwaitFarewell();
   int RunLoop();
-  bool SetUpCall(CSIPDialogue* dialogue, const sockaddr_in& camera, unsigned short* rtpPort);
-  bool AwaitAnswer(CSIPDialogue* dialogue, unsigned short* rtpPort);
+  bool SetUpCall(unsigned short* rtpPort);
+  bool AwaitAnswer(unsigned short* rtpPort, CGXString* toTag);
   void DrainSource();
-  bool Stream(const CSIPDialogue& dialogue, const sockaddr_in& destination);
+  bool Stream(const sockaddr_in& destination);
   bool ReceiveSpeech(const sockaddr_in& destination, bool* arrived);
   void PlaySpeech(const sockaddr_in& destination, std::span<const unsigned char> opus);
-  void ReceiveSIP(const CSIPDialogue& dialogue);
+  void ReceiveSIP();
   void Trace(const char* text);
 
   static CGXCritical g_PortLock;
@@ -100,7 +101,8 @@ class CVivotek_AudioOut : public CONVIF_AudioOut, public CAudioStreamTarget, pub
   CPCMUPacketBuilder m_Packets;
   const CGXTimer m_RTPTimer;
   // They stay open when a call breaks off for want of a decoder, and are closed before the next one begins.
-  COwnedSocket m_SIP, m_RTP;
+  CSIPCall m_Call;
+  COwnedSocket m_RTP;
 
   CGXThread m_Thread;
 };

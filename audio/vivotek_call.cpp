@@ -1,7 +1,8 @@
 // The call: a SIP dialogue with the camera, and the sound that goes through it.
 #include "audio/audio_camera.h"
-#include "audio/sip_dialogue.h"
+#include "audio/sip_farewells.h"
 #include "audio/vivotek_audio_out.h"
+#include "host/base/gxwait.h"
 #include "host/base/trace.h"
 #include "host/net/netinterface.h"
 
@@ -17,10 +18,10 @@ namespace {
 
 constexpr int FIRST_SIP_PORT = 30000, SIP_PORTS = 1000;
 constexpr int LOCAL_RTP_PORT = 5556;
-constexpr int OPTIONS_CSEQ = 1, INVITE_CSEQ = 2;
 
-constexpr unsigned REPLY_MS = 1000;
 constexpr unsigned ANSWER_MS = 10000;
+constexpr unsigned FAREWELL_MS = ANSWER_MS;  // what a call to a camera that is busy would lose
+constexpr unsigned FAREWELL_POLL_MS = 20;
 constexpr int POLL_MS = 250;
 constexpr unsigned HELLO_OPENING_MS = 250;  // until the first sound has come through
 constexpr unsigned HELLO_MS = 5000;
@@ -66,56 +67,63 @@ void CVivotek_AudioOut::Trace(const char* text) {
 int CVivotek_AudioOut::RunLoop() {
   if (AudioSource() == -1) return 0;
   m_RTP.Close();
-  m_SIP.Close();
-
-  sockaddr_in camera{};
-  Camera()->GetCameraAddress(&camera);
-  camera.sin_family = AF_INET;
-  camera.sin_port = htons(SIP_PORT);
-  const int localPort = FIRST_SIP_PORT + static_cast<int>(reinterpret_cast<uintptr_t>(this) % SIP_PORTS);
-  CSIPDialogue dialogue(Camera()->SerialNo(), GXFormatAddress(&camera), GXFormatAddress(GetPrimaryIP()),
-                        localPort);
-  m_SIP = BindUDP(localPort);
-
+  sockaddr_in camera = CameraAddress();
+  m_Call.Open(Camera()->SerialNo(), camera,
+              FIRST_SIP_PORT + static_cast<int>(reinterpret_cast<uintptr_t>(this) % SIP_PORTS));
   unsigned short rtpPort = 0;
-  if (!SetUpCall(&dialogue, camera, &rtpPort)) {
-    m_SIP.Close();
+  if (!SetUpCall(&rtpPort)) {
+    m_Call.Leave();
     return 0;
   }
   m_RTP = BindUDP(LOCAL_RTP_PORT);
-  sockaddr_in destination = camera;
-  destination.sin_port = htons(rtpPort);
+  camera.sin_port = htons(rtpPort);
+  DrainSource();
   Trace("AudioOut: SIP->INVITE (ACK) Ok, enter run loop");
-  if (!Stream(dialogue, destination)) return 0;
+  if (!Stream(camera)) return 0;
 
   Camera()->MicMute(0);
-  // The BYE bears the INVITE's number: these cameras know a call by it and go on holding the speaker after a
-  // BYE with the next one.
-  DoSIPExchange(m_SIP.Get(), dialogue, &camera, "BYE", INVITE_CSEQ, {});
+  m_Call.Bye();
   m_RTP.Close();
-  m_SIP.Close();
+  m_Call.Leave();
   Trace("AudiOut: RunLoop() finished");
   return 1;
 }
 
-bool CVivotek_AudioOut::SetUpCall(CSIPDialogue* dialogue, const sockaddr_in& camera, unsigned short* rtpPort) {
-  if (!DoSIPExchange(m_SIP.Get(), *dialogue, &camera, "OPTIONS", OPTIONS_CSEQ, {})) {
+sockaddr_in CVivotek_AudioOut::CameraAddress() const {
+  sockaddr_in camera{};
+  Camera()->GetCameraAddress(&camera);
+  camera.sin_family = AF_INET;
+  camera.sin_port = htons(SIP_PORT);
+  return camera;
+}
+
+// A camera whose set-up call was hung up may not have noticed yet, and a strict one is busy until it has.
+void CVivotek_AudioOut::AwaitFarewell() {
+  const sockaddr_in camera = CameraAddress();
+  const CGXDeadline deadline(FAREWELL_MS);
+  while (IsRunning() && !CGXThread::CurrentCancelled() && deadline.Left() > 0 &&
+         CSIPFarewells::Instance()->Owes(camera))
+    Sleep(FAREWELL_POLL_MS);
+}
+
+bool CVivotek_AudioOut::SetUpCall(unsigned short* rtpPort) {
+  if (!m_Call.Options()) {
     Trace("AudioOut: SIP->OPTIONS Failed");
     return false;
   }
   Trace("AudioOut: SIP->OPTIONS Ok");
+  if (!IsRunning()) return false;  // hung up meanwhile
 
-  const CGXString session = dialogue->SessionDescription(Identity(), LOCAL_RTP_PORT);
-  dialogue->Renew();
-  if (!DoSIPExchange(m_SIP.Get(), *dialogue, &camera, "INVITE", INVITE_CSEQ, session)) {
+  if (!m_Call.Invite(Identity(), LOCAL_RTP_PORT)) {
     Trace("AudioOut: SIP->INVITE Failed");
     return false;
   }
   Trace("AudioOut: SIP->INVITE Ok");
 
   DrainSource();
-  if (!AwaitAnswer(dialogue, rtpPort)) return false;
-  if (!DoSIPExchange(m_SIP.Get(), *dialogue, &camera, "ACK", INVITE_CSEQ, {})) {
+  CGXString toTag;
+  if (!AwaitAnswer(rtpPort, &toTag)) return false;
+  if (!m_Call.Acknowledge(toTag)) {
     Trace("AudioOut: SIP->INVITE (ACK) FAILED");
     return false;
   }
@@ -123,7 +131,8 @@ bool CVivotek_AudioOut::SetUpCall(CSIPDialogue* dialogue, const sockaddr_in& cam
   return true;
 }
 
-// What was said before the camera listens is not played late.
+// What was said before the camera listens is not played late. Done twice: what a slow answer lets pile up would
+// otherwise be played in one burst, and the socket's buffer, which holds a few seconds, would be full of it.
 void CVivotek_AudioOut::DrainSource() {
   char packet[SIP_MESSAGE_BYTES];
   const int source = AudioSource();
@@ -131,24 +140,26 @@ void CVivotek_AudioOut::DrainSource() {
   }
 }
 
-bool CVivotek_AudioOut::AwaitAnswer(CSIPDialogue* dialogue, unsigned short* rtpPort) {
+bool CVivotek_AudioOut::AwaitAnswer(unsigned short* rtpPort, CGXString* toTag) {
   CInviteAnswer answer;
   for (unsigned outcome = 0; (outcome & CInviteAnswer::OVER) == 0;) {
-    if (!WaitSocketReadState(m_SIP.Get(), ANSWER_MS)) {
+    if (!WaitSocketReadState(m_Call.Socket(), ANSWER_MS)) {
       Trace("AudiOut: Failed waiting for INVITE response");
       return false;
     }
     const std::span<char> room = answer.Room();
-    outcome = answer.Added(Receive(m_SIP.Get(), room.data(), room.size()));
+    const size_t received = Receive(m_Call.Socket(), room.data(), room.size());
+    m_Call.Observe({room.data(), received});
+    outcome = answer.Added(received);
     if ((outcome & CInviteAnswer::ACCEPTED) != 0) Trace("AudiOut: Got INVITE response OK");
   }
-  dialogue->ToTag(answer.ToTag());
+  *toTag = answer.ToTag();
   *rtpPort = answer.RTPPort();
   return true;
 }
 
 // False when there is nothing to decode with.
-bool CVivotek_AudioOut::Stream(const CSIPDialogue& dialogue, const sockaddr_in& destination) {
+bool CVivotek_AudioOut::Stream(const sockaddr_in& destination) {
   CGXTimer hello;
   bool arrived = false;
   while (IsRunning()) {
@@ -156,9 +167,9 @@ bool CVivotek_AudioOut::Stream(const CSIPDialogue& dialogue, const sockaddr_in& 
       SendAudioHello();
       hello.Restart();
     }
-    const CReady ready = WaitEither(AudioSource(), m_SIP.Get());
+    const CReady ready = WaitEither(AudioSource(), m_Call.Socket());
     if (ready.Audio && !ReceiveSpeech(destination, &arrived)) return false;
-    if (ready.SIP) ReceiveSIP(dialogue);
+    if (ready.SIP) ReceiveSIP();
   }
   return true;
 }
@@ -203,30 +214,19 @@ bool CVivotek_AudioOut::TXData(int socket, const sockaddr_in* to, const unsigned
   return !packet.empty() && Send(socket, to, packet.data(), packet.size());
 }
 
-void CVivotek_AudioOut::ReceiveSIP(const CSIPDialogue& dialogue) {
+void CVivotek_AudioOut::ReceiveSIP() {
   char message[SIP_MESSAGE_BYTES + 1];
   sockaddr_in from{};
-  message[Receive(m_SIP.Get(), message, SIP_MESSAGE_BYTES, &from)] = '\0';
+  message[Receive(m_Call.Socket(), message, SIP_MESSAGE_BYTES, &from)] = '\0';
+  m_Call.Observe(message);
+  const CSIPDialogue& dialogue = m_Call.Dialogue();
   if (std::strncmp(message, "INFO", 4) == 0)
-    TXInfo(m_SIP.Get(), &from, message, dialogue.CameraURI(), dialogue.SystemURI());
+    TXInfo(m_Call.Socket(), &from, message, dialogue.CameraURI(), dialogue.SystemURI());
 }
 
-// Any complete message counts as the reply: a camera that asks for a wait, or refuses, shows it by not
-// answering the INVITE with a session.
 int CVivotek_AudioOut::DoSIPExchange(int socket, const CSIPDialogue& dialogue, const sockaddr_in* to,
                                      const char* method, int cseq, const CGXString& body) {
-  // Nothing is known to be at no address; sent there, a request would reach this machine itself.
-  if (to->sin_addr.s_addr == INADDR_ANY) return 0;
-  if (!Send(socket, to, dialogue.Request(method, cseq, body))) return 0;
-  if (std::strcmp(method, "ACK") == 0 || std::strcmp(method, "INFO") == 0) return 1;
-  char reply[SIP_MESSAGE_BYTES];
-  size_t held = 0;
-  while (held < sizeof reply) {
-    if (!WaitSocketReadState(socket, REPLY_MS)) return 0;
-    held += Receive(socket, reply + held, sizeof reply - held);
-    if (std::string_view(reply, held).find(CSIPMessage::END_OF_HEADER) != std::string_view::npos) return 1;
-  }
-  return 0;
+  return CSIPCall::Exchange(socket, dialogue, to, method, cseq, body);
 }
 
 void CVivotek_AudioOut::TXInfo(int socket, const sockaddr_in* from, const char* request,

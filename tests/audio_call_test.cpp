@@ -13,8 +13,12 @@
 #include <opus/opus.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <future>
+#include <map>
 #include <numbers>
+#include <random>
+#include <sstream>
 
 namespace {
 
@@ -107,7 +111,7 @@ int CameraSocket(unsigned short port) {
   return fd;
 }
 
-// A camera that answers at once, and counts.
+// A camera that answers at once, or late, and counts.
 class CSpeaker {
  public:
   CSpeaker() : m_Thread([this] { Serve(); }) {}
@@ -116,22 +120,30 @@ class CSpeaker {
     m_Thread.join();
     close(m_iSocket);
   }
-  std::atomic<bool> Answers{true};  // else an INVITE has no final answer
+  std::atomic<bool> Answers{true};  // else an INVITE has its final answer once this is true again
   std::atomic<int> Invites{0}, Acks{0}, Byes{0};
 
  private:
   void Serve() {
+    std::vector<sockaddr_in> held;
     while (!m_bEnd) {
       sockaddr_in from{};
       const std::string request = ReceiveText(m_iSocket, &from, 20);
       const bool invite = request.starts_with("INVITE");
       if (invite) Answer("SIP/2.0 100 Trying\r\n\r\n", from);
-      if ((invite && Answers) || request.starts_with("OPTIONS") || request.starts_with("BYE"))
-        Answer("SIP/2.0 200 OK\r\nTo: <a>;tag=1\r\n\r\nm=audio 6000 RTP/AVP 0\r\n", from);
+      if (invite) held.push_back(from);
+      if (request.starts_with("OPTIONS") || request.starts_with("BYE")) Accept(from);
+      while (Answers && !held.empty()) {
+        Accept(held.back());
+        held.pop_back();
+      }
       Invites += invite;
       Acks += request.starts_with("ACK");
       Byes += request.starts_with("BYE");
     }
+  }
+  void Accept(const sockaddr_in& caller) {
+    Answer("SIP/2.0 200 OK\r\nTo: <a>;tag=1\r\n\r\nm=audio 6000 RTP/AVP 0\r\n", caller);
   }
   void Answer(const std::string& text, const sockaddr_in& to) {
     sendto(m_iSocket, text.data(), text.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
@@ -154,10 +166,13 @@ class AudioCall : public testing::Test {
     return audio;
   }
   // The camera as sipp with one of our scenarios, once it answers; its result when a whole call is over.
-  std::future<CCommandResult> Sipp(const std::string& scenario) {
-    const std::string command =
-        "sipp -sf " TEST_DATA_DIR "/sip/" + scenario + " -i 127.0.0.11 -p 5060 -nostdin 2>&1";
-    auto sipp = std::async(std::launch::async, [command] { return RunCommand(command, 120); });
+  std::future<CCommandResult> Sipp(const std::string& scenario, const std::string& countsFolder = "") {
+    std::string command = "sipp -sf " TEST_DATA_DIR "/sip/" + scenario + " -i 127.0.0.11 -p 5060 -nostdin ";
+    if (countsFolder.empty())
+      command += "2>&1";
+    else
+      command = "cd " + countsFolder + "; " + command + "-trace_counts -fd 1 >out 2>&1 & echo $! >pid; wait";
+    auto sipp = std::async(std::launch::async, [command] { return RunCommand(command, 1200); });
     const COwnedSocket probe(BoundSocket(SOCK_DGRAM, 0));
     const sockaddr_in camera = CameraAt(5060);
     EXPECT_TRUE(Eventually(60, [&] {
@@ -186,6 +201,19 @@ class AudioCall : public testing::Test {
   CTraceKeeper m_Traces{&m_Camera};
 };
 
+// The last line of the counts that sipp writes each second, by the names of its first.
+std::map<std::string, int> SippCounts(const std::string& folder) {
+  std::istringstream in(RunCommand("cat " + folder + "/*_counts.csv").output);
+  std::string names, line, counts, name, count;
+  std::getline(in, names);
+  while (std::getline(in, line)) counts = line;
+  std::istringstream name_list(names), count_list(counts);
+  std::map<std::string, int> result;
+  while (std::getline(name_list, name, ';') && std::getline(count_list, count, ';'))
+    result[name] = std::atoi(count.c_str());
+  return result;
+}
+
 // Loudness of the tone beside all that is not the tone, in dB.
 double SignalToNoise(const std::vector<short>& pcm, double hertz) {
   double in = 0, quadrature = 0, total = 0;
@@ -203,7 +231,14 @@ TEST_F(AudioCall, SpeaksThroughAnIndependentSIPCamera) {
   auto sipp = Sipp("speaker_call.xml");
   CTalker talker;
   const auto audio = Begin(&talker);
+  // What is said while it rings is not played in one burst when it answers.
+  ASSERT_TRUE(Eventually(60, [&] { return m_Traces.Has("AudioOut: SIP->INVITE Ok"); }));
+  for (int i = 0; i < 50; ++i) {
+    talker.Say(talker.ListenerPort);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
   ASSERT_TRUE(InCall());
+  EXPECT_EQ("", ReceiveText(speaker.Get(), nullptr, 300));
   EXPECT_EQ(HELLO, ReceiveText(talker.Socket()));
 
   constexpr unsigned char STARTUP[16] = {};
@@ -241,17 +276,18 @@ TEST_F(AudioCall, SpeaksThroughAnIndependentSIPCamera) {
                              "AudioOut: SIP->INVITE (ACK) Ok, enter run loop", "AudiOut: RunLoop() finished"}));
 }
 
-// First no answer within 10 s; then one that comes before anybody waits for it, so that it is read from its
-// retransmission.
+// First no answer within 10 s: the one that comes afterwards is for a call that is ended at once. Then one that
+// comes before anybody waits for it, so that it is read from its retransmission.
 TEST_F(AudioCall, PlacesTheCallAgainUntilItIsAnswered) {
   CTalker talker;
-  auto silent = std::make_unique<CSpeaker>();
-  silent->Answers = false;
+  auto late = std::make_unique<CSpeaker>();
+  late->Answers = false;
   const auto audio = Begin(&talker);
-  for (const char* line : {"AudiOut: Failed waiting for INVITE response", "AudioOut: SIP->OPTIONS Failed"}) {
-    ASSERT_TRUE(Eventually(60, [&] { return m_Traces.Has(line); })) << line;
-    silent.reset();
-  }
+  ASSERT_TRUE(Eventually(60, [&] { return m_Traces.Has("AudiOut: Failed waiting for INVITE response"); }));
+  late->Answers = true;
+  EXPECT_TRUE(Eventually(20, [&] { return late->Acks > 0 && late->Byes > 0; }));
+  late.reset();
+  ASSERT_TRUE(Eventually(60, [&] { return m_Traces.Has("AudioOut: SIP->OPTIONS Failed"); }));
   auto immediate = Sipp("speaker_immediate.xml");
   ASSERT_TRUE(InCall());
   ExpectWhole(&immediate, audio.get());
@@ -304,13 +340,47 @@ TEST_F(AudioCall, FiveHundredLeaveNothingBehindInAnyPhase) {
     firstPort = lastPort;
     descriptors = EntriesOf("/proc/self/fd"), threads = EntriesOf("/proc/self/task");
   }
+  camera.Answers = true;
+  EXPECT_TRUE(Eventually(20, [&] { return camera.Acks == camera.Invites && camera.Byes == camera.Invites; }))
+      << camera.Invites << " calls, " << camera.Acks << " acknowledged, " << camera.Byes << " ended";
   EXPECT_TRUE(Eventually(20, [&] {
     return EntriesOf("/proc/self/fd") <= descriptors && EntriesOf("/proc/self/task") <= threads;
   }));
-  EXPECT_TRUE(Eventually(20, [&] { return camera.Acks == camera.Byes; }));
   // Even ports from 8460 on, a hundred of them in turn.
   EXPECT_EQ(0, firstPort % 2);
   EXPECT_EQ(firstPort == 8460 ? 8658 : firstPort - 2, lastPort);
+}
+
+// Hung up at random moments of the set-up, the next talker at once behind. HANG_UPS=1000 for the long version.
+TEST_F(AudioCall, EveryAnsweredCallIsAcknowledgedAndEndedWheneverItIsHungUp) {
+  const char* const wanted = std::getenv("HANG_UPS");
+  const int calls = wanted != nullptr ? std::atoi(wanted) : 40;
+  const std::string folder = testing::TempDir() + "hung_up." + std::to_string(getpid());
+  RunCommand("mkdir -p " + folder);
+  auto sipp = Sipp("speaker_hung_up.xml", folder);
+  std::mt19937 random(7);
+  CTalker talker;
+  for (int i = 0; i < calls; ++i) {
+    auto audio = Begin(&talker);
+    // Not for something to happen: to meet the call in different moments.
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 300000));
+    const CMainThreadLock hold;
+    audio.reset();
+  }
+  std::map<std::string, int> seen;
+  Eventually(20, [&] {
+    seen = SippCounts(folder);
+    return seen["6_ACK_Recv"] == seen["1_INVITE_Recv"] && seen["7_BYE_Recv"] == seen["1_INVITE_Recv"];
+  });
+  RunCommand("kill $(cat " + folder + "/pid)");
+  sipp.wait();
+  RunCommand("rm -rf " + folder);
+  std::printf("%d hang-ups: %d calls placed, %d answered, %d acknowledged, %d ended\n", calls,
+              seen["1_INVITE_Recv"], seen["5_200_Sent"], seen["6_ACK_Recv"], seen["7_BYE_Recv"]);
+  EXPECT_GT(seen["1_INVITE_Recv"], calls / 2);
+  for (const char* step : {"5_200_Sent", "6_ACK_Recv", "7_BYE_Recv"})
+    EXPECT_EQ(seen["1_INVITE_Recv"], seen[step]) << step;
+  for (const char* wrong : {"6_ACK_Unexp", "7_BYE_Unexp", "5_200_Timeout"}) EXPECT_EQ(0, seen[wrong]) << wrong;
 }
 
 }  // namespace

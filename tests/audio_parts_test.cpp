@@ -1,13 +1,15 @@
 // What goes over the wire in a call to a camera's speaker, and what is read from it, without a socket.
 #include "audio/rtp_packet.h"
-#include "audio/sip_dialogue.h"
+#include "audio/sip_farewell.h"
 #include "audio/volume_queue.h"
 #include "tests/support/stopped_clock.h"
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -94,6 +96,76 @@ TEST(AudioSIP, FindsTheAnswerAmongWhatTheCameraSays) {
     EXPECT_EQ(one.Outcome, outcome) << one.Pieces.back();
     EXPECT_EQ(one.Port, answer.RTPPort()) << one.Pieces.back();
     EXPECT_EQ(one.ToTag, answer.ToTag().Str()) << one.Pieces.back();
+  }
+}
+
+// What is sent for each message, or for time that passes, as method and tag.
+TEST(AudioSIP, TakesBackACallThatWasGivenUp) {
+  const struct {
+    const char* What;
+    std::vector<std::string> Before;                        // answers while the call was being set up
+    std::vector<std::pair<std::string, std::string>> Then;  // an answer, or seconds; what is sent
+  } cases[] = {
+      {"late",
+       {"100 INVITE"},
+       {{"180 INVITE a", ""}, {"200 INVITE b", "ACKb BYEb "}, {"200 BYE b", ""}, {"40", ""}}},
+      {"before", {"200 INVITE a"}, {{"0", "ACKa BYEa "}, {"481 BYE a", ""}, {"1", ""}}},
+      {"twice",
+       {},
+       {{"200 INVITE a", "ACKa BYEa "},
+        {"200 INVITE a", "ACKa "},
+        {"0.6", "BYEa "},
+        {"1.1", "BYEa "},
+        {"200 BYE a", ""},
+        {"9", ""}}},
+      {"from two", {}, {{"200 INVITE a", "ACKa BYEa "}, {"200 INVITE b", "ACKb BYEb "}}},
+      {"refused, then not", {"486 INVITE a"}, {{"0", "ACKa "}, {"200 INVITE b", "ACKb BYEb "}}},
+      {"refused", {"180 INVITE a"}, {{"603 INVITE c", "ACKc "}, {"40", ""}}},
+      {"of another request", {"200 OPTIONS x"}, {{"200 OPTIONS x", ""}, {"40", ""}}},
+      {"never rings", {}, {{"31", ""}, {"2", ""}, {"200 INVITE a", "over"}}},
+      {"rings for ever",
+       {"180 INVITE a"},
+       {{"31", ""}, {"1", "CANCEL "}, {"200 CANCEL a", ""}, {"487 INVITE a", "ACKa "}, {"1", "over"}}},
+      {"rings, and answers the CANCEL", {"180 INVITE a"}, {{"32", "CANCEL "}, {"200 INVITE a", "ACKa BYEa "}}},
+  };
+  for (const auto& one : cases) {
+    SCOPED_TRACE(one.What);
+    CSIPDialogue dialogue("0002D1", "192.168.1.64", "192.168.1.2", 30424);
+    const auto message = [&dialogue](const std::string& text) {
+      std::istringstream words(text);
+      std::string status, method, tag;
+      words >> status >> method >> tag;
+      return "SIP/2.0 " + status + " X\r\nTo: <a>;tag=" + tag + "\r\nCall-ID: " + dialogue.CallID().Str() +
+             "\r\nCSeq: 2 " + method + "\r\n\r\n";
+    };
+    CInviteProgress progress;
+    for (const std::string& text : one.Before) progress.Observe(message(text), dialogue.CallID());
+    CSIPFarewell::Clock::time_point now{};
+    CSIPFarewell farewell(dialogue, 2, progress, now);
+    const bool atOnce = one.Then[0].first == "0";
+    EXPECT_TRUE(atOnce || farewell.Tick(now).empty());
+    EXPECT_TRUE(farewell.Take("SIP/2.0 200 OK\r\nCall-ID: other\r\nCSeq: 2 INVITE\r\n\r\n", now).empty());
+    for (const auto& [what, wanted] : one.Then) {
+      if (wanted == "over") {
+        EXPECT_TRUE(farewell.Over());
+        break;
+      }
+      CSIPFarewell::Requests requests;
+      if (what.find(' ') == what.npos) {
+        now += std::chrono::milliseconds(std::lround(std::stod(what) * 1000));
+        requests = farewell.Tick(now);
+      } else {
+        requests = farewell.Take(message(what), now);
+      }
+      std::string sent;
+      for (const CGXString& request : requests) {
+        const std::string text = request.Str();
+        const size_t tag = text.find(">;tag=");
+        sent +=
+            text.substr(0, text.find(' ')) + (tag < text.find("From:") ? text.substr(tag + 6, 1) : "") + " ";
+      }
+      EXPECT_EQ(wanted, sent) << what;
+    }
   }
 }
 
