@@ -41,7 +41,7 @@ CONVIFCam::CONVIFCam(CSystemComponentDef* definition)
     : CVideoSystem(definition),
       CTraceProducer(definition->TypeName()),
       m_ServiceURL(DefaultServiceURL()),
-      m_wEventPort(GetEventPort()) {
+      m_Events(this, &m_RunState, &m_Clock, GetEventPort()) {
   m_AudioFormat = {.FormatTag = 1,
                    .Channels = 1,
                    .SamplesPerSecond = 8000,
@@ -61,7 +61,7 @@ CONVIFCam::~CONVIFCam() {
   StopThread();  // first: it is the one that starts the others
   m_Queue.DropAll();
   StopWorkers();
-  FreeEventPort(m_wEventPort);
+  FreeEventPort(m_Events.Port());
   const CMainThreadLock lock;  // under which clients come and go
   CIntercomServer::Instance()->RemoveClient(this);
   SetAudioOut(nullptr);
@@ -71,11 +71,11 @@ CONVIFCam::~CONVIFCam() {
 void CONVIFCam::StopWorkers() {
   for (CGXThread& thread : m_StreamThreads) thread.Cancel();
   m_Queue.Worker().Cancel();
-  m_EventThread.Cancel();
+  m_Events.Cancel();
   m_AudioThread.Cancel();
   for (CGXThread& thread : m_StreamThreads) thread.Join();
   m_Queue.Worker().Join();
-  m_EventThread.Join();
+  m_Events.Join();
   m_AudioThread.Join();
 }
 
@@ -149,7 +149,7 @@ void CONVIFCam::SetConfigURL(CGXString url) {
     StopWorkers();
     for (CGXThread& thread : m_StreamThreads) thread.Reset();
     m_Queue.Worker().Reset();
-    m_EventThread.Reset();
+    m_Events.Reset();
     m_AudioThread.Reset();
   }
   ForgetCamera();
@@ -251,19 +251,9 @@ void CONVIFCam::SetONVIFConfig(CGXMSG* msg) {
 
 // ---- Clock ----
 
-CONVIFCam::CCameraClock CONVIFCam::CameraClock() const {
-  const CGXLock lock(m_IdentityLock);
-  return m_Clock;
-}
-
 CONVIFLoginHeader* CONVIFCam::CreateLoginHeader() {
-  CCameraClock clock = CameraClock();
+  CCameraClock::CReading clock = m_Clock.Reading();
   return new CONVIFLoginHeader(UserName(), Password(), clock.Time, &clock.Since);
-}
-
-void CONVIFCam::SetCameraTime(const CGXTime& time) {
-  const CGXLock lock(m_IdentityLock);
-  m_Clock = {time, CGXTimer()};
 }
 
 // ---- Media model ----

@@ -11,11 +11,14 @@
 #include "alarm/alarm_camera.h"
 #include "audio/audio_camera.h"
 #include "camera/audio_squelch.h"
+#include "camera/camera_clock.h"
+#include "camera/event_service.h"
 #include "camera/proc_queue.h"
 #include "camera/run_state.h"
 #include "host/base/gxtime.h"
 #include "host/base/trace.h"
 #include "host/intercom/intercom.h"
+#include "host/net/port_table.h"
 #include "host/system/comm_thread.h"
 #include "host/system/sink_server.h"
 #include "host/video/video.h"
@@ -135,8 +138,9 @@ class CONVIFCam : public CVideoSystem,
 
   // ---- Service ----
   int Run() override;
-  bool CheckRunState();  // one pass over the loading steps; true when all are done
-  void SetErrorState();  // loading starts over; any thread
+  bool SyncTime() { return LoadONVIF_TimeSync(); }  // any thread; false when the camera does not tell its time
+  bool CheckRunState();                             // one pass over the loading steps; true when all are done
+  void SetErrorState();                             // loading starts over; any thread
   bool LoadDefaultUserSettings();
   unsigned RunState() const { return m_RunState.Bits(); }
   void OnComponentIdle() override;
@@ -161,9 +165,10 @@ class CONVIFCam : public CVideoSystem,
   // ---- Events ----
   static unsigned short GetEventPort();  // 8795, 8797, ...: the first that is free; 0 when the table is full
   static void FreeEventPort(unsigned short port);  // an unknown port changes nothing
-  unsigned short EventPort() const { return m_wEventPort; }
+  unsigned short EventPort() const { return m_Events.Port(); }
+  GXT_REPORT EventReport() override { return m_Events.Report(); }
   void FileThreadProcessEvent(unsigned char* data, int length) override;  // an alarm datagram; any thread
-  bool StartONVIF_EventConfig();  // subscribes once, for a minute; true when the camera agreed
+  bool StartONVIF_EventConfig() { return m_Events.Subscribe(); }
   // Reads one notification (altered; NUL-terminated there or later): motion raises the host's event and sets
   // the motion level. Anything else changes nothing. Listener's thread.
   void ProcessEvent(char* body, int length);
@@ -211,10 +216,6 @@ class CONVIFCam : public CVideoSystem,
   struct CIdentity {
     CGXString Manufacturer, Model, Firmware, SerialNo, HardwareID;
   };
-  struct CCameraClock {
-    CGXTime Time;    // as it stood
-    CGXTimer Since;  // when this was started
-  };
   static constexpr int JPEG_STREAMS = 3;
   static constexpr int STREAMS = 4;  // and the H.264 stream
   static constexpr unsigned WORKER_STACK_BYTES = 256000;
@@ -227,14 +228,12 @@ class CONVIFCam : public CVideoSystem,
   void UpdateTraceName();
   bool ReadIdentity(CGXFile* file);
   void SetURL(CGXString CONVIFCam::*field, const CGXString& url);
-  CCameraClock CameraClock() const;
-  void SetCameraTime(const CGXTime& time);
   void ForgetCamera();
   void StopWorkers();  // cancels and joins the threads of streams, sound, queue and listener
 
   // ---- Loading steps (ONVIFCam_load.cpp); connection thread ----
   bool FindONVIF_ServiceURL();
-  bool LoadONVIF_TimeSync();
+  bool LoadONVIF_TimeSync();  // the listener for events may do so too
   bool LoadONVIF_MediaURL1();
   bool LoadONVIF_MediaURL2();
   bool LoadONVIF_EncoderConfig();
@@ -249,7 +248,6 @@ class CONVIFCam : public CVideoSystem,
   bool TakeMediaURL(const CONVIFMsg* service);
   std::unique_ptr<CONVIFMsg> Ask(const CGXString& url, const char* operation, const char* ns,
                                  const char* argument = nullptr, const CGXString& value = {});
-  void WriteSubscribeHeader(CONVIFMsg* header);
 
   // ---- The pass (ONVIFCam_run.cpp); connection thread ----
   bool Step(unsigned bit, const char* text, bool (CONVIFCam::*load)());
@@ -267,11 +265,7 @@ class CONVIFCam : public CVideoSystem,
   void RunThreadProc();
   bool ProcessReadyFrames();
 
-  // ---- Event listener (ONVIFCam_event.cpp) ----
-  void StartEventThread(CRunState::Epoch since);
-  static unsigned ONVIFEventThreadProc(void* camera);
-  void RunEventThreadProc();  // until the state is reset
-  void ReportMotion(bool motion);
+  void ReportMotion(bool motion);  // ONVIFCam_event.cpp
 
   // ---- Stream threads (ONVIFCam_stream.cpp) ----
   void StartStreams();
@@ -316,9 +310,10 @@ class CONVIFCam : public CVideoSystem,
   CIdentity m_Identity GUARDED_BY(m_IdentityLock);
   CGXString m_ServiceURL GUARDED_BY(m_IdentityLock), m_PTZURL GUARDED_BY(m_IdentityLock),
       m_MediaURL GUARDED_BY(m_IdentityLock);
-  CCameraClock m_Clock GUARDED_BY(m_IdentityLock);  // read and written as a whole: a torn pair is a wrong login
 
   CMediaModel m_Model;
+
+  CCameraClock m_Clock;
 
   // Progress: set by the connection thread, reset by any.
   CRunState m_RunState;
@@ -340,14 +335,11 @@ class CONVIFCam : public CVideoSystem,
   CGXCritical m_RTSPSinkLock;
   std::vector<CObjectSink*> m_RTSPSinks GUARDED_BY(m_RTSPSinkLock);
 
-  // Events: the port that is announced to the camera and on which its listener waits.
-  static CGXCritical g_EventPortLock;
-  static constexpr int MAX_EVENT_PORTS = 64;
-  static unsigned short g_wEventPorts[MAX_EVENT_PORTS] GUARDED_BY(g_EventPortLock);
-  static int g_iNEventPorts GUARDED_BY(g_EventPortLock);
-  const unsigned short m_wEventPort;
-  CGXThread m_EventThread;            // started by the connection thread
-  CRunState::Epoch m_EventEpoch = 0;  // of its start; written while it does not run
+  // Events.
+  static unsigned short g_wEventPorts[CPortTable::MOST];  // in use, through the table only, like their count
+  static int g_iNEventPorts;
+  static CPortTable g_EventPortTable;
+  CEventService m_Events;
 
   // Intercom. The lock is not held while a talk begins or ends: the audio thread asks both objects for every
   // packet.

@@ -55,7 +55,7 @@ bool CONVIFCam::LoadONVIF_TimeSync() {
                 now.TimeTextSeconds(CSystem::Instance()->ClockDisplayMode()).Str().c_str());
     Trace(line);
   }
-  SetCameraTime(now);
+  m_Clock.Set(now);
   return true;
 }
 

@@ -72,7 +72,7 @@ bool CONVIFCam::CheckDeviceInfo() {
 }
 
 void CONVIFCam::CheckTime() {
-  if (CameraClock().Since.GXTickCount() > TIME_SYNC_PERIOD_MS) m_RunState.Clear(STATE_TIME_SYNC);
+  if (m_Clock.Age() > TIME_SYNC_PERIOD_MS) m_RunState.Clear(STATE_TIME_SYNC);
   if (m_RunState.Has(STATE_TIME_SYNC)) return;
   const CRunState::Epoch since = m_RunState.Now();
   Trace("Performing TimeSync()...");
@@ -81,7 +81,7 @@ void CONVIFCam::CheckTime() {
   } else {
     CGXTime now;
     now.GetPresentTime(1);
-    SetCameraTime(now);
+    m_Clock.Set(now);
     Trace("Failed");
   }
   m_RunState.Set(STATE_TIME_SYNC, since);
@@ -114,12 +114,15 @@ bool CONVIFCam::LoadStreams() {
 
 // A camera without events is in service all the same.
 void CONVIFCam::CheckEvents() {
-  if (m_RunState.Has(STATE_EVENTS)) return;
+  if (m_RunState.Has(STATE_EVENTS)) {
+    m_Events.Watch();
+    return;
+  }
   const CRunState::Epoch since = m_RunState.Now();
   Trace("Starting Event Service...");
   const bool subscribed = StartONVIF_EventConfig();
   if (!m_RunState.Set(STATE_EVENTS, since) || !subscribed) return;
-  StartEventThread(since);
+  m_Events.Start(since);
   Trace("Success");
 }
 

@@ -1,10 +1,6 @@
 #include "rtsp/rtsp.h"
 
-#include "host/base/gxassert.h"
-
 #include <sys/socket.h>
-
-#include <algorithm>
 
 namespace {
 
@@ -38,9 +34,9 @@ bool BindPort(const COwnedSocket& toBind, unsigned short port) {
 
 }  // namespace
 
-CGXCritical CRTSP::g_PortLock;
-unsigned short CRTSP::g_wPorts[MAX_PORTS];
+unsigned short CRTSP::g_wPorts[CPortTable::MOST];
 int CRTSP::g_iNPorts = 0;
+CPortTable CRTSP::g_PortTable(g_wPorts, g_iNPorts, FIRST_RTP_PORT, "rtsp", ASSERT_PORTS_EXHAUSTED);
 
 CRTSP::CRTSP(CGXString url, CGXString trackUrl, RTP_TRANSPORT transport, CGXString user, CGXString password,
              int relaySocket, const GXT_RTP_PATH_DESCRIPTOR* pathA, const GXT_RTP_PATH_DESCRIPTOR* pathB)
@@ -110,21 +106,11 @@ void CRTSP::ReleasePort() {
 }
 
 unsigned short CRTSP::GetRTPPort() {
-  const CGXLock lock(g_PortLock);
-  if (g_iNPorts >= MAX_PORTS) {
-    AssertWrap("rtsp", ASSERT_PORTS_EXHAUSTED);
-    return 0;
-  }
-  unsigned short port = FIRST_RTP_PORT;
-  while (std::find(g_wPorts, g_wPorts + g_iNPorts, port) != g_wPorts + g_iNPorts)
-    port = static_cast<unsigned short>(port + 2);
-  g_wPorts[g_iNPorts++] = port;
-  return port;
+  return g_PortTable.Take();
 }
 
 void CRTSP::FreeRTPPort(unsigned short port) {
-  const CGXLock lock(g_PortLock);
-  g_iNPorts = static_cast<int>(std::remove(g_wPorts, g_wPorts + g_iNPorts, port) - g_wPorts);
+  g_PortTable.Free(port);
 }
 
 void CRTSP::LOGI(const char*, ...) const {}

@@ -7,6 +7,7 @@
 #pragma once
 
 #include "host/base/gxthread.h"
+#include "host/net/port_table.h"
 #include "host/net/socket.h"
 #include "host/video/rtsp_profile.h"
 #include "rtsp/datagram_ring.h"
@@ -76,8 +77,6 @@ class CRTSP {
   void LOGE(const char* format, ...) const __attribute__((format(printf, 2, 3)));
 
  private:
-  static constexpr int MAX_PORTS = 64;
-
   void Connect(CGXString url);
   int OpenPortPair();
   void ReleasePort();
@@ -133,7 +132,7 @@ class CRTSP {
   CInterleavedFramer m_Framer;         // what the control connection has delivered and nobody has taken yet
   CDatagramRing m_Datagrams;           // what the RTP socket has delivered and nobody has taken yet
 
-  static CGXCritical g_PortLock;
-  static unsigned short g_wPorts[MAX_PORTS] GUARDED_BY(g_PortLock);
-  static int g_iNPorts GUARDED_BY(g_PortLock);
+  static unsigned short g_wPorts[CPortTable::MOST];  // in use, through the table only, like their count
+  static int g_iNPorts;
+  static CPortTable g_PortTable;
 };
