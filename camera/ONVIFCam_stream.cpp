@@ -185,6 +185,7 @@ int CONVIFCam::ReceiveH264(CRTSP* session, unsigned generation) {
   CGXTimer watchdog;
   CH264Depacketizer depacketizer(-1);
   Trace("H264/DVR Stream Started OK");
+  if (const std::shared_ptr<CDVRTarget> target = DVRTarget()) target->BeginStream();
   while (DVRWanted(generation)) {
     const int length = session->WaitNextPacket(packet, PACKET_BYTES, PACKET_TIMEOUT_MS);
     if (length < 1) {

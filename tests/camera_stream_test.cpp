@@ -65,6 +65,7 @@ TEST_F(Streams, RecordH264ThatFfprobeDecodesOverBothTransports) {
     CONVIFCam* const camera = Run(std::move(owned));
     EXPECT_TRUE(Eventually(60, [&] { return recording->Count() > 40; }));
     EXPECT_TRUE(trace.Has("H264/DVR Stream Started OK"));
+    EXPECT_EQ(recording->Openings(), std::vector<size_t>{0}) << "told once, before anything came";
     // No JPEG pictures, no motion information, one taker; its rate is taken every two seconds.
     std::string stats;
     EXPECT_TRUE(Eventually(20, [&] {

@@ -81,6 +81,10 @@ class CPictureSink : public CVideoSink {
 // Keeps a recording.
 class CFrameKeeper : public CDVRTarget {
  public:
+  void BeginStream() override {
+    const std::lock_guard lock(m_Mutex);
+    m_nBefore.push_back(m_Frames.size());
+  }
   void DeliverFrame(std::unique_ptr<CFrameData> frame) override {
     const std::lock_guard lock(m_Mutex);
     m_Frames.push_back(std::move(frame));
@@ -88,6 +92,11 @@ class CFrameKeeper : public CDVRTarget {
   int Count() const {
     const std::lock_guard lock(m_Mutex);
     return static_cast<int>(m_Frames.size());
+  }
+  // How many had come before each opening of the stream.
+  std::vector<size_t> Openings() const {
+    const std::lock_guard lock(m_Mutex);
+    return m_nBefore;
   }
   void Each(const std::function<void(const CFrameData&)>& call) const {
     const std::lock_guard lock(m_Mutex);
@@ -97,6 +106,7 @@ class CFrameKeeper : public CDVRTarget {
  private:
   mutable std::mutex m_Mutex;
   std::vector<std::unique_ptr<CFrameData>> m_Frames;
+  std::vector<size_t> m_nBefore;
 };
 
 inline CSystemComponentDef* CameraDefinition(int type) {

@@ -196,6 +196,7 @@ TEST(Video, DeadOnlyWhileSomebodyWatches) {
 
 TEST(Video, RecordsWhileItIsWanted) {
   struct CRecorder : CDVRTarget {
+    void BeginStream() override { Log += "stream"; }
     void DeliverFrame(std::unique_ptr<CFrameData> frame) override {
       const auto* const data = reinterpret_cast<const char*>(frame->Data());
       for (const int number : {frame->Kind(), frame->CameraID(), frame->Motion()})

@@ -19,26 +19,19 @@ void CTraceBook::OnTrace(CTraceProducer* producer, const CGXString& line) {
   Log(speaker + ": " + text.Str());
   if (component == nullptr) return;
   const std::lock_guard<std::mutex> lock(m_Lock);
-  Page& page = m_Pages[component->ID()];
-  page.Progress.Add(text.Str());
-  if (page.OnLine) page.OnLine(text.Str());
+  m_Pages[component->ID()].Add(text.Str());
 }
 
 CLoadProgress CTraceBook::Progress(int id) const {
   const std::lock_guard<std::mutex> lock(m_Lock);
   const auto page = m_Pages.find(id);
-  return page == m_Pages.end() ? CLoadProgress() : page->second.Progress;
+  return page == m_Pages.end() ? CLoadProgress() : page->second;
 }
 
 bool CTraceBook::Failed(int id) const {
   const std::lock_guard<std::mutex> lock(m_Lock);
   const auto page = m_Pages.find(id);
-  return page != m_Pages.end() && page->second.Progress.Failed();
-}
-
-void CTraceBook::Follow(int id, Follower follower) {
-  const std::lock_guard<std::mutex> lock(m_Lock);
-  m_Pages[id].OnLine = std::move(follower);
+  return page != m_Pages.end() && page->second.Failed();
 }
 
 void CTraceBook::Forget(int id) {

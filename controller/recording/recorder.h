@@ -30,11 +30,8 @@ class CRecorder : public CDVRTarget {
   CRecorder(std::string folder, std::string name, size_t queueBytes = 32u << 20);
   ~CRecorder() override;  // Stop()
 
+  void BeginStream() override;
   void DeliverFrame(std::unique_ptr<CFrameData> frame) override;
-
-  // The camera opens its stream anew: what follows does not continue what came before. Any thread, does not
-  // block.
-  void BeginStream();
 
   // What the camera says of the stream outside of it: parameter sets (Annex B, may be empty), and what to
   // assume where they do not tell. Answers WantsSets.

@@ -71,14 +71,9 @@ CCamera::CCamera(CVideoSystem* video, CTraceBook* book, CCameraWishes wishes)
   if (m_Wishes.RecordFolder.empty()) return;
   m_pRecorder = std::make_shared<CRecorder>(m_Wishes.RecordFolder, m_FileName);
   m_pVideo->DVRTarget(m_pRecorder);
-  // Spoken by the stream's thread before its first packet, so the break stands at the right place of the queue.
-  m_pBook->Follow(m_iID, [recorder = m_pRecorder](std::string_view line) {
-    if (line == "H264/DVR Stream Started OK") recorder->BeginStream();
-  });
 }
 
 CCamera::~CCamera() {
-  m_pBook->Follow(m_iID, nullptr);
   DetachViewers();
   m_pVideo->DVRTarget(nullptr);
   EndRecording();

@@ -60,6 +60,9 @@ class CFrameData {
 class CDVRTarget {
  public:
   virtual ~CDVRTarget();
+  // A stream of kind 9 has been opened: what is delivered from now on does not continue what came before. The
+  // thread that will deliver, before the first piece; never blocks.
+  virtual void BeginStream() = 0;
   // Takes ownership; any thread; never blocks. When it cannot keep up it drops up to the next key frame.
   virtual void DeliverFrame(std::unique_ptr<CFrameData> frame) = 0;
 };
