@@ -8,7 +8,6 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
-#include <system_error>
 
 namespace {
 
@@ -29,10 +28,10 @@ bool WriteAll(int fd, std::string_view bytes) {
 
 bool WriteTemporary(const std::string& path, std::string_view bytes, unsigned mode, bool durable,
                     std::string* error) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, mode);
+  unlink(path.c_str());  // a left-over of an earlier run may have another mode
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode);
   if (fd < 0) return Fail(path, error);
-  // A left-over of an earlier run may have another mode.
-  const bool good = fchmod(fd, mode) == 0 && WriteAll(fd, bytes) && (!durable || fsync(fd) == 0);
+  const bool good = WriteAll(fd, bytes) && (!durable || fsync(fd) == 0);
   if (!good) Fail(path, error);
   if (close(fd) != 0 && good) return Fail(path, error);
   return good;
@@ -64,12 +63,23 @@ bool ReplaceFile(const std::string& path, std::string_view bytes, unsigned mode,
   return true;
 }
 
+int CreateFile(const std::string& path, std::string* error) {
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, PRIVATE_FILE_MODE);
+  if (fd < 0) Fail(path, error);
+  return fd;
+}
+
 bool MakeFolder(const std::string& path, std::string* error) {
-  std::error_code code;
-  std::filesystem::create_directories(path, code);
-  if (!code && std::filesystem::is_directory(path, code)) return true;
-  *error = path + ": " + (code ? code.message() : std::string("not a folder"));
-  return false;
+  std::filesystem::path folder;
+  for (const auto& part : std::filesystem::path(path)) {
+    folder /= part;
+    mkdir(folder.c_str(), PRIVATE_FOLDER_MODE);  // fails for those that are there
+  }
+  struct stat info {};
+  if (stat(path.c_str(), &info) != 0) return Fail(path, error);
+  if (S_ISDIR(info.st_mode)) return true;
+  errno = ENOTDIR;
+  return Fail(path, error);
 }
 
 std::string SafeFileName(std::string_view name) {

@@ -2,6 +2,7 @@
 
 #include "controller/core/atomic_file.h"
 #include "controller/core/log.h"
+#include "controller/core/problems.h"
 #include "controller/core/stop_signal.h"
 #include "controller/terminal/report.h"
 #include "host/net/netinterface.h"
@@ -16,7 +17,7 @@ constexpr unsigned PASS_PERIOD_MS = 10;
 constexpr std::chrono::milliseconds TICK_PERIOD{20};
 constexpr std::chrono::seconds SEARCH_PERIOD{60};
 constexpr std::chrono::seconds SAVE_RETRY{5};
-constexpr unsigned SUMMARY_MODE = 0644;
+constexpr char SITE_FILE[] = "site file";  // of a problem
 
 std::string FolderOf(const std::string& file) {
   const std::string folder = std::filesystem::path(file).parent_path().string();
@@ -176,9 +177,10 @@ void CController::SaveWhenAsked() {
   if (m_pSite->Save(&m_SaveError)) {
     m_SaveError.clear();
     m_bSaveWanted = false;
+    CProblemList::Instance()->Clear(SITE_FILE, 0);
     return;
   }
-  Log("site file not saved: " + m_SaveError);
+  CProblemList::Instance()->Raise(SITE_FILE, 0, "not saved: " + m_SaveError, SAVE_RETRY);
   m_NextSave = Clock::now() + SAVE_RETRY;
 }
 
@@ -221,5 +223,5 @@ bool CController::WriteSummary(std::string* error) {
   if (m_Options.SummaryFile.empty()) return true;
   // The summary tells of whole files.
   for (const auto& camera : m_Running.Cameras) camera->EndRecording();
-  return ReplaceFile(m_Options.SummaryFile, SummaryText(Statuses()), SUMMARY_MODE, false, error);
+  return ReplaceFile(m_Options.SummaryFile, SummaryText(Statuses()), PRIVATE_FILE_MODE, false, error);
 }

@@ -5,9 +5,7 @@
 #include <cstdio>
 #include <ctime>
 
-namespace {
-
-std::string Now() {
+std::string UTCNow() {
   using namespace std::chrono;
   const auto now = system_clock::now();
   const std::time_t seconds = system_clock::to_time_t(now);
@@ -20,14 +18,12 @@ std::string Now() {
   return text;
 }
 
-}  // namespace
-
 std::string EventName(int event) {
   return event == EVENT_MOTION ? "motion" : "event " + std::to_string(event);
 }
 
 void CEventList::Add(const GXT_EVENT& event, const std::string& camera) {
-  m_Entries.push_back({++m_nLatest, Now(), camera, event});
+  m_Entries.push_back({++m_nLatest, UTCNow(), camera, event});
   if (m_Entries.size() > MOST) m_Entries.pop_front();
 }
 

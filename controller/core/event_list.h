@@ -8,9 +8,11 @@
 #include <string>
 #include <vector>
 
+std::string UTCNow();  // "2026-11-23T08:15:30.125Z"
+
 struct CEventEntry {
   uint64_t Number = 0;  // 1, 2, ... in the order of arrival
-  std::string Time;     // UTC, "2026-11-23T08:15:30.125Z"
+  std::string Time;     // UTCNow()
   std::string Camera;   // its name
   GXT_EVENT Event{};
 };

@@ -1,5 +1,6 @@
 #include "controller/core/operations.h"
 
+#include "controller/core/problems.h"
 #include "controller/site/camera_choice.h"
 #include "controller/terminal/report.h"
 
@@ -26,7 +27,12 @@ CAnswer Status(CRunningSite& site, const json& request) {
     list.push_back(CameraJSON(status));
     for (const std::string& line : CameraLines(status, width)) text += line + "\n";
   }
-  return Ready({{"cameras", std::move(list)}, {"text", text.empty() ? "no cameras\n" : text}});
+  if (text.empty()) text = "no cameras\n";
+  const std::vector<CProblem> problems = CProblemList::Instance()->All();
+  for (const CProblem& problem : problems)
+    text +=
+        (problem.CameraID != 0 ? std::to_string(problem.CameraID) + "  " : "") + ProblemLine(problem) + "\n";
+  return Ready({{"cameras", std::move(list)}, {"problems", ProblemsJSON(problems)}, {"text", text}});
 }
 
 // A camera of the request that can do what `option` stands for.

@@ -1,5 +1,9 @@
 #include "controller/panel/wav_file.h"
 
+#include "controller/core/atomic_file.h"
+
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 #include <vector>
@@ -19,7 +23,10 @@ bool CWavFile::Open(const std::string& path, std::string* error) {
   Close();
   m_nSamples = m_nInHeader = 0;
   m_File.clear();
-  m_File.open(path, std::ios::binary | std::ios::trunc);
+  const int fd = CreateFile(path, error);
+  if (fd < 0) return false;
+  close(fd);
+  m_File.open(path, std::ios::binary);
   WriteHeader();
   if (m_File.good()) return true;
   *error = path + ": " + std::strerror(errno);

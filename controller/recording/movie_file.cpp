@@ -1,13 +1,11 @@
 #include "controller/recording/movie_file.h"
 
+#include "controller/core/atomic_file.h"
 #include "controller/recording/picture_clock.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -64,13 +62,9 @@ int WriteHeader(AVFormatContext* context, EMovieKind kind) {
 }
 
 bool CreateNew(const std::string& path, std::string* error) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-  if (fd < 0) {
-    *error = path + ": " + std::strerror(errno);
-    return false;
-  }
-  close(fd);
-  return true;
+  const int fd = CreateFile(path, error);
+  if (fd >= 0) close(fd);
+  return fd >= 0;
 }
 
 }  // namespace

@@ -9,7 +9,6 @@ namespace {
 
 constexpr size_t QUEUE_BYTES = 64u << 20;
 constexpr int64_t LATEST_PERIOD_MS = 1000;
-constexpr unsigned PICTURE_MODE = 0644;
 
 int64_t NowMs() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -78,8 +77,8 @@ void CPictureStore::Run() {
     m_nQueued -= job.Bytes.size();
     lock.unlock();
     std::string error;
-    ReplaceFile(job.Path, {reinterpret_cast<const char*>(job.Bytes.data()), job.Bytes.size()}, PICTURE_MODE,
-                false, &error);
+    ReplaceFile(job.Path, {reinterpret_cast<const char*>(job.Bytes.data()), job.Bytes.size()},
+                PRIVATE_FILE_MODE, false, &error);
     lock.lock();
     m_Error = error;
   }

@@ -1,6 +1,7 @@
 // Camera states as text for people and as JSON for programs.
 #pragma once
 
+#include "controller/core/printable.h"
 #include "controller/site/camera_status.h"
 #include "host/system/component.h"
 
@@ -8,10 +9,6 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
-
-// The text as one printable line: whatever a camera put into its name or a trace line, control characters and
-// bytes that are not UTF-8 become '?', so that it cannot steer the terminal.
-std::string Printable(const std::string& text);
 
 // A few lines that show a camera, each at most `width` characters.
 std::vector<std::string> CameraLines(const CCameraStatus& status, size_t width);
