@@ -126,6 +126,10 @@ TEST_F(Commands, ChangedStreamsAreRunKeptAndNotForced) {
     EXPECT_TRUE(answer["differences"].empty()) << answer;
     EXPECT_TRUE(ShowsSize(320, 240));
 
+    // This camera announces no range of bit rates for JPEG: it is the judge, not the driver's own range.
+    EXPECT_EQ(Good("set-stream 1 jpeg 1 --bitrate 100 --fps 9")["stream"]["settings"]["bitrate"], 100);
+    EXPECT_EQ(sim.Camera(1)["encoders"][1]["fps"], 9);
+
     ASSERT_TRUE(sim.Quirks(1, {{"encoder_set", "round"}}));
     const Json rounded = Good("set-stream 1 h264 1 --bitrate 1500");
     const Json kept = sim.Camera(1)["encoders"][0]["bitrate_kbit"];
@@ -140,7 +144,8 @@ TEST_F(Commands, ChangedStreamsAreRunKeptAndNotForced) {
     })) << Camera(PTZ);
     Complains({{"set-stream 1 jpeg 1 --size 333x222", "it offers 1280x720"},
                {"set-stream 1 jpeg 1 --size wide", "640x480"},
-               {"set-stream 1 jpeg 1 --bitrate 1", "takes 256 to 10000"},
+               {"set-stream 1 jpeg 1 --fps 1000", "encoder VE_2 takes"},
+               {"set-stream 1 jpeg 1 --fps 7", "was not asked"},
                {"set-stream 1 jpeg 4 --fps 5", "no stream jpeg 4"},
                {"set-stream 1 jpeg 2 --encoder VE_2 --size 176x144", "wants something else"},
                {"set-stream 1 jpeg 1 --profile Nothing", "no profile 'Nothing'"},

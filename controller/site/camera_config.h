@@ -16,12 +16,14 @@
 #include <string>
 #include <vector>
 
+inline constexpr int H264_PROFILE_ANY = 4;  // not H.264, or whatever profile the encoder runs
+
 // Settings of one stream, wanted or current.
 struct CStreamSettings {
   std::string Encoding;
   int Quality = 0, GovLength = 0, Interval = 0, FrameRate = 0, Bitrate = 0;  // frames a second, kbit/s
   GXT_RESOLUTION Size;
-  int H264Profile = 4;
+  int H264Profile = H264_PROFILE_ANY;
   bool operator==(const CStreamSettings&) const = default;
 };
 
@@ -34,6 +36,8 @@ struct CConfigProfile {
 };
 
 struct CConfigOptions {
+  // kbit/s; what the driver fills in for a camera that announces no range
+  static constexpr GXT_RANGE BITRATE_UNKNOWN = {256, 10000};
   std::vector<GXT_RESOLUTION> Sizes;
   GXT_RANGE Interval, GovLength, FrameRate, Bitrate;
   std::vector<int> H264Profiles;

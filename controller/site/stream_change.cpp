@@ -154,13 +154,19 @@ class CChange {
       {"gov_length", &CStreamSettings::GovLength, [](const auto&, const auto& o) { return o.GovLength; }},
       {"interval", &CStreamSettings::Interval, [](const auto&, const auto& o) { return o.Interval; }}};
 
+  // Both ends are 0 where a camera announces nothing; of the bit rate the driver then gives its own range,
+  // which says nothing of the camera: that one is the judge.
+  static bool Announced(const Number& number, const GXT_RANGE& offered) {
+    if (number.Field == &CStreamSettings::Bitrate && offered == CConfigOptions::BITRATE_UNKNOWN) return false;
+    return offered.Max > offered.Min;
+  }
+
   void Take(const Number& number, const GXT_RANGE& offered) {
     const auto wanted = m_Changes.find(number.Key);
     if (wanted == m_Changes.end() || !wanted->is_number_integer()) return;
     const int value = static_cast<int>(std::clamp<int64_t>(wanted->get<int64_t>(), -1, 1000000000));
-    // Cameras that announce nothing leave both ends at 0.
-    const bool announced = offered.Max > offered.Min;
-    if (value < 0 || (announced && (value < offered.Min || value > offered.Max)))
+    if (value < 0) return Refuse(std::string(number.Key) + " " + wanted->dump() + ": it is 0 or more");
+    if (Announced(number, offered) && (value < offered.Min || value > offered.Max))
       return Refuse(std::string(number.Key) + " " + wanted->dump() + ": encoder " + m_Stream.EncoderToken +
                     " takes " + std::to_string(offered.Min) + " to " + std::to_string(offered.Max));
     m_Stream.Settings.*number.Field = value;

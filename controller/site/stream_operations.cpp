@@ -68,6 +68,7 @@ struct CChangeUnderWay {
   size_t Number;
   CUserStream Wanted;
   Clock::time_point End;
+  bool RateAlone;  // only the frame rate differs from what the encoder ran; the driver does not ask for that
 
   std::string Name() const { return std::string(ListName(List)) + " " + std::to_string(Number); }
 };
@@ -96,16 +97,12 @@ const CStreamSettings* EncoderSettings(const CCameraConfig& config, const std::s
   return nullptr;
 }
 
-json Taken(const CChangeUnderWay& change, const CCameraConfig& config) {
-  const CUserStream& now = config.UserStreams(change.List).Streams[change.Number - 1];
-  json differences = Differences(change.Wanted.Settings, now.Settings);
-  const std::string text =
-      Printable("the camera has taken " + change.Name() + ": " + SettingsText(now.Settings)) + "\n" +
-      DifferencesText(differences);
-  return {{"ok", true},
-          {"stream", StreamJSON(change.List, change.Number, now)},
-          {"differences", std::move(differences)},
-          {"text", text}};
+// Whether the two differ in the frame rate alone.
+bool DifferInRateAlone(const CStreamSettings& wanted, const CStreamSettings& current) {
+  CStreamSettings same = current;
+  same.FrameRate = wanted.FrameRate;
+  if (wanted.H264Profile == H264_PROFILE_ANY) same.H264Profile = H264_PROFILE_ANY;
+  return same == wanted && current.FrameRate != wanted.FrameRate;
 }
 
 json NotTaken(const CChangeUnderWay& change, const CCameraConfig& config, const std::string& why) {
@@ -115,6 +112,24 @@ json NotTaken(const CChangeUnderWay& change, const CCameraConfig& config, const 
     answer["text"] = DifferencesText(answer["differences"]);
   }
   return answer;
+}
+
+// What the encoder was read back to run is what the camera has taken.
+json Taken(const CChangeUnderWay& change, const CCameraConfig& config) {
+  const CUserStream& now = config.UserStreams(change.List).Streams[change.Number - 1];
+  const CStreamSettings* current = EncoderSettings(config, change.Wanted.EncoderToken);
+  if (current != nullptr && change.RateAlone && DifferInRateAlone(change.Wanted.Settings, *current))
+    return NotTaken(change, config,
+                    "the camera was not asked: a frame rate goes to it only together with another change of " +
+                        change.Name() + " (size, quality, bit rate, interval or key frame distance)");
+  json differences = Differences(change.Wanted.Settings, current != nullptr ? *current : now.Settings);
+  const std::string text =
+      Printable("the camera has taken " + change.Name() + ": " + SettingsText(now.Settings)) + "\n" +
+      DifferencesText(differences);
+  return {{"ok", true},
+          {"stream", StreamJSON(change.List, change.Number, now)},
+          {"differences", std::move(differences)},
+          {"text", text}};
 }
 
 json Outcome(const CChangeUnderWay& change) {
@@ -141,6 +156,8 @@ CAnswer SetStream(CRunningSite& site, const json& request) {
       !ChangeStream(&config, change.List, change.Number, request, &error))
     return Refused(error);
   change.Wanted = config.UserStreams(change.List).Streams[change.Number - 1];
+  const CStreamSettings* current = EncoderSettings(config, change.Wanted.EncoderToken);
+  change.RateAlone = current != nullptr && DifferInRateAlone(change.Wanted.Settings, *current);
   change.End = Clock::now() + CCamera::APPLIED_WITHIN;
   change.Camera->ApplyStreams(config);
   return [change] { return Outcome(change); };

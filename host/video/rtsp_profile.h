@@ -25,6 +25,7 @@ struct GXT_RESOLUTION {
 
 struct GXT_RANGE {
   int Min = 0, Max = 0;
+  bool operator==(const GXT_RANGE&) const = default;
 };
 
 struct GXT_PTZ_RANGE {
