@@ -1,11 +1,12 @@
-#pragma once
 // The alarm datagrams that cameras of the alarm brand send to a multicast group.
+#pragma once
+
 #include "sim/model.h"
 
 #include <string>
 
-inline constexpr char kAlarmGroup[] = "239.255.30.4";
-inline constexpr int kAlarmPort = 30004;
+inline constexpr char ALARM_GROUP[] = "239.255.30.4";
+inline constexpr int ALARM_PORT = 30004;
 
 // The bytes of one datagram: `sequence` counts a camera's datagrams, `text` is the alarm in its XML form.
 std::string AlarmDatagram(uint32_t sequence, const std::string& text);

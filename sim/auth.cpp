@@ -10,8 +10,8 @@
 
 namespace {
 
-constexpr size_t kRememberedNonces = 4096;
-constexpr char kRealm[] = "camera";
+constexpr size_t REMEMBERED_NONCES = 4096;
+constexpr char REALM[] = "camera";
 
 std::string Digest(const EVP_MD* kind, const std::string& data) {
   unsigned char out[EVP_MAX_MD_SIZE];
@@ -59,59 +59,59 @@ std::map<std::string, std::string> Parameters(const std::string& text) {
   return all;
 }
 
-AuthResult CheckDigest(const std::string& text, const std::string& method, const std::string& user,
-                       const std::string& password, const std::string& nonce) {
+EAuth CheckDigest(const std::string& text, const std::string& method, const std::string& user,
+                  const std::string& password, const std::string& nonce) {
   auto p = Parameters(text);
-  const std::string ha1 = Md5Hex(user + ":" + kRealm + ":" + password);
+  const std::string ha1 = Md5Hex(user + ":" + REALM + ":" + password);
   const std::string ha2 = Md5Hex(method + ":" + p["uri"]);
   const std::string middle =
       p["qop"].empty() ? p["nonce"] : p["nonce"] + ":" + p["nc"] + ":" + p["cnonce"] + ":" + p["qop"];
   const bool good =
       p["username"] == user && p["nonce"] == nonce && p["response"] == Md5Hex(ha1 + ":" + middle + ":" + ha2);
-  return good ? AuthResult::ok : AuthResult::wrong;
+  return good ? EAuth::OK : EAuth::WRONG;
 }
 
 }  // namespace
 
-AuthResult CTokenChecker::Check(const pugi::xml_node& header, const std::string& user,
-                                const std::string& password, std::chrono::system_clock::time_point clock,
-                                std::chrono::seconds tolerance, bool once) {
+EAuth CTokenChecker::Check(const pugi::xml_node& header, const std::string& user, const std::string& password,
+                           std::chrono::system_clock::time_point clock, std::chrono::seconds tolerance,
+                           bool once) {
   const pugi::xml_node token = Child(header, "Security/UsernameToken");
-  if (!token) return AuthResult::missing;
+  if (!token) return EAuth::MISSING;
   const std::string created = Text(token, "Created");
   std::string nonce;
   std::chrono::system_clock::time_point at;
-  if (Text(token, "Username") != user || !Base64Decode(Text(token, "Nonce"), &nonce)) return AuthResult::wrong;
-  if (!ParseUtc(created, &at) || std::chrono::abs(at - clock) > tolerance) return AuthResult::wrong;
+  if (Text(token, "Username") != user || !Base64Decode(Text(token, "Nonce"), &nonce)) return EAuth::WRONG;
+  if (!ParseUtc(created, &at) || std::chrono::abs(at - clock) > tolerance) return EAuth::WRONG;
   const std::string expected = Base64Encode(Digest(EVP_sha1(), nonce + created + password));
-  if (Text(token, "Password") != expected) return AuthResult::wrong;
-  return FirstUse(nonce + created) || !once ? AuthResult::ok : AuthResult::wrong;
+  if (Text(token, "Password") != expected) return EAuth::WRONG;
+  return FirstUse(nonce + created) || !once ? EAuth::OK : EAuth::WRONG;
 }
 
 bool CTokenChecker::FirstUse(const std::string& key) {
-  const std::lock_guard guard(m_lock);
-  if (std::find(m_used.begin(), m_used.end(), key) != m_used.end()) return false;
-  m_used.push_back(key);
-  if (m_used.size() > kRememberedNonces) m_used.pop_front();
+  const std::lock_guard guard(m_Lock);
+  if (std::find(m_Used.begin(), m_Used.end(), key) != m_Used.end()) return false;
+  m_Used.push_back(key);
+  if (m_Used.size() > REMEMBERED_NONCES) m_Used.pop_front();
   return true;
 }
 
-AuthResult CheckHttpAuth(const std::string& authorization, const std::string& method, const std::string& user,
-                         const std::string& password, const std::string& nonce) {
-  if (authorization.empty()) return AuthResult::missing;
+EAuth CheckHTTPAuth(const std::string& authorization, const std::string& method, const std::string& user,
+                    const std::string& password, const std::string& nonce) {
+  if (authorization.empty()) return EAuth::MISSING;
   if (authorization.starts_with("Basic ")) {
     std::string pair;
     const bool good = Base64Decode(authorization.substr(6), &pair) && pair == user + ":" + password;
-    return good ? AuthResult::ok : AuthResult::wrong;
+    return good ? EAuth::OK : EAuth::WRONG;
   }
   if (authorization.starts_with("Digest "))
     return CheckDigest(authorization.substr(7), method, user, password, nonce);
-  return AuthResult::wrong;
+  return EAuth::WRONG;
 }
 
-std::string HttpChallenges(const std::string& nonce) {
-  return std::string("WWW-Authenticate: Digest realm=\"") + kRealm + "\", qop=\"auth\", nonce=\"" + nonce +
-         "\"\r\nWWW-Authenticate: Basic realm=\"" + kRealm + "\"\r\n";
+std::string HTTPChallenges(const std::string& nonce) {
+  return std::string("WWW-Authenticate: Digest realm=\"") + REALM + "\", qop=\"auth\", nonce=\"" + nonce +
+         "\"\r\nWWW-Authenticate: Basic realm=\"" + REALM + "\"\r\n";
 }
 
 std::string Base64Encode(const std::string& bytes) {

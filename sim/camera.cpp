@@ -15,117 +15,117 @@ std::string RandomNonce() {
 
 }  // namespace
 
-CCamera::CCamera(const CIdentity& identity, const std::string& address, int httpPort, int rtspPort,
-                 CRtspLoop& loop)
-    : m_model(identity, address, httpPort, rtspPort),
-      m_soap(m_model),
-      m_nonce(RandomNonce()),
-      m_http([this](const CHttpRequest& request) { return Answer(request); }, [this] { return Manner(); }),
-      m_rtsp(m_model, loop),
-      m_notifier(m_model) {
-  FillKind(m_model);
-  m_model.powered = false;
-  if (identity.kind == "door") m_door = std::make_unique<CDoorStation>(m_model);
+CSimCamera::CSimCamera(const CSimIdentity& identity, const std::string& address, int httpPort, int rtspPort,
+                       CRTSPLoop& loop)
+    : m_Model(identity, address, httpPort, rtspPort),
+      m_SOAP(m_Model),
+      m_Nonce(RandomNonce()),
+      m_HTTP([this](const CHTTPRequest& request) { return Answer(request); }, [this] { return Manner(); }),
+      m_RTSP(m_Model, loop),
+      m_Notifier(m_Model) {
+  FillKind(m_Model);
+  m_Model.Powered = false;
+  if (identity.Kind == "door") m_PDoor = std::make_unique<CDoorStation>(m_Model);
 }
 
-CCamera::~CCamera() {
+CSimCamera::~CSimCamera() {
   PowerOff();
 }
 
-bool CCamera::PowerOn(std::string* error) {
-  const std::lock_guard guard(m_powerLock);
+bool CSimCamera::PowerOn(std::string* error) {
+  const std::lock_guard guard(m_PowerLock);
   return PowerOnLocked(error);
 }
 
-void CCamera::PowerOff() {
-  const std::lock_guard guard(m_powerLock);
+void CSimCamera::PowerOff() {
+  const std::lock_guard guard(m_PowerLock);
   PowerOffLocked();
 }
 
-bool CCamera::Move(const std::string& address, std::string* error) {
-  const std::lock_guard guard(m_powerLock);
-  const bool wasOn = m_on;
+bool CSimCamera::Move(const std::string& address, std::string* error) {
+  const std::lock_guard guard(m_PowerLock);
+  const bool wasOn = m_BOn;
   PowerOffLocked();
   {
-    const std::lock_guard model(m_model.lock);
-    m_model.address = address;
+    const std::lock_guard model(m_Model.Lock);
+    m_Model.Address = address;
   }
   return !wasOn || PowerOnLocked(error);
 }
 
-bool CCamera::PowerOnLocked(std::string* error) {
-  if (m_on) return true;
-  if (!m_http.Start(m_model.address, m_model.httpPort, error)) return false;
-  if (!m_rtsp.Start(error)) return m_http.Stop(), false;
-  if (m_door && !m_door->Start(error)) return m_rtsp.Stop(), m_http.Stop(), false;
-  m_notifier.Start();
-  m_on = true;
-  const std::lock_guard guard(m_model.lock);
-  m_model.powered = true;
+bool CSimCamera::PowerOnLocked(std::string* error) {
+  if (m_BOn) return true;
+  if (!m_HTTP.Start(m_Model.Address, m_Model.HTTPPort, error)) return false;
+  if (!m_RTSP.Start(error)) return m_HTTP.Stop(), false;
+  if (m_PDoor && !m_PDoor->Start(error)) return m_RTSP.Stop(), m_HTTP.Stop(), false;
+  m_Notifier.Start();
+  m_BOn = true;
+  const std::lock_guard guard(m_Model.Lock);
+  m_Model.Powered = true;
   return true;
 }
 
-void CCamera::PowerOffLocked() {
-  if (!m_on) return;
+void CSimCamera::PowerOffLocked() {
+  if (!m_BOn) return;
   {
-    const std::lock_guard guard(m_model.lock);
-    m_model.powered = false;
-    m_model.subscriptions.clear();
+    const std::lock_guard guard(m_Model.Lock);
+    m_Model.Powered = false;
+    m_Model.Subscriptions.clear();
   }
-  m_notifier.Stop();
-  if (m_door) m_door->Stop();
-  m_rtsp.Stop();
-  m_http.Stop();
-  m_on = false;
+  m_Notifier.Stop();
+  if (m_PDoor) m_PDoor->Stop();
+  m_RTSP.Stop();
+  m_HTTP.Stop();
+  m_BOn = false;
 }
 
-CHttpManner CCamera::Manner() const {
-  const std::lock_guard guard(m_model.lock);
-  const CQuirks& q = m_model.quirks;
-  return {q.http, q.httpKeepOpen, q.httpContinue, q.httpSegmentMs};
+CHTTPManner CSimCamera::Manner() const {
+  const std::lock_guard guard(m_Model.Lock);
+  const CQuirks& q = m_Model.Quirks;
+  return {q.HTTP, q.HTTPKeepOpen, q.HTTPContinue, q.HTTPSegmentMs};
 }
 
-CHttpReply CCamera::Answer(const CHttpRequest& request) {
-  if (request.method == "POST" && request.path.starts_with("/onvif/")) return AnswerSoap(request);
-  if (request.method == "GET" && request.path.starts_with("/snapshot.jpg?")) return AnswerSnapshot(request);
+CHTTPReply CSimCamera::Answer(const CHTTPRequest& request) {
+  if (request.Method == "POST" && request.Path.starts_with("/onvif/")) return AnswerSOAP(request);
+  if (request.Method == "GET" && request.Path.starts_with("/snapshot.jpg?")) return AnswerSnapshot(request);
   return {404, "text/plain", "", "no such page\n"};
 }
 
-CHttpReply CCamera::AnswerSnapshot(const CHttpRequest& request) {
+CHTTPReply CSimCamera::AnswerSnapshot(const CHTTPRequest& request) {
   CVideoEncoder encoder;
-  const std::string token = request.path.substr(request.path.rfind('=') + 1);
+  const std::string token = request.Path.substr(request.Path.rfind('=') + 1);
   {
-    const std::lock_guard guard(m_model.lock);
+    const std::lock_guard guard(m_Model.Lock);
     const std::string authorization = request.Header("authorization");
-    const AuthResult login = CheckHttpAuth(authorization, "GET", m_model.user, m_model.password, m_nonce);
-    if (login != AuthResult::ok) {
-      ++m_model.authFailures;
-      m_model.Note("snapshot", "unauthorized");
-      return {401, "text/plain", HttpChallenges(m_nonce), "unauthorized\n"};
+    const EAuth login = CheckHTTPAuth(authorization, "GET", m_Model.User, m_Model.Password, m_Nonce);
+    if (login != EAuth::OK) {
+      ++m_Model.AuthFailures;
+      m_Model.Note("snapshot", "unauthorized");
+      return {401, "text/plain", HTTPChallenges(m_Nonce), "unauthorized\n"};
     }
-    const CSimProfile* profile = m_model.ProfileByToken(token);
-    const bool offered = profile != nullptr && !m_model.quirks.noSnapshot;
-    m_model.Note("snapshot", offered ? "ok" : "not found");
+    const CSimProfile* profile = m_Model.ProfileByToken(token);
+    const bool offered = profile != nullptr && !m_Model.Quirks.NoSnapshot;
+    m_Model.Note("snapshot", offered ? "ok" : "not found");
     if (!offered) return {404, "text/plain", "", "no such picture\n"};
-    encoder = *m_model.EncoderByToken(profile->videoEncoder);
+    encoder = *m_Model.EncoderByToken(profile->VideoEncoder);
   }
-  return {200, "image/jpeg", "", EncodeJpeg(TakePicture(m_model, token, encoder), encoder.quality)};
+  return {200, "image/jpeg", "", EncodeJPEG(TakePicture(m_Model, token, encoder), encoder.Quality)};
 }
 
-nlohmann::json CCamera::State() {
-  m_rtsp.CountSessions();
-  const nlohmann::json door = m_door ? m_door->ToJson() : nlohmann::json();
-  const std::lock_guard guard(m_model.lock);
-  nlohmann::json state = m_model.ToJson();
-  if (m_door) state["door"] = door;
+nlohmann::json CSimCamera::State() {
+  m_RTSP.CountSessions();
+  const nlohmann::json door = m_PDoor ? m_PDoor->ToJSON() : nlohmann::json();
+  const std::lock_guard guard(m_Model.Lock);
+  nlohmann::json state = m_Model.ToJSON();
+  if (m_PDoor) state["door"] = door;
   return state;
 }
 
-CHttpReply CCamera::AnswerSoap(const CHttpRequest& request) {
+CHTTPReply CSimCamera::AnswerSOAP(const CHTTPRequest& request) {
   std::vector<std::string> changedProfiles;
-  CSoapAnswer answer =
-      m_soap.Handle(request.path, request.body, request.Header("authorization"), m_nonce, &changedProfiles);
-  for (const std::string& token : changedProfiles) m_rtsp.Restart(token);
-  const std::string extra = answer.status == 401 ? HttpChallenges(m_nonce) : "";
-  return {answer.status, "application/soap+xml; charset=utf-8", extra, std::move(answer.body)};
+  CSOAPAnswer answer =
+      m_SOAP.Handle(request.Path, request.Body, request.Header("authorization"), m_Nonce, &changedProfiles);
+  for (const std::string& token : changedProfiles) m_RTSP.Restart(token);
+  const std::string extra = answer.Status == 401 ? HTTPChallenges(m_Nonce) : "";
+  return {answer.Status, "application/soap+xml; charset=utf-8", extra, std::move(answer.Body)};
 }

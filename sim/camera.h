@@ -1,5 +1,6 @@
-#pragma once
 // One simulated camera: its model with everything that listens on its address.
+#pragma once
+
 #include "sim/door_station.h"
 #include "sim/http_front.h"
 #include "sim/model.h"
@@ -11,12 +12,13 @@
 #include <mutex>
 #include <string>
 
-class CCamera {
+class CSimCamera {
  public:
-  CCamera(const CIdentity& identity, const std::string& address, int httpPort, int rtspPort, CRtspLoop& loop);
-  ~CCamera();
+  CSimCamera(const CSimIdentity& identity, const std::string& address, int httpPort, int rtspPort,
+             CRTSPLoop& loop);
+  ~CSimCamera();
 
-  CCameraModel& Model() { return m_model; }
+  CCameraModel& Model() { return m_Model; }
   // The state as the control address shows it.
   nlohmann::json State();
   // Opens all sockets of the camera; false with a reason in `error`. Off closes them and ends every connection
@@ -26,23 +28,23 @@ class CCamera {
   // Takes another address, as after a new DHCP lease: off, moved, and on again if it was on.
   bool Move(const std::string& address, std::string* error);
   // Motion before the lens begins or ends: the pictures show it and subscribers are told, `times` times.
-  void Motion(bool on, int times) { m_notifier.PushMotion(on, times); }
+  void Motion(bool on, int times) { m_Notifier.PushMotion(on, times); }
 
  private:
-  CHttpReply Answer(const CHttpRequest& request);
-  CHttpReply AnswerSoap(const CHttpRequest& request);
-  CHttpReply AnswerSnapshot(const CHttpRequest& request);
-  CHttpManner Manner() const;
+  CHTTPReply Answer(const CHTTPRequest& request);
+  CHTTPReply AnswerSOAP(const CHTTPRequest& request);
+  CHTTPReply AnswerSnapshot(const CHTTPRequest& request);
+  CHTTPManner Manner() const;
   bool PowerOnLocked(std::string* error);
   void PowerOffLocked();
 
-  CCameraModel m_model;
-  CSoapServer m_soap;
-  const std::string m_nonce;  // of HTTP Digest challenges
-  CHttpFront m_http;
-  CRtspServer m_rtsp;
-  std::unique_ptr<CDoorStation> m_door;  // of a door station
-  CNotifier m_notifier;
-  std::mutex m_powerLock;  // one change of power at a time; taken before the model's lock
-  bool m_on = false;
+  CCameraModel m_Model;
+  CSOAPServer m_SOAP;
+  const std::string m_Nonce;  // of HTTP Digest challenges
+  CHTTPFront m_HTTP;
+  CRTSPFront m_RTSP;
+  std::unique_ptr<CDoorStation> m_PDoor;  // of a door station
+  CNotifier m_Notifier;
+  std::mutex m_PowerLock;  // one change of power at a time; taken before the model's lock
+  bool m_BOn = false;
 };

@@ -1,5 +1,6 @@
-#pragma once
 // The address where a test asks what the cameras saw and turns their switches: HTTP and JSON.
+#pragma once
+
 #include "sim/camera.h"
 
 #include <functional>
@@ -8,7 +9,7 @@
 #include <vector>
 
 // What can be asked and told there, a line each, as `camsim --help` shows it.
-inline constexpr char kControlHelp[] =
+inline constexpr char CONTROL_HELP[] =
     "GET  /cameras             the state of all cameras, as an array\n"
     "GET  /cameras/N           of one (N from 1); what is posted to it answers with this too\n"
     "POST /cameras/N/quirks    {\"http\":\"chunked\",\"clock_offset\":7200}, see --list-quirks\n"
@@ -20,7 +21,7 @@ inline constexpr char kControlHelp[] =
 
 class CControl {
  public:
-  CControl(std::vector<CCamera*> cameras, std::function<void()> quit);
+  CControl(std::vector<CSimCamera*> cameras, std::function<void()> quit);
   ~CControl();
   // `where` is ADDRESS:PORT. False with a reason in `error`.
   bool Start(const std::string& where, std::string* error);
@@ -28,7 +29,7 @@ class CControl {
 
  private:
   struct CServer;
-  std::vector<CCamera*> m_cameras;
-  std::function<void()> m_quit;
-  std::unique_ptr<CServer> m_server;
+  std::vector<CSimCamera*> m_Cameras;
+  std::function<void()> m_Quit;
+  std::unique_ptr<CServer> m_PServer;
 };

@@ -1,6 +1,7 @@
-#pragma once
 // WS-Discovery: answers probes for network video transmitters, one answer a camera, from the camera's own
 // address.
+#pragma once
+
 #include "sim/model.h"
 
 #include <atomic>
@@ -24,8 +25,8 @@ class CDiscovery {
  private:
   void Run();
 
-  std::vector<CCameraModel*> m_cameras;
-  std::atomic<bool> m_stop{false};
-  int m_socket = -1;
-  std::thread m_thread;
+  std::vector<CCameraModel*> m_Cameras;
+  std::atomic<bool> m_BStop{false};
+  int m_ISocket = -1;
+  std::thread m_Thread;
 };

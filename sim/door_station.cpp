@@ -13,11 +13,11 @@
 
 namespace {
 
-using Clock = CSipCallee::Clock;
+using Clock = CSIPCallee::Clock;
 
-constexpr int kFirstPort = 6000, kLastPort = 6098;  // of RTP, even; each call has another one
-constexpr int kKeptCalls = 10;                      // whose sound and figures are kept
-constexpr int kIdleMs = 1000;
+constexpr int FIRST_PORT = 6000, LAST_PORT = 6098;  // of RTP, even; each call has another one
+constexpr int KEPT_CALLS = 10;                      // whose sound and figures are kept
+constexpr int IDLE_MS = 1000;
 
 sockaddr_in At(const std::string& address, int port) {
   sockaddr_in at{};
@@ -65,66 +65,66 @@ ssize_t Receive(int fd, std::string* bytes, sockaddr_in* from, Clock::time_point
 }  // namespace
 
 bool CDoorStation::Start(std::string* error) {
-  const std::lock_guard guard(m_lock);
-  m_sip = OpenUdp(m_model.address, m_model.sipPort);
-  if (m_sip < 0) {
-    *error = "cannot listen on " + m_model.address + ":" + std::to_string(m_model.sipPort) +
+  const std::lock_guard guard(m_Lock);
+  m_ISIP = OpenUdp(m_Model.Address, m_Model.SIPPort);
+  if (m_ISIP < 0) {
+    *error = "cannot listen on " + m_Model.Address + ":" + std::to_string(m_Model.SIPPort) +
              " (SIP): " + std::strerror(errno);
     return false;
   }
-  m_wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  m_IWake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   const auto send = [this](const std::string& bytes, const sockaddr_in& to) {
-    sendto(m_sip, bytes.data(), bytes.size(), MSG_DONTWAIT, reinterpret_cast<const sockaddr*>(&to), sizeof to);
+    sendto(m_ISIP, bytes.data(), bytes.size(), MSG_DONTWAIT, reinterpret_cast<const sockaddr*>(&to), sizeof to);
   };
   const auto manner = [this] {
-    const std::lock_guard model(m_model.lock);
-    const CQuirks& q = m_model.quirks;
-    return CSipManner{q.sipInvite,   q.sipOptionsSilent, q.sipByeSilent, q.sipAnswerMs,
-                      q.sipLoseAcks, q.sipInfoMs,        q.sipHangUpMs};
+    const std::lock_guard model(m_Model.Lock);
+    const CQuirks& q = m_Model.Quirks;
+    return CSIPManner{q.SIPInvite,   q.SIPOptionsSilent, q.SIPByeSilent, q.SIPAnswerMs,
+                      q.SIPLoseAcks, q.SIPInfoMs,        q.SIPHangUpMs};
   };
   const auto note = [this](const std::string& request, const std::string& outcome) {
-    const std::lock_guard model(m_model.lock);
-    m_model.Note(request, outcome);
+    const std::lock_guard model(m_Model.Lock);
+    m_Model.Note(request, outcome);
   };
-  m_callee = std::make_unique<CSipCallee>(
-      m_model.address, m_model.sipPort, m_model.identity.serial,
-      CSipCallee::CLine{send, [this] { return OpenSpeaker(); },
-                        [this](const CSipCallState& last) { CloseCall(last); }, manner, note});
-  m_stop = false;
-  m_thread = std::thread([this] { Run(); });
+  m_PCallee = std::make_unique<CSIPCallee>(
+      m_Model.Address, m_Model.SIPPort, m_Model.Identity.Serial,
+      CSIPCallee::CLine{send, [this] { return OpenSpeaker(); },
+                        [this](const CSIPCallState& last) { CloseCall(last); }, manner, note});
+  m_BStop = false;
+  m_Thread = std::thread([this] { Run(); });
   return true;
 }
 
 void CDoorStation::Stop() {
-  if (!m_thread.joinable()) return;
-  m_stop = true;
-  eventfd_write(m_wake, 1);
-  m_thread.join();
-  const std::lock_guard guard(m_lock);
-  m_callee->Drop("power off");
-  close(m_sip);
-  close(m_wake);
+  if (!m_Thread.joinable()) return;
+  m_BStop = true;
+  eventfd_write(m_IWake, 1);
+  m_Thread.join();
+  const std::lock_guard guard(m_Lock);
+  m_PCallee->Drop("power off");
+  close(m_ISIP);
+  close(m_IWake);
 }
 
 void CDoorStation::Run() {
-  while (!m_stop) {
+  while (!m_BStop) {
     pollfd sockets[3];
-    int wait = kIdleMs;
+    int wait = IDLE_MS;
     {
-      const std::lock_guard guard(m_lock);
-      const Clock::time_point now = Clock::now(), due = m_callee->NextTimer();
-      if (due < now + std::chrono::milliseconds(kIdleMs))
+      const std::lock_guard guard(m_Lock);
+      const Clock::time_point now = Clock::now(), due = m_PCallee->NextTimer();
+      if (due < now + std::chrono::milliseconds(IDLE_MS))
         wait =
             std::max<int>(0, static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(due - now).count()));
-      sockets[0] = {m_wake, POLLIN, 0};
-      sockets[1] = {m_sip, POLLIN, 0};
-      sockets[2] = {m_sound, POLLIN, 0};  // -1 is passed over
+      sockets[0] = {m_IWake, POLLIN, 0};
+      sockets[1] = {m_ISIP, POLLIN, 0};
+      sockets[2] = {m_ISound, POLLIN, 0};  // -1 is passed over
     }
     poll(sockets, 3, wait);
-    const std::lock_guard guard(m_lock);
+    const std::lock_guard guard(m_Lock);
     if (sockets[2].revents != 0) ReceiveSound();
     if (sockets[1].revents != 0) ReceiveSip();
-    m_callee->OnTimer(Clock::now());
+    m_PCallee->OnTimer(Clock::now());
   }
 }
 
@@ -132,62 +132,62 @@ void CDoorStation::ReceiveSip() {
   std::string bytes(65536, '\0');
   sockaddr_in from{};
   Clock::time_point arrived;
-  const ssize_t n = Receive(m_sip, &bytes, &from, &arrived);
-  if (n > 0) m_callee->Receive(bytes.substr(0, static_cast<size_t>(n)), from, Clock::now());
+  const ssize_t n = Receive(m_ISIP, &bytes, &from, &arrived);
+  if (n > 0) m_PCallee->Receive(bytes.substr(0, static_cast<size_t>(n)), from, Clock::now());
 }
 
 void CDoorStation::ReceiveSound() {
   std::string bytes(4096, '\0');
   sockaddr_in from{};
   Clock::time_point arrived;
-  for (ssize_t n; m_sound >= 0 && (n = Receive(m_sound, &bytes, &from, &arrived)) >= 0;)
-    m_speaker.Packet(reinterpret_cast<const uint8_t*>(bytes.data()), static_cast<size_t>(n), arrived);
+  for (ssize_t n; m_ISound >= 0 && (n = Receive(m_ISound, &bytes, &from, &arrived)) >= 0;)
+    m_Speaker.Packet(reinterpret_cast<const uint8_t*>(bytes.data()), static_cast<size_t>(n), arrived);
 }
 
 int CDoorStation::OpenSpeaker() {
-  for (int tries = 0; tries < (kLastPort - kFirstPort) / 2 && m_sound < 0; ++tries) {
-    m_nextPort = m_nextPort < kFirstPort || m_nextPort >= kLastPort ? kFirstPort : m_nextPort + 2;
-    m_sound = OpenUdp(m_model.address, m_nextPort);
+  for (int tries = 0; tries < (LAST_PORT - FIRST_PORT) / 2 && m_ISound < 0; ++tries) {
+    m_INextPort = m_INextPort < FIRST_PORT || m_INextPort >= LAST_PORT ? FIRST_PORT : m_INextPort + 2;
+    m_ISound = OpenUdp(m_Model.Address, m_INextPort);
   }
-  if (m_sound < 0) return 0;
-  ++m_answered;
+  if (m_ISound < 0) return 0;
+  ++m_NAnswered;
   std::string path;
-  if (!m_model.soundFolder.empty()) {
+  if (!m_Model.SoundFolder.empty()) {
     const auto name = [&](int call) {
-      return m_model.soundFolder + "/" + m_model.identity.serial + "-call-" + std::to_string(call) + ".wav";
+      return m_Model.SoundFolder + "/" + m_Model.Identity.Serial + "-call-" + std::to_string(call) + ".wav";
     };
-    path = name(m_answered);
+    path = name(m_NAnswered);
     std::error_code ignored;
-    std::filesystem::create_directories(m_model.soundFolder, ignored);
-    std::filesystem::remove(name(m_answered - kKeptCalls), ignored);
+    std::filesystem::create_directories(m_Model.SoundFolder, ignored);
+    std::filesystem::remove(name(m_NAnswered - KEPT_CALLS), ignored);
   }
-  if (!m_speaker.Open(path)) std::fprintf(stderr, "camsim: cannot write %s\n", path.c_str());
-  return m_nextPort;
+  if (!m_Speaker.Open(path)) std::fprintf(stderr, "camsim: cannot write %s\n", path.c_str());
+  return m_INextPort;
 }
 
-void CDoorStation::CloseCall(const CSipCallState& last) {
-  if (m_sound < 0) return;  // never answered
-  m_speaker.Close();
-  m_ended.push_back(CallToJson(last));
-  if (m_ended.size() > kKeptCalls) m_ended.pop_front();
-  close(m_sound);
-  m_sound = -1;
+void CDoorStation::CloseCall(const CSIPCallState& last) {
+  if (m_ISound < 0) return;  // never answered
+  m_Speaker.Close();
+  m_Ended.push_back(CallToJson(last));
+  if (m_Ended.size() > KEPT_CALLS) m_Ended.pop_front();
+  close(m_ISound);
+  m_ISound = -1;
 }
 
-nlohmann::json CDoorStation::CallToJson(const CSipCallState& call) const {
-  nlohmann::json json = {{"id", call.id},       {"caller", call.caller},
-                         {"state", call.state}, {"answers_sent", call.answersSent},
-                         {"infos", call.infos}, {"infos_answered", call.infosAnswered}};
-  if (m_sound < 0) return json;  // not answered yet
-  json["number"] = m_answered;
-  json["rtp_port"] = m_nextPort;
-  json["speaker"] = m_speaker.ToJson();
+nlohmann::json CDoorStation::CallToJson(const CSIPCallState& call) const {
+  nlohmann::json json = {{"id", call.Id},       {"caller", call.Caller},
+                         {"state", call.State}, {"answers_sent", call.AnswersSent},
+                         {"infos", call.Infos}, {"infos_answered", call.InfosAnswered}};
+  if (m_ISound < 0) return json;  // not answered yet
+  json["number"] = m_NAnswered;
+  json["rtp_port"] = m_INextPort;
+  json["speaker"] = m_Speaker.ToJSON();
   return json;
 }
 
-nlohmann::json CDoorStation::ToJson() {
-  const std::lock_guard guard(m_lock);
-  m_speaker.Flush();
-  const std::optional<CSipCallState> call = m_callee ? m_callee->Call() : std::nullopt;
-  return {{"call", call ? CallToJson(*call) : nlohmann::json()}, {"answered", m_answered}, {"calls", m_ended}};
+nlohmann::json CDoorStation::ToJSON() {
+  const std::lock_guard guard(m_Lock);
+  m_Speaker.Flush();
+  const std::optional<CSIPCallState> call = m_PCallee ? m_PCallee->Call() : std::nullopt;
+  return {{"call", call ? CallToJson(*call) : nlohmann::json()}, {"answered", m_NAnswered}, {"calls", m_Ended}};
 }

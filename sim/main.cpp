@@ -17,16 +17,16 @@
 
 namespace {
 
-constexpr int kFirstHost = 11;  // cameras without an address of their own get 127.0.0.11, .12, ...
+constexpr int FIRST_HOST = 11;  // cameras without an address of their own get 127.0.0.11, .12, ...
 
-struct COptions {
-  std::vector<std::string> kinds, kindsAt, quirks;
-  std::string user = "admin", passwordEnv, interfaceName = "lo", control = "127.0.0.10:8900";
-  std::string soundFolder;
-  int httpPort = 8080, rtspPort = 8554, sipPort = 5060;
+struct CSimOptions {
+  std::vector<std::string> Kinds, KindsAt, Quirks;
+  std::string User = "admin", PasswordEnv, InterfaceName = "lo", Control = "127.0.0.10:8900";
+  std::string SoundFolder;
+  int HTTPPort = 8080, RTSPPort = 8554, SIPPort = 5060;
 };
 
-using Cameras = std::vector<std::unique_ptr<CCamera>>;
+using Cameras = std::vector<std::unique_ptr<CSimCamera>>;
 
 bool InterfaceAddress(const std::string& name, std::string* address) {
   ifaddrs* all = nullptr;
@@ -41,33 +41,33 @@ bool InterfaceAddress(const std::string& name, std::string* address) {
   return !address->empty();
 }
 
-bool AddCamera(const COptions& options, CRtspLoop& loop, const std::string& kind, const std::string& address,
+bool AddCamera(const CSimOptions& options, CRTSPLoop& loop, const std::string& kind, const std::string& address,
                Cameras* cameras, std::string* error) {
-  CIdentity identity;
+  CSimIdentity identity;
   if (!DescribeKind(kind, static_cast<int>(cameras->size()) + 1, &identity)) {
     *error = "no kind of camera is called '" + kind + "' (there are ptz, door and alarm)";
     return false;
   }
-  auto camera = std::make_unique<CCamera>(identity, address, options.httpPort, options.rtspPort, loop);
-  camera->Model().user = options.user;
-  const char* password = options.passwordEnv.empty() ? "secret" : std::getenv(options.passwordEnv.c_str());
+  auto camera = std::make_unique<CSimCamera>(identity, address, options.HTTPPort, options.RTSPPort, loop);
+  camera->Model().User = options.User;
+  const char* password = options.PasswordEnv.empty() ? "secret" : std::getenv(options.PasswordEnv.c_str());
   if (password == nullptr) {
-    *error = "the environment variable " + options.passwordEnv + " (--password-env) is not set";
+    *error = "the environment variable " + options.PasswordEnv + " (--password-env) is not set";
     return false;
   }
-  camera->Model().password = password;
-  camera->Model().sipPort = options.sipPort;
-  camera->Model().soundFolder = options.soundFolder;
+  camera->Model().Password = password;
+  camera->Model().SIPPort = options.SIPPort;
+  camera->Model().SoundFolder = options.SoundFolder;
   cameras->push_back(std::move(camera));
   return true;
 }
 
-bool MakeCameras(const COptions& options, CRtspLoop& loop, Cameras* cameras, std::string* error) {
-  for (const std::string& kind : options.kinds) {
-    const std::string address = "127.0.0." + std::to_string(kFirstHost + cameras->size());
+bool MakeCameras(const CSimOptions& options, CRTSPLoop& loop, Cameras* cameras, std::string* error) {
+  for (const std::string& kind : options.Kinds) {
+    const std::string address = "127.0.0." + std::to_string(FIRST_HOST + cameras->size());
     if (!AddCamera(options, loop, kind, address, cameras, error)) return false;
   }
-  for (const std::string& item : options.kindsAt) {
+  for (const std::string& item : options.KindsAt) {
     const size_t colon = item.find(':');
     if (colon == std::string::npos) {
       *error = "--camera-at takes ADDRESS:KIND, not '" + item + "'";
@@ -93,7 +93,7 @@ bool ApplyQuirk(const Cameras& cameras, const std::string& item, std::string* er
   }
   for (size_t i = 0; i < cameras.size(); ++i) {
     if (only != 0 && i + 1 != only) continue;
-    CQuirks& quirks = cameras[i]->Model().quirks;
+    CQuirks& quirks = cameras[i]->Model().Quirks;
     if (!SetQuirk(quirks, item.substr(from, equal - from), item.substr(equal + 1), error)) return false;
   }
   return true;
@@ -105,25 +105,25 @@ int Fail(const std::string& error) {
 }
 
 void PrintCamera(CCameraModel& model) {
-  std::printf("%-5s  %s  %s %s  serial %s\n", model.identity.kind.c_str(),
-              (model.HttpBase() + "/onvif/device_service").c_str(), model.identity.manufacturer.c_str(),
-              model.identity.model.c_str(), model.identity.serial.c_str());
+  std::printf("%-5s  %s  %s %s  serial %s\n", model.Identity.Kind.c_str(),
+              (model.HTTPBase() + "/onvif/device_service").c_str(), model.Identity.Manufacturer.c_str(),
+              model.Identity.Model.c_str(), model.Identity.Serial.c_str());
 }
 
-int Run(const COptions& options, const sigset_t& signals) {
+int Run(const CSimOptions& options, const sigset_t& signals) {
   std::string error, interfaceAddress;
-  CRtspLoop loop;
+  CRTSPLoop loop;
   Cameras cameras;
   if (!MakeCameras(options, loop, &cameras, &error)) return Fail(error);
-  for (const std::string& quirk : options.quirks)
+  for (const std::string& quirk : options.Quirks)
     if (!ApplyQuirk(cameras, quirk, &error)) return Fail(error);
-  if (!InterfaceAddress(options.interfaceName, &interfaceAddress))
-    return Fail("the interface " + options.interfaceName + " does not exist or has no IPv4 address");
+  if (!InterfaceAddress(options.InterfaceName, &interfaceAddress))
+    return Fail("the interface " + options.InterfaceName + " does not exist or has no IPv4 address");
 
-  std::vector<CCamera*> all;
+  std::vector<CSimCamera*> all;
   std::vector<CCameraModel*> models;
   for (const auto& camera : cameras) {
-    camera->Model().interfaceAddress = interfaceAddress;
+    camera->Model().InterfaceAddress = interfaceAddress;
     if (!camera->PowerOn(&error)) return Fail(error);
     all.push_back(camera.get());
     models.push_back(&camera->Model());
@@ -131,9 +131,9 @@ int Run(const COptions& options, const sigset_t& signals) {
   }
   CDiscovery discovery;
   CControl control(all, [] { kill(getpid(), SIGTERM); });
-  if (!discovery.Start(interfaceAddress, models, &error) || !control.Start(options.control, &error))
+  if (!discovery.Start(interfaceAddress, models, &error) || !control.Start(options.Control, &error))
     return Fail(error);
-  std::printf("control  http://%s/cameras\nready\n", options.control.c_str());
+  std::printf("control  http://%s/cameras\nready\n", options.Control.c_str());
   std::fflush(stdout);
 
   int signal = 0;
@@ -145,23 +145,23 @@ int Run(const COptions& options, const sigset_t& signals) {
 }
 
 int Main(int argc, char** argv) {
-  COptions options;
+  CSimOptions options;
   CLI::App app("Simulated ONVIF cameras on addresses of their own");
-  app.add_option("--camera", options.kinds, "A camera at the next address from 127.0.0.11: ptz, door or alarm");
-  app.add_option("--camera-at", options.kindsAt, "A camera at an address of its own: ADDRESS:KIND");
-  app.add_option("--user", options.user, "User name of all cameras")->capture_default_str();
-  app.add_option("--password-env", options.passwordEnv,
+  app.add_option("--camera", options.Kinds, "A camera at the next address from 127.0.0.11: ptz, door or alarm");
+  app.add_option("--camera-at", options.KindsAt, "A camera at an address of its own: ADDRESS:KIND");
+  app.add_option("--user", options.User, "User name of all cameras")->capture_default_str();
+  app.add_option("--password-env", options.PasswordEnv,
                  "Environment variable with the password (default: 'secret')");
-  app.add_option("--interface", options.interfaceName, "Interface of WS-Discovery and alarms")
+  app.add_option("--interface", options.InterfaceName, "Interface of WS-Discovery and alarms")
       ->capture_default_str();
-  app.add_option("--http-port", options.httpPort, "HTTP port of all cameras")->capture_default_str();
-  app.add_option("--rtsp-port", options.rtspPort, "RTSP port of all cameras")->capture_default_str();
-  app.add_option("--sip-port", options.sipPort, "SIP port of all door stations")->capture_default_str();
-  app.add_option("--sound-folder", options.soundFolder,
+  app.add_option("--http-port", options.HTTPPort, "HTTP port of all cameras")->capture_default_str();
+  app.add_option("--rtsp-port", options.RTSPPort, "RTSP port of all cameras")->capture_default_str();
+  app.add_option("--sip-port", options.SIPPort, "SIP port of all door stations")->capture_default_str();
+  app.add_option("--sound-folder", options.SoundFolder,
                  "Where the speakers of door stations keep their latest calls as WAV files");
-  app.add_option("--control", options.control, "Where state is asked and switches are turned")
+  app.add_option("--control", options.Control, "Where state is asked and switches are turned")
       ->capture_default_str();
-  app.add_option("--quirk", options.quirks,
+  app.add_option("--quirk", options.Quirks,
                  "[N:]NAME=VALUE, for camera N (from 1) or for all; see --list-quirks");
   app.add_flag_callback(
       "--list-quirks",
@@ -170,9 +170,9 @@ int Main(int argc, char** argv) {
         std::exit(0);
       },
       "Lists the switches and ends");
-  app.footer(std::string("The control address speaks HTTP and JSON:\n") + kControlHelp);
+  app.footer(std::string("The control address speaks HTTP and JSON:\n") + CONTROL_HELP);
   CLI11_PARSE(app, argc, argv);
-  if (options.kinds.empty() && options.kindsAt.empty()) options.kinds = {"ptz", "door", "alarm"};
+  if (options.Kinds.empty() && options.KindsAt.empty()) options.Kinds = {"ptz", "door", "alarm"};
 
   // All threads inherit the mask; only sigwait sees the end coming.
   sigset_t signals;

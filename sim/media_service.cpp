@@ -7,17 +7,18 @@
 namespace {
 
 struct CSize {
-  int width, height;
+  int Width, Height;
 };
 
-constexpr CSize kSizes[] = {{1280, 720}, {640, 480}, {640, 360}, {320, 240}, {176, 144}};
-constexpr const char* kH264Profiles[] = {"Baseline", "Main", "High"};
-constexpr int kBestQuality = 100, kMostFps = 25, kLongestInterval = 10, kLongestGov = 100;
-constexpr int kLeastBitrate = 64, kMostBitrate = 8192;  // kbit/s
+constexpr CSize SIZES[] = {{1280, 720}, {640, 480}, {640, 360}, {320, 240}, {176, 144}};
+constexpr const char* H264_PROFILES[] = {"Baseline", "Main", "High"};
+constexpr int BEST_QUALITY = 100, MOST_FPS = 25, LONGEST_INTERVAL = 10, LONGEST_GOV = 100;
+constexpr int LEAST_BITRATE = 64, MOST_BITRATE = 8192;  // kbit/s
 // Of a camera that rounds; it also takes Main for High.
-constexpr int kBitrateStep = 256, kQualityStep = 10, kFpsStep = 5, kGovStep = 10;
-constexpr char kSourceToken[] = "VS_0", kSourceConfigToken[] = "VSC_0";
-constexpr char kAudioSourceToken[] = "AS_0", kAudioSourceConfigToken[] = "ASC_0", kAudioEncoderToken[] = "AE_0";
+constexpr int BITRATE_STEP = 256, QUALITY_STEP = 10, FPS_STEP = 5, GOV_STEP = 10;
+constexpr char SOURCE_TOKEN[] = "VS_0", SOURCE_CONFIG_TOKEN[] = "VSC_0";
+constexpr char AUDIO_SOURCE_TOKEN[] = "AS_0", AUDIO_SOURCE_CONFIG_TOKEN[] = "ASC_0",
+               AUDIO_ENCODER_TOKEN[] = "AE_0";
 
 CFault NoProfile() {
   return InvalidArgument("ter:NoProfile", "The requested profile token does not exist");
@@ -51,48 +52,48 @@ void AddMulticast(pugi::xml_node parent) {
   Add(node, "tt:AutoStart", "false");
 }
 
-void AddVideoSourceConfig(CCall& call, pugi::xml_node parent, const char* name) {
-  pugi::xml_node node = Attr(Add(parent, name), "token", kSourceConfigToken);
+void AddVideoSourceConfig(CSOAPCall& call, pugi::xml_node parent, const char* name) {
+  pugi::xml_node node = Attr(Add(parent, name), "token", SOURCE_CONFIG_TOKEN);
   Add(node, "tt:Name", "VideoSourceConfig");
-  Add(node, "tt:UseCount", static_cast<int>(call.model.profiles.size()));
-  Add(node, "tt:SourceToken", kSourceToken);
+  Add(node, "tt:UseCount", static_cast<int>(call.Model.Profiles.size()));
+  Add(node, "tt:SourceToken", SOURCE_TOKEN);
   pugi::xml_node bounds = Attr(Attr(Add(node, "tt:Bounds"), "x", "0"), "y", "0");
-  Attr(Attr(bounds, "width", std::to_string(kSizes[0].width)), "height", std::to_string(kSizes[0].height));
+  Attr(Attr(bounds, "width", std::to_string(SIZES[0].Width)), "height", std::to_string(SIZES[0].Height));
 }
 
-void AddVideoEncoder(CCall& call, pugi::xml_node parent, const char* name, const CVideoEncoder& encoder) {
-  const auto& profiles = call.model.profiles;
+void AddVideoEncoder(CSOAPCall& call, pugi::xml_node parent, const char* name, const CVideoEncoder& encoder) {
+  const auto& profiles = call.Model.Profiles;
   const auto uses = std::count_if(profiles.begin(), profiles.end(), [&](const CSimProfile& profile) {
-    return profile.videoEncoder == encoder.token;
+    return profile.VideoEncoder == encoder.Token;
   });
-  pugi::xml_node node = Attr(Add(parent, name), "token", encoder.token);
-  Add(node, "tt:Name", encoder.name);
+  pugi::xml_node node = Attr(Add(parent, name), "token", encoder.Token);
+  Add(node, "tt:Name", encoder.Name);
   Add(node, "tt:UseCount", static_cast<int>(uses));
-  Add(node, "tt:Encoding", encoder.encoding);
-  AddSize(node, "tt:Resolution", encoder.width, encoder.height);
-  Add(node, "tt:Quality", encoder.quality);
+  Add(node, "tt:Encoding", encoder.Encoding);
+  AddSize(node, "tt:Resolution", encoder.Width, encoder.Height);
+  Add(node, "tt:Quality", encoder.Quality);
   pugi::xml_node rate = Add(node, "tt:RateControl");
-  Add(rate, "tt:FrameRateLimit", encoder.frameRate);
-  Add(rate, "tt:EncodingInterval", encoder.interval);
-  Add(rate, "tt:BitrateLimit", encoder.bitrate);
-  if (encoder.encoding == "H264") {
+  Add(rate, "tt:FrameRateLimit", encoder.FrameRate);
+  Add(rate, "tt:EncodingInterval", encoder.Interval);
+  Add(rate, "tt:BitrateLimit", encoder.Bitrate);
+  if (encoder.Encoding == "H264") {
     pugi::xml_node h264 = Add(node, "tt:H264");
-    Add(h264, "tt:GovLength", encoder.govLength);
-    Add(h264, "tt:H264Profile", encoder.h264Profile);
+    Add(h264, "tt:GovLength", encoder.GovLength);
+    Add(h264, "tt:H264Profile", encoder.H264Profile);
   }
   AddMulticast(node);
   Add(node, "tt:SessionTimeout", "PT60S");
 }
 
 void AddAudioSourceConfig(pugi::xml_node parent) {
-  pugi::xml_node node = Attr(Add(parent, "tt:AudioSourceConfiguration"), "token", kAudioSourceConfigToken);
+  pugi::xml_node node = Attr(Add(parent, "tt:AudioSourceConfiguration"), "token", AUDIO_SOURCE_CONFIG_TOKEN);
   Add(node, "tt:Name", "AudioSourceConfig");
   Add(node, "tt:UseCount", 1);
-  Add(node, "tt:SourceToken", kAudioSourceToken);
+  Add(node, "tt:SourceToken", AUDIO_SOURCE_TOKEN);
 }
 
 void AddAudioEncoder(pugi::xml_node parent, const char* name) {
-  pugi::xml_node node = Attr(Add(parent, name), "token", kAudioEncoderToken);
+  pugi::xml_node node = Attr(Add(parent, name), "token", AUDIO_ENCODER_TOKEN);
   Add(node, "tt:Name", "AudioEncoderConfig");
   Add(node, "tt:UseCount", 1);
   Add(node, "tt:Encoding", "G711");
@@ -102,75 +103,75 @@ void AddAudioEncoder(pugi::xml_node parent, const char* name) {
   Add(node, "tt:SessionTimeout", "PT60S");
 }
 
-void AddProfile(CCall& call, const char* name, const CSimProfile& profile) {
-  pugi::xml_node node = Attr(Attr(Add(call.out, name), "token", profile.token), "fixed", "true");
-  Add(node, "tt:Name", profile.name);
+void AddProfile(CSOAPCall& call, const char* name, const CSimProfile& profile) {
+  pugi::xml_node node = Attr(Attr(Add(call.Out, name), "token", profile.Token), "fixed", "true");
+  Add(node, "tt:Name", profile.Name);
   AddVideoSourceConfig(call, node, "tt:VideoSourceConfiguration");
-  if (profile.audio) AddAudioSourceConfig(node);
-  if (const CVideoEncoder* encoder = call.model.EncoderByToken(profile.videoEncoder))
+  if (profile.Audio) AddAudioSourceConfig(node);
+  if (const CVideoEncoder* encoder = call.Model.EncoderByToken(profile.VideoEncoder))
     AddVideoEncoder(call, node, "tt:VideoEncoderConfiguration", *encoder);
-  if (profile.audio) AddAudioEncoder(node, "tt:AudioEncoderConfiguration");
-  if (profile.ptz) AddPtzConfiguration(call.model, node, "tt:PTZConfiguration");
+  if (profile.Audio) AddAudioEncoder(node, "tt:AudioEncoderConfiguration");
+  if (profile.PTZ) AddPTZConfiguration(call.Model, node, "tt:PTZConfiguration");
 }
 
-COutcome GetProfiles(CCall& call) {
-  for (const CSimProfile& profile : call.model.profiles) AddProfile(call, "trt:Profiles", profile);
+COutcome GetProfiles(CSOAPCall& call) {
+  for (const CSimProfile& profile : call.Model.Profiles) AddProfile(call, "trt:Profiles", profile);
   return {};
 }
 
-COutcome GetProfile(CCall& call) {
-  const CSimProfile* profile = call.model.ProfileByToken(Text(call.in, "ProfileToken"));
+COutcome GetProfile(CSOAPCall& call) {
+  const CSimProfile* profile = call.Model.ProfileByToken(Text(call.In, "ProfileToken"));
   if (profile == nullptr) return NoProfile();
   AddProfile(call, "trt:Profile", *profile);
   return {};
 }
 
-COutcome GetVideoSources(CCall& call) {
-  pugi::xml_node node = Attr(Add(call.out, "trt:VideoSources"), "token", kSourceToken);
-  Add(node, "tt:Framerate", kMostFps);
-  AddSize(node, "tt:Resolution", kSizes[0].width, kSizes[0].height);
+COutcome GetVideoSources(CSOAPCall& call) {
+  pugi::xml_node node = Attr(Add(call.Out, "trt:VideoSources"), "token", SOURCE_TOKEN);
+  Add(node, "tt:Framerate", MOST_FPS);
+  AddSize(node, "tt:Resolution", SIZES[0].Width, SIZES[0].Height);
   return {};
 }
 
-COutcome GetVideoSourceConfigurations(CCall& call) {
-  AddVideoSourceConfig(call, call.out, "trt:Configurations");
+COutcome GetVideoSourceConfigurations(CSOAPCall& call) {
+  AddVideoSourceConfig(call, call.Out, "trt:Configurations");
   return {};
 }
 
-COutcome GetVideoEncoderConfigurations(CCall& call) {
-  for (const CVideoEncoder& encoder : call.model.encoders)
-    AddVideoEncoder(call, call.out, "trt:Configurations", encoder);
+COutcome GetVideoEncoderConfigurations(CSOAPCall& call) {
+  for (const CVideoEncoder& encoder : call.Model.Encoders)
+    AddVideoEncoder(call, call.Out, "trt:Configurations", encoder);
   return {};
 }
 
-COutcome GetVideoEncoderConfiguration(CCall& call) {
-  const CVideoEncoder* encoder = call.model.EncoderByToken(Text(call.in, "ConfigurationToken"));
+COutcome GetVideoEncoderConfiguration(CSOAPCall& call) {
+  const CVideoEncoder* encoder = call.Model.EncoderByToken(Text(call.In, "ConfigurationToken"));
   if (encoder == nullptr) return NoConfig();
-  AddVideoEncoder(call, call.out, "trt:Configuration", *encoder);
+  AddVideoEncoder(call, call.Out, "trt:Configuration", *encoder);
   return {};
 }
 
 pugi::xml_node AddEncodingOptions(pugi::xml_node parent, const char* name, bool gov) {
   pugi::xml_node node = Add(parent, name);
-  for (const CSize& size : kSizes) AddSize(node, "tt:ResolutionsAvailable", size.width, size.height);
-  if (gov) AddRange(node, "tt:GovLengthRange", 1, kLongestGov);
-  AddRange(node, "tt:FrameRateRange", 1, kMostFps);
-  AddRange(node, "tt:EncodingIntervalRange", 1, kLongestInterval);
+  for (const CSize& size : SIZES) AddSize(node, "tt:ResolutionsAvailable", size.Width, size.Height);
+  if (gov) AddRange(node, "tt:GovLengthRange", 1, LONGEST_GOV);
+  AddRange(node, "tt:FrameRateRange", 1, MOST_FPS);
+  AddRange(node, "tt:EncodingIntervalRange", 1, LONGEST_INTERVAL);
   if (gov)
-    for (const char* profile : kH264Profiles) Add(node, "tt:H264ProfilesSupported", profile);
+    for (const char* profile : H264_PROFILES) Add(node, "tt:H264ProfilesSupported", profile);
   return node;
 }
 
-COutcome GetVideoEncoderConfigurationOptions(CCall& call) {
-  const std::string token = Text(call.in, "ConfigurationToken");
-  if (!token.empty() && call.model.EncoderByToken(token) == nullptr) return NoConfig();
-  pugi::xml_node options = Add(call.out, "trt:Options");
-  AddRange(options, "tt:QualityRange", 1, kBestQuality);
+COutcome GetVideoEncoderConfigurationOptions(CSOAPCall& call) {
+  const std::string token = Text(call.In, "ConfigurationToken");
+  if (!token.empty() && call.Model.EncoderByToken(token) == nullptr) return NoConfig();
+  pugi::xml_node options = Add(call.Out, "trt:Options");
+  AddRange(options, "tt:QualityRange", 1, BEST_QUALITY);
   AddEncodingOptions(options, "tt:JPEG", false);
   AddEncodingOptions(options, "tt:H264", true);
   pugi::xml_node more = Add(options, "tt:Extension");
-  AddRange(AddEncodingOptions(more, "tt:JPEG", false), "tt:BitrateRange", kLeastBitrate, kMostBitrate);
-  AddRange(AddEncodingOptions(more, "tt:H264", true), "tt:BitrateRange", kLeastBitrate, kMostBitrate);
+  AddRange(AddEncodingOptions(more, "tt:JPEG", false), "tt:BitrateRange", LEAST_BITRATE, MOST_BITRATE);
+  AddRange(AddEncodingOptions(more, "tt:H264", true), "tt:BitrateRange", LEAST_BITRATE, MOST_BITRATE);
   return {};
 }
 
@@ -180,16 +181,16 @@ int Number(const pugi::xml_node& parent, const std::string& path, int otherwise)
 }
 
 CVideoEncoder ReadEncoder(const pugi::xml_node& in, CVideoEncoder encoder) {
-  if (const std::string name = Text(in, "Name"); !name.empty()) encoder.name = name;
-  if (const std::string encoding = Text(in, "Encoding"); !encoding.empty()) encoder.encoding = encoding;
-  encoder.width = Number(in, "Resolution/Width", encoder.width);
-  encoder.height = Number(in, "Resolution/Height", encoder.height);
-  encoder.quality = Number(in, "Quality", encoder.quality);
-  encoder.frameRate = Number(in, "RateControl/FrameRateLimit", encoder.frameRate);
-  encoder.interval = Number(in, "RateControl/EncodingInterval", encoder.interval);
-  encoder.bitrate = Number(in, "RateControl/BitrateLimit", encoder.bitrate);
-  encoder.govLength = Number(in, "H264/GovLength", encoder.govLength);
-  if (const std::string profile = Text(in, "H264/H264Profile"); !profile.empty()) encoder.h264Profile = profile;
+  if (const std::string name = Text(in, "Name"); !name.empty()) encoder.Name = name;
+  if (const std::string encoding = Text(in, "Encoding"); !encoding.empty()) encoder.Encoding = encoding;
+  encoder.Width = Number(in, "Resolution/Width", encoder.Width);
+  encoder.Height = Number(in, "Resolution/Height", encoder.Height);
+  encoder.Quality = Number(in, "Quality", encoder.Quality);
+  encoder.FrameRate = Number(in, "RateControl/FrameRateLimit", encoder.FrameRate);
+  encoder.Interval = Number(in, "RateControl/EncodingInterval", encoder.Interval);
+  encoder.Bitrate = Number(in, "RateControl/BitrateLimit", encoder.Bitrate);
+  encoder.GovLength = Number(in, "H264/GovLength", encoder.GovLength);
+  if (const std::string profile = Text(in, "H264/H264Profile"); !profile.empty()) encoder.H264Profile = profile;
   return encoder;
 }
 
@@ -199,17 +200,17 @@ bool Within(int value, int from, int to) {
 
 // Why a camera refuses these values; "" when it does not.
 std::string Objection(const CVideoEncoder& e) {
-  if (e.encoding != "JPEG" && e.encoding != "H264") return "Encoding not supported";
-  if (std::none_of(std::begin(kSizes), std::end(kSizes),
-                   [&](const CSize& size) { return size.width == e.width && size.height == e.height; }))
+  if (e.Encoding != "JPEG" && e.Encoding != "H264") return "Encoding not supported";
+  if (std::none_of(std::begin(SIZES), std::end(SIZES),
+                   [&](const CSize& size) { return size.Width == e.Width && size.Height == e.Height; }))
     return "Resolution not supported";
-  if (!Within(e.quality, 1, kBestQuality) || !Within(e.frameRate, 1, kMostFps) ||
-      !Within(e.interval, 1, kLongestInterval) || !Within(e.bitrate, kLeastBitrate, kMostBitrate))
+  if (!Within(e.Quality, 1, BEST_QUALITY) || !Within(e.FrameRate, 1, MOST_FPS) ||
+      !Within(e.Interval, 1, LONGEST_INTERVAL) || !Within(e.Bitrate, LEAST_BITRATE, MOST_BITRATE))
     return "Value out of range";
-  if (e.encoding != "H264") return "";
-  if (!Within(e.govLength, 1, kLongestGov)) return "GovLength out of range";
-  const auto known = [&](const char* profile) { return e.h264Profile == profile; };
-  return std::any_of(std::begin(kH264Profiles), std::end(kH264Profiles), known) ? ""
+  if (e.Encoding != "H264") return "";
+  if (!Within(e.GovLength, 1, LONGEST_GOV)) return "GovLength out of range";
+  const auto known = [&](const char* profile) { return e.H264Profile == profile; };
+  return std::any_of(std::begin(H264_PROFILES), std::end(H264_PROFILES), known) ? ""
                                                                                 : "H264 profile not supported";
 }
 
@@ -217,93 +218,93 @@ int Rounded(int value, int step, int most) {
   return std::clamp((value + step / 2) / step * step, step, most);
 }
 
-COutcome SetVideoEncoderConfiguration(CCall& call) {
-  const pugi::xml_node in = Child(call.in, "Configuration");
-  CVideoEncoder* encoder = call.model.EncoderByToken(in.attribute("token").value());
+COutcome SetVideoEncoderConfiguration(CSOAPCall& call) {
+  const pugi::xml_node in = Child(call.In, "Configuration");
+  CVideoEncoder* encoder = call.Model.EncoderByToken(in.attribute("token").value());
   if (encoder == nullptr) return NoConfig();
   CVideoEncoder wanted = ReadEncoder(in, *encoder);
-  const std::string& manner = call.model.quirks.encoderSet;
+  const std::string& manner = call.Model.Quirks.EncoderSet;
   if (manner == "refuse") return BadConfig("The configuration cannot be set");
   if (manner == "ignore") return {};
   if (manner == "round") {
-    wanted.bitrate = Rounded(wanted.bitrate, kBitrateStep, kMostBitrate);
-    wanted.quality = Rounded(wanted.quality, kQualityStep, kBestQuality);
-    wanted.frameRate = Rounded(wanted.frameRate, kFpsStep, kMostFps);
-    if (wanted.encoding == "H264") wanted.govLength = Rounded(wanted.govLength, kGovStep, kLongestGov);
-    if (wanted.h264Profile == "High") wanted.h264Profile = "Main";
+    wanted.Bitrate = Rounded(wanted.Bitrate, BITRATE_STEP, MOST_BITRATE);
+    wanted.Quality = Rounded(wanted.Quality, QUALITY_STEP, BEST_QUALITY);
+    wanted.FrameRate = Rounded(wanted.FrameRate, FPS_STEP, MOST_FPS);
+    if (wanted.Encoding == "H264") wanted.GovLength = Rounded(wanted.GovLength, GOV_STEP, LONGEST_GOV);
+    if (wanted.H264Profile == "High") wanted.H264Profile = "Main";
   }
   if (const std::string objection = Objection(wanted); !objection.empty()) return BadConfig(objection);
   if (wanted == *encoder) return {};
   *encoder = wanted;
-  ++encoder->changes;
-  for (const CSimProfile& profile : call.model.profiles)
-    if (profile.videoEncoder == encoder->token) call.changedProfiles.push_back(profile.token);
+  ++encoder->Changes;
+  for (const CSimProfile& profile : call.Model.Profiles)
+    if (profile.VideoEncoder == encoder->Token) call.ChangedProfiles.push_back(profile.Token);
   return {};
 }
 
-COutcome AddVideoEncoderConfiguration(CCall& call) {
-  CSimProfile* profile = call.model.ProfileByToken(Text(call.in, "ProfileToken"));
+COutcome AddVideoEncoderConfiguration(CSOAPCall& call) {
+  CSimProfile* profile = call.Model.ProfileByToken(Text(call.In, "ProfileToken"));
   if (profile == nullptr) return NoProfile();
-  const std::string token = Text(call.in, "ConfigurationToken");
-  if (call.model.EncoderByToken(token) == nullptr) return NoConfig();
-  if (profile->videoEncoder == token) return {};
-  profile->videoEncoder = token;
-  call.changedProfiles.push_back(profile->token);
+  const std::string token = Text(call.In, "ConfigurationToken");
+  if (call.Model.EncoderByToken(token) == nullptr) return NoConfig();
+  if (profile->VideoEncoder == token) return {};
+  profile->VideoEncoder = token;
+  call.ChangedProfiles.push_back(profile->Token);
   return {};
 }
 
 bool HasAudio(const CCameraModel& model) {
-  return std::any_of(model.profiles.begin(), model.profiles.end(),
-                     [](const CSimProfile& p) { return p.audio; });
+  return std::any_of(model.Profiles.begin(), model.Profiles.end(),
+                     [](const CSimProfile& p) { return p.Audio; });
 }
 
-COutcome GetAudioSources(CCall& call) {
-  if (HasAudio(call.model))
-    Add(Attr(Add(call.out, "trt:AudioSources"), "token", kAudioSourceToken), "tt:Channels", 1);
+COutcome GetAudioSources(CSOAPCall& call) {
+  if (HasAudio(call.Model))
+    Add(Attr(Add(call.Out, "trt:AudioSources"), "token", AUDIO_SOURCE_TOKEN), "tt:Channels", 1);
   return {};
 }
 
-COutcome GetAudioEncoderConfigurations(CCall& call) {
-  if (HasAudio(call.model)) AddAudioEncoder(call.out, "trt:Configurations");
+COutcome GetAudioEncoderConfigurations(CSOAPCall& call) {
+  if (HasAudio(call.Model)) AddAudioEncoder(call.Out, "trt:Configurations");
   return {};
 }
 
-void AddMediaUri(CCall& call, const std::string& uri) {
-  pugi::xml_node node = Add(call.out, "trt:MediaUri");
+void AddMediaUri(CSOAPCall& call, const std::string& uri) {
+  pugi::xml_node node = Add(call.Out, "trt:MediaUri");
   Add(node, "tt:Uri", uri);
   Add(node, "tt:InvalidAfterConnect", "false");
   Add(node, "tt:InvalidAfterReboot", "false");
   Add(node, "tt:Timeout", "PT0S");
 }
 
-COutcome GetStreamUri(CCall& call) {
-  const CSimProfile* profile = call.model.ProfileByToken(Text(call.in, "ProfileToken"));
+COutcome GetStreamUri(CSOAPCall& call) {
+  const CSimProfile* profile = call.Model.ProfileByToken(Text(call.In, "ProfileToken"));
   if (profile == nullptr) return NoProfile();
-  const std::string protocol = Text(call.in, "StreamSetup/Transport/Protocol");
-  if (Text(call.in, "StreamSetup/Stream") != "RTP-Unicast" || (protocol != "RTSP" && protocol != "UDP"))
+  const std::string protocol = Text(call.In, "StreamSetup/Transport/Protocol");
+  if (Text(call.In, "StreamSetup/Stream") != "RTP-Unicast" || (protocol != "RTSP" && protocol != "UDP"))
     return InvalidArgument("ter:InvalidStreamSetup", "Only RTP-Unicast over RTSP or UDP");
-  AddMediaUri(call, call.model.StreamUri(*profile));
+  AddMediaUri(call, call.Model.StreamURI(*profile));
   return {};
 }
 
-COutcome GetSnapshotUri(CCall& call) {
-  if (call.model.quirks.noSnapshot) return NotSupported("Snapshots are not supported");
-  const CSimProfile* profile = call.model.ProfileByToken(Text(call.in, "ProfileToken"));
+COutcome GetSnapshotUri(CSOAPCall& call) {
+  if (call.Model.Quirks.NoSnapshot) return NotSupported("Snapshots are not supported");
+  const CSimProfile* profile = call.Model.ProfileByToken(Text(call.In, "ProfileToken"));
   if (profile == nullptr) return NoProfile();
-  AddMediaUri(call, call.model.HttpBase() + "/snapshot.jpg?ch=1&profile=" + profile->token);
+  AddMediaUri(call, call.Model.HTTPBase() + "/snapshot.jpg?ch=1&profile=" + profile->Token);
   return {};
 }
 
-COutcome GetServiceCapabilities(CCall& call) {
+COutcome GetServiceCapabilities(CSOAPCall& call) {
   pugi::xml_node node =
-      Attr(Attr(Add(call.out, "trt:Capabilities"), "SnapshotUri", "true"), "Rotation", "false");
+      Attr(Attr(Add(call.Out, "trt:Capabilities"), "SnapshotUri", "true"), "Rotation", "false");
   Attr(Add(node, "trt:ProfileCapabilities"), "MaximumNumberOfProfiles",
-       std::to_string(call.model.profiles.size()));
+       std::to_string(call.Model.Profiles.size()));
   Attr(Attr(Add(node, "trt:StreamingCapabilities"), "RTPMulticast", "false"), "RTP_RTSP_TCP", "true");
   return {};
 }
 
-constexpr COperation kOperations[] = {
+constexpr CSOAPOperation OPERATIONS[] = {
     {"GetServiceCapabilities", true, GetServiceCapabilities},
     {"GetProfiles", false, GetProfiles},
     {"GetProfile", false, GetProfile},
@@ -324,6 +325,6 @@ constexpr COperation kOperations[] = {
 }  // namespace
 
 const CService& MediaService() {
-  static const CService g_service{ns::kMedia, "trt", kOperations};
+  static const CService g_service{ns::MEDIA, "trt", OPERATIONS};
   return g_service;
 }

@@ -1,5 +1,6 @@
-#pragma once
 // What a camera's microphone hears: a tone, or a sound file over and over. 8000 Hz, 16 bit, mono.
+#pragma once
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -7,9 +8,9 @@
 #include <vector>
 
 struct CMicrophone {
-  double toneHz = 440, level = 0.25;                  // level: amplitude, 1 is full scale
-  std::string file;                                   // "": the tone
-  std::shared_ptr<const std::vector<int16_t>> sound;  // of the file
+  double ToneHz = 440, Level = 0.25;                  // level: amplitude, 1 is full scale
+  std::string File;                                   // "": the tone
+  std::shared_ptr<const std::vector<int16_t>> Sound;  // of the file
 
   // `count` samples from the sample `position` on.
   void Fill(int16_t* samples, size_t count, uint64_t position) const;

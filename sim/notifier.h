@@ -1,5 +1,6 @@
-#pragma once
 // Pushes WS-BaseNotification messages to whoever has subscribed at a camera.
+#pragma once
+
 #include "sim/model.h"
 
 #include <condition_variable>
@@ -12,7 +13,7 @@
 // when the answer has come. All operations: any thread, without the model's lock.
 class CNotifier {
  public:
-  explicit CNotifier(CCameraModel& model) : m_model(model) {}
+  explicit CNotifier(CCameraModel& model) : m_Model(model) {}
   ~CNotifier() { Stop(); }
 
   void Start();
@@ -29,11 +30,11 @@ class CNotifier {
   void SendOver(int socket, const std::string& head, const std::string& body);
   bool Pieces(int socket, const std::string& bytes);
 
-  CCameraModel& m_model;
-  std::mutex m_lock;  // guards what follows; the model's lock may be taken under it
-  std::condition_variable m_changed;
-  bool m_stop = true;
-  int m_socket = -1;  // of the notification under way
-  std::deque<bool> m_waiting;
-  std::thread m_thread;
+  CCameraModel& m_Model;
+  std::mutex m_Lock;  // guards what follows; the model's lock may be taken under it
+  std::condition_variable m_Changed;
+  bool m_BStop = true;
+  int m_ISocket = -1;  // of the notification under way
+  std::deque<bool> m_Waiting;
+  std::thread m_Thread;
 };

@@ -10,14 +10,14 @@
 
 namespace {
 
-constexpr int kFaceWidth = 5, kFaceHeight = 7;
+constexpr int FACE_WIDTH = 5, FACE_HEIGHT = 7;
 
 struct CGlyph {
-  char character;
-  uint8_t rows[kFaceHeight];  // five bits each, the leftmost dot highest
+  char Character;
+  uint8_t Rows[FACE_HEIGHT];  // five bits each, the leftmost dot highest
 };
 
-constexpr CGlyph kFace[] = {
+constexpr CGlyph FACE[] = {
     {'0', {0x0e, 0x11, 0x13, 0x15, 0x19, 0x11, 0x0e}}, {'1', {0x04, 0x0c, 0x04, 0x04, 0x04, 0x04, 0x0e}},
     {'2', {0x0e, 0x11, 0x01, 0x02, 0x04, 0x08, 0x1f}}, {'3', {0x1f, 0x02, 0x04, 0x02, 0x01, 0x11, 0x0e}},
     {'4', {0x02, 0x06, 0x0a, 0x12, 0x1f, 0x02, 0x02}}, {'5', {0x1f, 0x10, 0x1e, 0x01, 0x01, 0x11, 0x0e}},
@@ -43,8 +43,8 @@ constexpr CGlyph kFace[] = {
 const CGlyph* FindGlyph(char character) {
   const char wanted =
       character >= 'a' && character <= 'z' ? static_cast<char>(character - 'a' + 'A') : character;
-  for (const CGlyph& glyph : kFace)
-    if (glyph.character == wanted) return &glyph;
+  for (const CGlyph& glyph : FACE)
+    if (glyph.Character == wanted) return &glyph;
   return nullptr;
 }
 
@@ -56,10 +56,10 @@ void FillPlane(uint8_t* plane, int stride, int left, int top, int right, int bot
 // Hands one band of 16 lines to the compressor; lines below the picture repeat its last one.
 void WriteBand(jpeg_compress_struct& jpeg, const CPicture& picture, int top) {
   JSAMPROW y[16], u[8], v[8];
-  uint8_t* base = const_cast<uint8_t*>(picture.bytes.data());  // the compressor only reads
-  uint8_t* chroma = base + picture.width * picture.height;
-  const int half = picture.width / 2, halfHeight = picture.height / 2;
-  for (int i = 0; i < 16; ++i) y[i] = base + std::min(top + i, picture.height - 1) * picture.width;
+  uint8_t* base = const_cast<uint8_t*>(picture.Bytes.data());  // the compressor only reads
+  uint8_t* chroma = base + picture.Width * picture.Height;
+  const int half = picture.Width / 2, halfHeight = picture.Height / 2;
+  for (int i = 0; i < 16; ++i) y[i] = base + std::min(top + i, picture.Height - 1) * picture.Width;
   for (int i = 0; i < 8; ++i) {
     u[i] = chroma + std::min(top / 2 + i, halfHeight - 1) * half;
     v[i] = u[i] + half * halfHeight;
@@ -71,35 +71,35 @@ void WriteBand(jpeg_compress_struct& jpeg, const CPicture& picture, int top) {
 }  // namespace
 
 void CPicture::Resize(int w, int h) {
-  width = w;
-  height = h;
-  bytes.resize(static_cast<size_t>(w * h * 3 / 2));
+  Width = w;
+  Height = h;
+  Bytes.resize(static_cast<size_t>(w * h * 3 / 2));
 }
 
 void FillRect(CPicture& picture, int x, int y, int w, int h, const CColor& color) {
-  const int left = std::clamp(x, 0, picture.width), right = std::clamp(x + w, left, picture.width);
-  const int top = std::clamp(y, 0, picture.height), bottom = std::clamp(y + h, top, picture.height);
-  FillPlane(picture.Y(), picture.width, left, top, right, bottom, color.y);
-  FillPlane(picture.U(), picture.width / 2, left / 2, top / 2, right / 2, bottom / 2, color.u);
-  FillPlane(picture.V(), picture.width / 2, left / 2, top / 2, right / 2, bottom / 2, color.v);
+  const int left = std::clamp(x, 0, picture.Width), right = std::clamp(x + w, left, picture.Width);
+  const int top = std::clamp(y, 0, picture.Height), bottom = std::clamp(y + h, top, picture.Height);
+  FillPlane(picture.Y(), picture.Width, left, top, right, bottom, color.Y);
+  FillPlane(picture.U(), picture.Width / 2, left / 2, top / 2, right / 2, bottom / 2, color.U);
+  FillPlane(picture.V(), picture.Width / 2, left / 2, top / 2, right / 2, bottom / 2, color.V);
 }
 
 void DrawLabel(CPicture& picture, int x, int y, int scale, const std::string& text, const CColor& color) {
   for (const char character : text) {
     if (const CGlyph* glyph = FindGlyph(character))
-      for (int row = 0; row < kFaceHeight; ++row)
-        for (int dot = 0; dot < kFaceWidth; ++dot)
-          if ((glyph->rows[row] >> (kFaceWidth - 1 - dot) & 1) != 0)
+      for (int row = 0; row < FACE_HEIGHT; ++row)
+        for (int dot = 0; dot < FACE_WIDTH; ++dot)
+          if ((glyph->Rows[row] >> (FACE_WIDTH - 1 - dot) & 1) != 0)
             FillRect(picture, x + dot * scale, y + row * scale, scale, scale, color);
-    x += (kFaceWidth + 1) * scale;
+    x += (FACE_WIDTH + 1) * scale;
   }
 }
 
 int LabelWidth(const std::string& text, int scale) {
-  return static_cast<int>(text.size()) * (kFaceWidth + 1) * scale;
+  return static_cast<int>(text.size()) * (FACE_WIDTH + 1) * scale;
 }
 
-std::string EncodeJpeg(const CPicture& picture, int quality) {
+std::string EncodeJPEG(const CPicture& picture, int quality) {
   jpeg_compress_struct jpeg{};
   jpeg_error_mgr errors{};
   jpeg.err = jpeg_std_error(&errors);
@@ -107,8 +107,8 @@ std::string EncodeJpeg(const CPicture& picture, int quality) {
   unsigned char* out = nullptr;
   unsigned long size = 0;
   jpeg_mem_dest(&jpeg, &out, &size);
-  jpeg.image_width = static_cast<JDIMENSION>(picture.width);
-  jpeg.image_height = static_cast<JDIMENSION>(picture.height);
+  jpeg.image_width = static_cast<JDIMENSION>(picture.Width);
+  jpeg.image_height = static_cast<JDIMENSION>(picture.Height);
   jpeg.input_components = 3;
   jpeg.in_color_space = JCS_YCbCr;
   jpeg_set_defaults(&jpeg);  // 4:2:0 and the standard tables

@@ -1,22 +1,23 @@
-#pragma once
 // Pictures in I420 (Y, then U and V at half size, rows without padding) and what is drawn into them.
+#pragma once
+
 #include <cstdint>
 #include <string>
 #include <vector>
 
 struct CColor {
-  uint8_t y, u, v;
+  uint8_t Y, U, V;
 };
 
 struct CPicture {
-  int width = 0, height = 0;  // both even
-  std::vector<uint8_t> bytes;
+  int Width = 0, Height = 0;  // both even
+  std::vector<uint8_t> Bytes;
 
   void Resize(int w, int h);
-  uint8_t* Y() { return bytes.data(); }
-  uint8_t* U() { return bytes.data() + width * height; }
-  uint8_t* V() { return U() + width * height / 4; }
-  const uint8_t* Y() const { return bytes.data(); }
+  uint8_t* Y() { return Bytes.data(); }
+  uint8_t* U() { return Bytes.data() + Width * Height; }
+  uint8_t* V() { return U() + Width * Height / 4; }
+  const uint8_t* Y() const { return Bytes.data(); }
 };
 
 // Fills the part of the rectangle that lies inside the picture.
@@ -26,4 +27,4 @@ void DrawLabel(CPicture& picture, int x, int y, int scale, const std::string& te
 int LabelWidth(const std::string& text, int scale);
 
 // A baseline JPEG (4:2:0, standard Huffman tables) of the picture; quality 1 to 100.
-std::string EncodeJpeg(const CPicture& picture, int quality);
+std::string EncodeJPEG(const CPicture& picture, int quality);

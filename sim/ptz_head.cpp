@@ -5,11 +5,11 @@
 
 namespace {
 
-constexpr double kFullSpeed = 0.5;    // units a second at speed 1
-constexpr double kPresetSpeed = 1.5;  // units a second when heading for a position
+constexpr double FULL_SPEED = 0.5;    // units a second at speed 1
+constexpr double PRESET_SPEED = 1.5;  // units a second when heading for a position
 
-CPtzVector Clamp(const CPtzVector& v) {
-  return {std::clamp(v.pan, -1.0, 1.0), std::clamp(v.tilt, -1.0, 1.0), std::clamp(v.zoom, 0.0, 1.0)};
+CPTZVector Clamp(const CPTZVector& v) {
+  return {std::clamp(v.Pan, -1.0, 1.0), std::clamp(v.Tilt, -1.0, 1.0), std::clamp(v.Zoom, 0.0, 1.0)};
 }
 
 double Approach(double from, double to, double step) {
@@ -18,67 +18,67 @@ double Approach(double from, double to, double step) {
 
 }  // namespace
 
-void CPtzHead::Advance(Clock::time_point now) {
-  if (m_at == Clock::time_point{}) m_at = now;
-  const Clock::time_point end = m_seeking ? now : std::clamp(m_until, m_at, std::max(m_at, now));
-  const double seconds = std::chrono::duration<double>(end - m_at).count();
-  m_at = std::max(m_at, now);
-  if (m_seeking) {
-    const double step = seconds * kPresetSpeed;
-    m_position = {Approach(m_position.pan, m_target.pan, step), Approach(m_position.tilt, m_target.tilt, step),
-                  Approach(m_position.zoom, m_target.zoom, step)};
+void CPTZHead::Advance(Clock::time_point now) {
+  if (m_At == Clock::time_point{}) m_At = now;
+  const Clock::time_point end = m_BSeeking ? now : std::clamp(m_Until, m_At, std::max(m_At, now));
+  const double seconds = std::chrono::duration<double>(end - m_At).count();
+  m_At = std::max(m_At, now);
+  if (m_BSeeking) {
+    const double step = seconds * PRESET_SPEED;
+    m_Position = {Approach(m_Position.Pan, m_Target.Pan, step), Approach(m_Position.Tilt, m_Target.Tilt, step),
+                  Approach(m_Position.Zoom, m_Target.Zoom, step)};
     return;
   }
-  const double step = seconds * kFullSpeed;
-  m_position = Clamp({m_position.pan + m_speed.pan * step, m_position.tilt + m_speed.tilt * step,
-                      m_position.zoom + m_speed.zoom * step});
-  if (now >= m_until) m_speed = {};
+  const double step = seconds * FULL_SPEED;
+  m_Position = Clamp({m_Position.Pan + m_Speed.Pan * step, m_Position.Tilt + m_Speed.Tilt * step,
+                      m_Position.Zoom + m_Speed.Zoom * step});
+  if (now >= m_Until) m_Speed = {};
 }
 
-void CPtzHead::Continuous(const CPtzVector& speed, Clock::duration timeout, Clock::time_point now) {
+void CPTZHead::Continuous(const CPTZVector& speed, Clock::duration timeout, Clock::time_point now) {
   Advance(now);
-  m_seeking = false;
-  m_speed = speed;
-  m_until = now + timeout;
+  m_BSeeking = false;
+  m_Speed = speed;
+  m_Until = now + timeout;
 }
 
-void CPtzHead::MoveTo(const CPtzVector& target, Clock::time_point now) {
+void CPTZHead::MoveTo(const CPTZVector& target, Clock::time_point now) {
   Advance(now);
-  m_seeking = true;
-  m_speed = {};
-  m_target = Clamp(target);
+  m_BSeeking = true;
+  m_Speed = {};
+  m_Target = Clamp(target);
 }
 
-void CPtzHead::Stop(bool panTilt, bool zoom, Clock::time_point now) {
+void CPTZHead::Stop(bool panTilt, bool zoom, Clock::time_point now) {
   Advance(now);
   if (panTilt) {
-    m_speed.pan = m_speed.tilt = 0;
-    m_target.pan = m_position.pan;
-    m_target.tilt = m_position.tilt;
+    m_Speed.Pan = m_Speed.Tilt = 0;
+    m_Target.Pan = m_Position.Pan;
+    m_Target.Tilt = m_Position.Tilt;
   }
   if (zoom) {
-    m_speed.zoom = 0;
-    m_target.zoom = m_position.zoom;
+    m_Speed.Zoom = 0;
+    m_Target.Zoom = m_Position.Zoom;
   }
 }
 
-CPtzVector CPtzHead::Position(Clock::time_point now) {
+CPTZVector CPTZHead::Position(Clock::time_point now) {
   Advance(now);
-  return m_position;
+  return m_Position;
 }
 
-CPtzVector CPtzHead::Target(Clock::time_point now) {
+CPTZVector CPTZHead::Target(Clock::time_point now) {
   Advance(now);
-  return m_seeking ? m_target : m_position;
+  return m_BSeeking ? m_Target : m_Position;
 }
 
-bool CPtzHead::MovingPanTilt(Clock::time_point now) {
+bool CPTZHead::MovingPanTilt(Clock::time_point now) {
   Advance(now);
-  if (!m_seeking) return m_speed.pan != 0 || m_speed.tilt != 0;
-  return m_position.pan != m_target.pan || m_position.tilt != m_target.tilt;
+  if (!m_BSeeking) return m_Speed.Pan != 0 || m_Speed.Tilt != 0;
+  return m_Position.Pan != m_Target.Pan || m_Position.Tilt != m_Target.Tilt;
 }
 
-bool CPtzHead::MovingZoom(Clock::time_point now) {
+bool CPTZHead::MovingZoom(Clock::time_point now) {
   Advance(now);
-  return m_seeking ? m_position.zoom != m_target.zoom : m_speed.zoom != 0;
+  return m_BSeeking ? m_Position.Zoom != m_Target.Zoom : m_Speed.Zoom != 0;
 }

@@ -8,22 +8,22 @@
 
 namespace {
 
-using Clock = CPtzHead::Clock;
+using Clock = CPTZHead::Clock;
 
-constexpr char kSpaces[] = "http://www.onvif.org/ver10/tptz/";
-constexpr char kAbsPanTilt[] = "PanTiltSpaces/PositionGenericSpace",
-               kAbsZoom[] = "ZoomSpaces/PositionGenericSpace";
-constexpr char kRelPanTilt[] = "PanTiltSpaces/TranslationGenericSpace";
-constexpr char kRelFov[] = "PanTiltSpaces/TranslationSpaceFov",
-               kRelZoom[] = "ZoomSpaces/TranslationGenericSpace";
-constexpr char kVelPanTilt[] = "PanTiltSpaces/VelocityGenericSpace",
-               kVelZoom[] = "ZoomSpaces/VelocityGenericSpace";
-constexpr char kNodeToken[] = "PTZNode_0", kConfigToken[] = "PTZConfig_0";
-constexpr size_t kMostPresets = 32;
-constexpr std::chrono::seconds kDefaultTimeout{10};  // a move without Stop ends after this
+constexpr char SPACES[] = "http://www.onvif.org/ver10/tptz/";
+constexpr char ABS_PAN_TILT[] = "PanTiltSpaces/PositionGenericSpace",
+               ABS_ZOOM[] = "ZoomSpaces/PositionGenericSpace";
+constexpr char REL_PAN_TILT[] = "PanTiltSpaces/TranslationGenericSpace";
+constexpr char REL_FOV[] = "PanTiltSpaces/TranslationSpaceFov",
+               REL_ZOOM[] = "ZoomSpaces/TranslationGenericSpace";
+constexpr char VEL_PAN_TILT[] = "PanTiltSpaces/VelocityGenericSpace",
+               VEL_ZOOM[] = "ZoomSpaces/VelocityGenericSpace";
+constexpr char NODE_TOKEN[] = "PTZNode_0", CONFIG_TOKEN[] = "PTZConfig_0";
+constexpr size_t MOST_PRESETS = 32;
+constexpr std::chrono::seconds DEFAULT_TIMEOUT{10};  // a move without Stop ends after this
 
 std::string Space(const char* path) {
-  return std::string(kSpaces) + path;
+  return std::string(SPACES) + path;
 }
 
 void AddRange(pugi::xml_node parent, const char* name, const char* from, const char* to) {
@@ -47,20 +47,20 @@ void AddSpace1D(pugi::xml_node parent, const char* name, const char* space, cons
 
 void AddSpaces(pugi::xml_node parent, const char* name) {
   pugi::xml_node node = Add(parent, name);
-  AddSpace2D(node, "tt:AbsolutePanTiltPositionSpace", kAbsPanTilt);
-  AddSpace1D(node, "tt:AbsoluteZoomPositionSpace", kAbsZoom, "0.0");
-  AddSpace2D(node, "tt:RelativePanTiltTranslationSpace", kRelPanTilt);
-  AddSpace2D(node, "tt:RelativePanTiltTranslationSpace", kRelFov);
-  AddSpace1D(node, "tt:RelativeZoomTranslationSpace", kRelZoom, "-1.0");
-  AddSpace2D(node, "tt:ContinuousPanTiltVelocitySpace", kVelPanTilt);
-  AddSpace1D(node, "tt:ContinuousZoomVelocitySpace", kVelZoom, "-1.0");
+  AddSpace2D(node, "tt:AbsolutePanTiltPositionSpace", ABS_PAN_TILT);
+  AddSpace1D(node, "tt:AbsoluteZoomPositionSpace", ABS_ZOOM, "0.0");
+  AddSpace2D(node, "tt:RelativePanTiltTranslationSpace", REL_PAN_TILT);
+  AddSpace2D(node, "tt:RelativePanTiltTranslationSpace", REL_FOV);
+  AddSpace1D(node, "tt:RelativeZoomTranslationSpace", REL_ZOOM, "-1.0");
+  AddSpace2D(node, "tt:ContinuousPanTiltVelocitySpace", VEL_PAN_TILT);
+  AddSpace1D(node, "tt:ContinuousZoomVelocitySpace", VEL_ZOOM, "-1.0");
 }
 
 // The profile that a request names, when it can move.
-COutcome FindProfile(CCall& call) {
-  const CSimProfile* profile = call.model.ProfileByToken(Text(call.in, "ProfileToken"));
+COutcome FindProfile(CSOAPCall& call) {
+  const CSimProfile* profile = call.Model.ProfileByToken(Text(call.In, "ProfileToken"));
   if (profile == nullptr) return InvalidArgument("ter:NoProfile", "The requested profile token does not exist");
-  if (!profile->ptz) return InvalidArgument("ter:NoPTZProfile", "The profile has no PTZ configuration");
+  if (!profile->PTZ) return InvalidArgument("ter:NoPTZProfile", "The profile has no PTZ configuration");
   return {};
 }
 
@@ -73,159 +73,159 @@ double Value(const pugi::xml_node& element, const char* attribute) {
   return std::clamp(value, -1.0, 1.0);
 }
 
-COutcome GetNodes(CCall& call) {
-  const bool one = LocalName(call.in) == "GetNode";
-  if (one && Text(call.in, "NodeToken") != kNodeToken)
+COutcome GetNodes(CSOAPCall& call) {
+  const bool one = LocalName(call.In) == "GetNode";
+  if (one && Text(call.In, "NodeToken") != NODE_TOKEN)
     return InvalidArgument("ter:NoEntity", "No such PTZ node");
-  pugi::xml_node node = Attr(Add(call.out, "tptz:PTZNode"), "token", kNodeToken);
+  pugi::xml_node node = Attr(Add(call.Out, "tptz:PTZNode"), "token", NODE_TOKEN);
   Add(node, "tt:Name", "Dome");
   AddSpaces(node, "tt:SupportedPTZSpaces");
-  Add(node, "tt:MaximumNumberOfPresets", static_cast<int>(kMostPresets));
+  Add(node, "tt:MaximumNumberOfPresets", static_cast<int>(MOST_PRESETS));
   Add(node, "tt:HomeSupported", "false");
   return {};
 }
 
-COutcome GetConfigurations(CCall& call) {
-  AddPtzConfiguration(call.model, call.out, "tptz:PTZConfiguration");
+COutcome GetConfigurations(CSOAPCall& call) {
+  AddPTZConfiguration(call.Model, call.Out, "tptz:PTZConfiguration");
   return {};
 }
 
-COutcome GetConfigurationOptions(CCall& call) {
-  pugi::xml_node options = Add(call.out, "tptz:PTZConfigurationOptions");
+COutcome GetConfigurationOptions(CSOAPCall& call) {
+  pugi::xml_node options = Add(call.Out, "tptz:PTZConfigurationOptions");
   AddSpaces(options, "tt:Spaces");
   AddRange(options, "tt:PTZTimeout", "PT1S", "PT60S");
   return {};
 }
 
-void AddVector(pugi::xml_node parent, const char* name, const CPtzVector& at) {
+void AddVector(pugi::xml_node parent, const char* name, const CPTZVector& at) {
   pugi::xml_node node = Add(parent, name);
-  pugi::xml_node panTilt = Attr(Add(node, "tt:PanTilt"), "x", std::to_string(at.pan));
-  Attr(Attr(panTilt, "y", std::to_string(at.tilt)), "space", Space(kAbsPanTilt));
-  Attr(Attr(Add(node, "tt:Zoom"), "x", std::to_string(at.zoom)), "space", Space(kAbsZoom));
+  pugi::xml_node panTilt = Attr(Add(node, "tt:PanTilt"), "x", std::to_string(at.Pan));
+  Attr(Attr(panTilt, "y", std::to_string(at.Tilt)), "space", Space(ABS_PAN_TILT));
+  Attr(Attr(Add(node, "tt:Zoom"), "x", std::to_string(at.Zoom)), "space", Space(ABS_ZOOM));
 }
 
-COutcome GetPresets(CCall& call) {
+COutcome GetPresets(CSOAPCall& call) {
   if (COutcome fault = FindProfile(call)) return fault;
-  for (const CPreset& preset : call.model.presets) {
-    pugi::xml_node node = Attr(Add(call.out, "tptz:Preset"), "token", preset.token);
-    Add(node, "tt:Name", preset.name);
-    AddVector(node, "tt:PTZPosition", preset.position);
+  for (const CPreset& preset : call.Model.Presets) {
+    pugi::xml_node node = Attr(Add(call.Out, "tptz:Preset"), "token", preset.Token);
+    Add(node, "tt:Name", preset.Name);
+    AddVector(node, "tt:PTZPosition", preset.Position);
   }
   return {};
 }
 
-COutcome SetPreset(CCall& call) {
+COutcome SetPreset(CSOAPCall& call) {
   if (COutcome fault = FindProfile(call)) return fault;
-  const std::string token = Text(call.in, "PresetToken"), name = Text(call.in, "PresetName");
-  CPreset* preset = call.model.PresetByToken(token);
+  const std::string token = Text(call.In, "PresetToken"), name = Text(call.In, "PresetName");
+  CPreset* preset = call.Model.PresetByToken(token);
   if (preset == nullptr && !token.empty()) return NoPreset();
   if (preset == nullptr) {
-    if (call.model.presets.size() >= kMostPresets)
+    if (call.Model.Presets.size() >= MOST_PRESETS)
       return CFault{500, "Receiver", "ter:Action", "ter:TooManyPresets", "Maximum number of presets reached"};
-    const std::string number = std::to_string(call.model.nextPreset++);
-    preset = &call.model.presets.emplace_back(CPreset{number, "Preset " + number, {}});
+    const std::string number = std::to_string(call.Model.NextPreset++);
+    preset = &call.Model.Presets.emplace_back(CPreset{number, "Preset " + number, {}});
   }
-  if (!name.empty()) preset->name = name;
-  preset->position = call.model.head.Position(Clock::now());
-  ++call.model.ptzCount.stored;
-  Add(call.out, "tptz:PresetToken", preset->token);
+  if (!name.empty()) preset->Name = name;
+  preset->Position = call.Model.Head.Position(Clock::now());
+  ++call.Model.PTZCounts.Stored;
+  Add(call.Out, "tptz:PresetToken", preset->Token);
   return {};
 }
 
-COutcome RemovePreset(CCall& call) {
+COutcome RemovePreset(CSOAPCall& call) {
   if (COutcome fault = FindProfile(call)) return fault;
-  const std::string token = Text(call.in, "PresetToken");
+  const std::string token = Text(call.In, "PresetToken");
   const auto gone =
-      std::erase_if(call.model.presets, [&](const CPreset& preset) { return preset.token == token; });
+      std::erase_if(call.Model.Presets, [&](const CPreset& preset) { return preset.Token == token; });
   if (gone == 0) return NoPreset();
   return {};
 }
 
-COutcome GotoPreset(CCall& call) {
+COutcome GotoPreset(CSOAPCall& call) {
   if (COutcome fault = FindProfile(call)) return fault;
-  const CPreset* preset = call.model.PresetByToken(Text(call.in, "PresetToken"));
+  const CPreset* preset = call.Model.PresetByToken(Text(call.In, "PresetToken"));
   if (preset == nullptr) return NoPreset();
-  call.model.head.MoveTo(preset->position, Clock::now());
-  ++call.model.ptzCount.recalled;
-  call.model.ptzCount.lastPreset = preset->token;
+  call.Model.Head.MoveTo(preset->Position, Clock::now());
+  ++call.Model.PTZCounts.Recalled;
+  call.Model.PTZCounts.LastPreset = preset->Token;
   return {};
 }
 
-void CountMove(CCall& call, const pugi::xml_node& panTilt, const pugi::xml_node& zoom) {
-  if (panTilt) ++call.model.ptzCount.moves;
-  if (zoom) ++call.model.ptzCount.zooms;
+void CountMove(CSOAPCall& call, const pugi::xml_node& panTilt, const pugi::xml_node& zoom) {
+  if (panTilt) ++call.Model.PTZCounts.Moves;
+  if (zoom) ++call.Model.PTZCounts.Zooms;
 }
 
 Clock::duration Timeout(const std::string& text) {
   const int seconds = text.starts_with("PT") && text.ends_with("S") ? std::atoi(text.c_str() + 2) : 0;
-  return seconds > 0 ? std::chrono::seconds(seconds) : kDefaultTimeout;
+  return seconds > 0 ? std::chrono::seconds(seconds) : DEFAULT_TIMEOUT;
 }
 
-COutcome ContinuousMove(CCall& call) {
+COutcome ContinuousMove(CSOAPCall& call) {
   if (COutcome fault = FindProfile(call)) return fault;
-  const pugi::xml_node panTilt = Child(call.in, "Velocity/PanTilt"), zoom = Child(call.in, "Velocity/Zoom");
+  const pugi::xml_node panTilt = Child(call.In, "Velocity/PanTilt"), zoom = Child(call.In, "Velocity/Zoom");
   if (!panTilt && !zoom) return InvalidArgument("ter:InvalidVelocity", "Velocity is missing");
-  call.model.head.Continuous({Value(panTilt, "x"), Value(panTilt, "y"), Value(zoom, "x")},
-                             Timeout(Text(call.in, "Timeout")), Clock::now());
+  call.Model.Head.Continuous({Value(panTilt, "x"), Value(panTilt, "y"), Value(zoom, "x")},
+                             Timeout(Text(call.In, "Timeout")), Clock::now());
   CountMove(call, panTilt, zoom);
   return {};
 }
 
-COutcome RelativeMove(CCall& call) {
+COutcome RelativeMove(CSOAPCall& call) {
   if (COutcome fault = FindProfile(call)) return fault;
-  const pugi::xml_node panTilt = Child(call.in, "Translation/PanTilt"),
-                       zoom = Child(call.in, "Translation/Zoom");
+  const pugi::xml_node panTilt = Child(call.In, "Translation/PanTilt"),
+                       zoom = Child(call.In, "Translation/Zoom");
   if (!panTilt && !zoom) return InvalidArgument("ter:InvalidTranslation", "Translation is missing");
   const std::string space = panTilt.attribute("space").value();
-  const bool fov = space.empty() ? call.model.quirks.ptzSpace == "fov" : space == Space(kRelFov);
-  CPtzVector to = call.model.head.Target(Clock::now());
-  to.pan += Value(panTilt, "x") * (fov ? HalfViewPan(to.zoom) : 1);
-  to.tilt += Value(panTilt, "y") * (fov ? HalfViewTilt(to.zoom) : 1);
-  to.zoom += Value(zoom, "x");
-  call.model.head.MoveTo(to, Clock::now());
+  const bool fov = space.empty() ? call.Model.Quirks.PTZSpace == "fov" : space == Space(REL_FOV);
+  CPTZVector to = call.Model.Head.Target(Clock::now());
+  to.Pan += Value(panTilt, "x") * (fov ? HalfViewPan(to.Zoom) : 1);
+  to.Tilt += Value(panTilt, "y") * (fov ? HalfViewTilt(to.Zoom) : 1);
+  to.Zoom += Value(zoom, "x");
+  call.Model.Head.MoveTo(to, Clock::now());
   CountMove(call, panTilt, zoom);
   return {};
 }
 
-COutcome AbsoluteMove(CCall& call) {
+COutcome AbsoluteMove(CSOAPCall& call) {
   if (COutcome fault = FindProfile(call)) return fault;
-  const pugi::xml_node panTilt = Child(call.in, "Position/PanTilt"), zoom = Child(call.in, "Position/Zoom");
+  const pugi::xml_node panTilt = Child(call.In, "Position/PanTilt"), zoom = Child(call.In, "Position/Zoom");
   if (!panTilt && !zoom) return InvalidArgument("ter:InvalidPosition", "Position is missing");
-  CPtzVector to = call.model.head.Target(Clock::now());
-  if (panTilt) to.pan = Value(panTilt, "x");
-  if (panTilt) to.tilt = Value(panTilt, "y");
-  if (zoom) to.zoom = Value(zoom, "x");
-  call.model.head.MoveTo(to, Clock::now());
+  CPTZVector to = call.Model.Head.Target(Clock::now());
+  if (panTilt) to.Pan = Value(panTilt, "x");
+  if (panTilt) to.Tilt = Value(panTilt, "y");
+  if (zoom) to.Zoom = Value(zoom, "x");
+  call.Model.Head.MoveTo(to, Clock::now());
   CountMove(call, panTilt, zoom);
   return {};
 }
 
-COutcome Stop(CCall& call) {
+COutcome Stop(CSOAPCall& call) {
   if (COutcome fault = FindProfile(call)) return fault;
-  call.model.head.Stop(Text(call.in, "PanTilt") != "false", Text(call.in, "Zoom") != "false", Clock::now());
-  ++call.model.ptzCount.stops;
+  call.Model.Head.Stop(Text(call.In, "PanTilt") != "false", Text(call.In, "Zoom") != "false", Clock::now());
+  ++call.Model.PTZCounts.Stops;
   return {};
 }
 
-COutcome GetStatus(CCall& call) {
+COutcome GetStatus(CSOAPCall& call) {
   if (COutcome fault = FindProfile(call)) return fault;
   const auto now = Clock::now();
-  CPtzHead& head = call.model.head;
-  pugi::xml_node status = Add(call.out, "tptz:PTZStatus");
+  CPTZHead& head = call.Model.Head;
+  pugi::xml_node status = Add(call.Out, "tptz:PTZStatus");
   AddVector(status, "tt:Position", head.Position(now));
   pugi::xml_node moving = Add(status, "tt:MoveStatus");
   Add(moving, "tt:PanTilt", head.MovingPanTilt(now) ? "MOVING" : "IDLE");
   Add(moving, "tt:Zoom", head.MovingZoom(now) ? "MOVING" : "IDLE");
-  Add(status, "tt:UtcTime", UtcText(call.model.Clock()));
+  Add(status, "tt:UtcTime", UTCText(call.Model.Clock()));
   return {};
 }
 
-COutcome GetServiceCapabilities(CCall& call) {
-  Attr(Attr(Add(call.out, "tptz:Capabilities"), "MoveStatus", "true"), "StatusPosition", "true");
+COutcome GetServiceCapabilities(CSOAPCall& call) {
+  Attr(Attr(Add(call.Out, "tptz:Capabilities"), "MoveStatus", "true"), "StatusPosition", "true");
   return {};
 }
 
-constexpr COperation kOperations[] = {
+constexpr CSOAPOperation OPERATIONS[] = {
     {"GetServiceCapabilities", true, GetServiceCapabilities},
     {"GetNodes", false, GetNodes},
     {"GetNode", false, GetNodes},
@@ -245,24 +245,24 @@ constexpr COperation kOperations[] = {
 
 }  // namespace
 
-void AddPtzConfiguration(const CCameraModel& model, pugi::xml_node parent, const char* name) {
-  pugi::xml_node node = Attr(Add(parent, name), "token", kConfigToken);
+void AddPTZConfiguration(const CCameraModel& model, pugi::xml_node parent, const char* name) {
+  pugi::xml_node node = Attr(Add(parent, name), "token", CONFIG_TOKEN);
   Add(node, "tt:Name", "PTZConfig");
-  Add(node, "tt:UseCount", static_cast<int>(model.profiles.size()));
-  Add(node, "tt:NodeToken", kNodeToken);
-  Add(node, "tt:DefaultAbsolutePantTiltPositionSpace", Space(kAbsPanTilt));  // sic, in the ONVIF schema
-  Add(node, "tt:DefaultAbsoluteZoomPositionSpace", Space(kAbsZoom));
+  Add(node, "tt:UseCount", static_cast<int>(model.Profiles.size()));
+  Add(node, "tt:NodeToken", NODE_TOKEN);
+  Add(node, "tt:DefaultAbsolutePantTiltPositionSpace", Space(ABS_PAN_TILT));  // sic, in the ONVIF schema
+  Add(node, "tt:DefaultAbsoluteZoomPositionSpace", Space(ABS_ZOOM));
   Add(node, "tt:DefaultRelativePanTiltTranslationSpace",
-      Space(model.quirks.ptzSpace == "fov" ? kRelFov : kRelPanTilt));
-  Add(node, "tt:DefaultRelativeZoomTranslationSpace", Space(kRelZoom));
-  Add(node, "tt:DefaultContinuousPanTiltVelocitySpace", Space(kVelPanTilt));
-  Add(node, "tt:DefaultContinuousZoomVelocitySpace", Space(kVelZoom));
+      Space(model.Quirks.PTZSpace == "fov" ? REL_FOV : REL_PAN_TILT));
+  Add(node, "tt:DefaultRelativeZoomTranslationSpace", Space(REL_ZOOM));
+  Add(node, "tt:DefaultContinuousPanTiltVelocitySpace", Space(VEL_PAN_TILT));
+  Add(node, "tt:DefaultContinuousZoomVelocitySpace", Space(VEL_ZOOM));
   Add(node, "tt:DefaultPTZTimeout", "PT10S");
-  AddSpace2D(Add(node, "tt:PanTiltLimits"), "tt:Range", kAbsPanTilt);
-  AddSpace1D(Add(node, "tt:ZoomLimits"), "tt:Range", kAbsZoom, "0.0");
+  AddSpace2D(Add(node, "tt:PanTiltLimits"), "tt:Range", ABS_PAN_TILT);
+  AddSpace1D(Add(node, "tt:ZoomLimits"), "tt:Range", ABS_ZOOM, "0.0");
 }
 
-const CService& PtzService() {
-  static const CService g_service{ns::kPtz, "tptz", kOperations};
+const CService& PTZService() {
+  static const CService g_service{ns::PTZ, "tptz", OPERATIONS};
   return g_service;
 }

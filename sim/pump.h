@@ -1,5 +1,6 @@
-#pragma once
 // Feeds the pictures of one running stream: renders at the profile's frame rate while somebody takes them.
+#pragma once
+
 #include "sim/model.h"
 #include "sim/picture.h"
 
@@ -27,16 +28,16 @@ class CPump {
   void Run();
   void PushPicture();
 
-  CCameraModel& m_model;
-  const std::string m_token;
-  const CVideoEncoder m_encoder;
-  GstAppSrc* const m_source;  // a reference of our own
-  CPicture m_picture;
-  std::atomic<bool> m_wanted{false};  // the source asked for a picture
-  std::mutex m_lock;                  // guards what follows
-  std::condition_variable m_stopped;
-  bool m_stop = false;
-  std::thread m_thread;
+  CCameraModel& m_Model;
+  const std::string m_Token;
+  const CVideoEncoder m_Encoder;
+  GstAppSrc* const m_PSource;  // a reference of our own
+  CPicture m_Picture;
+  std::atomic<bool> m_Wanted{false};  // the source asked for a picture
+  std::mutex m_Lock;                  // guards what follows
+  std::condition_variable m_Stopped;
+  bool m_BStop = false;
+  std::thread m_Thread;
 };
 
 // A picture of the profile as it is now, with the counter that the stream's next one will have. Takes the

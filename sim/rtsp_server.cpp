@@ -7,31 +7,31 @@
 
 namespace {
 
-constexpr char kRole[] = "viewer";
-constexpr guint kCleanSeconds = 2;  // how often timed-out sessions are looked for
-constexpr guint16 kFirstUdpPort = 20000, kLastUdpPort = 20999;
-constexpr std::chrono::milliseconds kCloseTime{1500};  // for connections to end
+constexpr char ROLE[] = "viewer";
+constexpr guint CLEAN_SECONDS = 2;  // how often timed-out sessions are looked for
+constexpr guint16 FIRST_UDP_PORT = 20000, LAST_UDP_PORT = 20999;
+constexpr std::chrono::milliseconds CLOSE_TIME{1500};  // for connections to end
 
 // Clients set up the tracks they want; without this the pictures or the sound that nobody wants would end in
 // nothing, which fails the whole stream for all who watch it.
-constexpr char kUnwatched[] = "! tee allow-not-linked=true ";
+constexpr char UNWATCHED[] = "! tee allow-not-linked=true ";
 
 // A picture waits at the end of the pipeline until its time has come, which beside a slower sound track is
 // longer than the pictures of a fast stream are apart; the source must not wait with it.
-constexpr char kRelief[] = "! queue max-size-buffers=4 max-size-bytes=0 max-size-time=0 ";
+constexpr char RELIEF[] = "! queue max-size-buffers=4 max-size-bytes=0 max-size-time=0 ";
 
 // The pipeline of a stream in GStreamer's launch notation. The source holds one picture at most.
 std::string Launch(const CVideoEncoder& encoder, bool audio, bool parameterSetsInBand) {
   std::string text =
       "( appsrc name=video is-live=true format=time do-timestamp=true max-buffers=1 max-bytes=0 ";
   const std::string size =
-      ",width=" + std::to_string(encoder.width) + ",height=" + std::to_string(encoder.height);
+      ",width=" + std::to_string(encoder.Width) + ",height=" + std::to_string(encoder.Height);
   const std::string rate =
-      ",framerate=" + std::to_string(encoder.frameRate) + "/" + std::to_string(encoder.interval) + "\" ";
-  if (encoder.encoding == "JPEG") {
-    text += "caps=\"image/jpeg" + size + rate + kRelief + kUnwatched + "! rtpjpegpay name=pay0 pt=26 ";
+      ",framerate=" + std::to_string(encoder.FrameRate) + "/" + std::to_string(encoder.Interval) + "\" ";
+  if (encoder.Encoding == "JPEG") {
+    text += "caps=\"image/jpeg" + size + rate + RELIEF + UNWATCHED + "! rtpjpegpay name=pay0 pt=26 ";
   } else {
-    std::string profile = encoder.h264Profile == "Baseline" ? "constrained-baseline" : encoder.h264Profile;
+    std::string profile = encoder.H264Profile == "Baseline" ? "constrained-baseline" : encoder.H264Profile;
     for (char& c : profile) c = static_cast<char>(g_ascii_tolower(c));
     // The fastest preset leaves out the tools that make a Main or High stream one.
     const std::string tools = profile == "high"   ? "cabac=1:8x8dct=1"
@@ -39,16 +39,16 @@ std::string Launch(const CVideoEncoder& encoder, bool audio, bool parameterSetsI
                                                   : "cabac=0";
     text += "caps=\"video/x-raw,format=I420" + size + rate +
             "! x264enc name=encoder tune=zerolatency aud=false speed-preset=ultrafast threads=1 bitrate=" +
-            std::to_string(encoder.bitrate) + " key-int-max=" + std::to_string(encoder.govLength) +
+            std::to_string(encoder.Bitrate) + " key-int-max=" + std::to_string(encoder.GovLength) +
             " option-string=\"" + tools +
-            ":scenecut=0\" ! video/x-h264,stream-format=avc,alignment=au,profile=" + profile + " " + kRelief +
-            kUnwatched + "! rtph264pay name=pay0 pt=96 config-interval=" + (parameterSetsInBand ? "-1 " : "0 ");
+            ":scenecut=0\" ! video/x-h264,stream-format=avc,alignment=au,profile=" + profile + " " + RELIEF +
+            UNWATCHED + "! rtph264pay name=pay0 pt=96 config-interval=" + (parameterSetsInBand ? "-1 " : "0 ");
   }
   if (audio)
     text +=
         "audiotestsrc name=sound is-live=true wave=silence samplesperbuffer=160 ! "
         "audio/x-raw,format=S16LE,rate=8000,channels=1 ! mulawenc " +
-        std::string(kUnwatched) + "! rtppcmupay name=pay1 pt=0 ";
+        std::string(UNWATCHED) + "! rtppcmupay name=pay1 pt=0 ";
   return text + ")";
 }
 
@@ -56,7 +56,7 @@ GstRTSPAuth* MakeAuth(const std::string& user, const std::string& password) {
   GstRTSPAuth* auth = gst_rtsp_auth_new();
   gst_rtsp_auth_set_supported_methods(auth, GST_RTSP_AUTH_DIGEST);
   gst_rtsp_auth_set_realm(auth, "camera");
-  GstRTSPToken* token = gst_rtsp_token_new(GST_RTSP_TOKEN_MEDIA_FACTORY_ROLE, G_TYPE_STRING, kRole, nullptr);
+  GstRTSPToken* token = gst_rtsp_token_new(GST_RTSP_TOKEN_MEDIA_FACTORY_ROLE, G_TYPE_STRING, ROLE, nullptr);
   gst_rtsp_auth_add_digest(auth, user.c_str(), password.c_str(), token);
   gst_rtsp_token_unref(token);
   return auth;
@@ -80,8 +80,8 @@ GstPadProbeReturn Hear(GstPad*, GstPadProbeInfo* info, gpointer owner) {
   GstMapInfo map;
   if (!gst_buffer_map(buffer, &map, GST_MAP_WRITE)) return GST_PAD_PROBE_OK;
   auto* model = static_cast<CCameraModel*>(owner);
-  std::unique_lock guard(model->lock);
-  const CMicrophone microphone = model->microphone;
+  std::unique_lock guard(model->Lock);
+  const CMicrophone microphone = model->Microphone;
   guard.unlock();
   microphone.Fill(reinterpret_cast<int16_t*>(map.data), map.size / 2, GST_BUFFER_OFFSET(buffer));
   gst_buffer_unmap(buffer, &map);
@@ -177,21 +177,21 @@ int ClientCount(GstRTSPServer* server) {
 
 }  // namespace
 
-CRtspLoop::CRtspLoop() : m_loop(g_main_loop_new(nullptr, FALSE)) {
-  m_thread = std::thread([this] { g_main_loop_run(m_loop); });
+CRTSPLoop::CRTSPLoop() : m_Loop(g_main_loop_new(nullptr, FALSE)) {
+  m_Thread = std::thread([this] { g_main_loop_run(m_Loop); });
   Run([] {});
 }
 
-CRtspLoop::~CRtspLoop() {
-  Run([this] { g_main_loop_quit(m_loop); });
-  m_thread.join();
-  g_main_loop_unref(m_loop);
+CRTSPLoop::~CRTSPLoop() {
+  Run([this] { g_main_loop_quit(m_Loop); });
+  m_Thread.join();
+  g_main_loop_unref(m_Loop);
 }
 
-void CRtspLoop::Run(const std::function<void()>& work) {
+void CRTSPLoop::Run(const std::function<void()>& work) {
   struct CJob {
-    const std::function<void()>& work;
-    std::promise<void> done;
+    const std::function<void()>& Work;
+    std::promise<void> Done;
   } job{work, {}};
   GSource* source = g_idle_source_new();
   g_source_set_priority(source, G_PRIORITY_DEFAULT);
@@ -199,126 +199,126 @@ void CRtspLoop::Run(const std::function<void()>& work) {
       source,
       [](gpointer data) -> gboolean {
         auto* todo = static_cast<CJob*>(data);
-        todo->work();
-        todo->done.set_value();
+        todo->Work();
+        todo->Done.set_value();
         return G_SOURCE_REMOVE;
       },
       &job, nullptr);
   g_source_attach(source, nullptr);
   g_source_unref(source);
-  job.done.get_future().wait();
+  job.Done.get_future().wait();
 }
 
-bool CRtspServer::Start(std::string* error) {
+bool CRTSPFront::Start(std::string* error) {
   bool started = false;
-  m_loop.Run([&] { started = StartInLoop(error); });
+  m_Loop.Run([&] { started = StartInLoop(error); });
   return started;
 }
 
-void CRtspServer::Stop() {
-  if (m_server == nullptr) return;
-  m_loop.Run([this] { StopInLoop(); });
+void CRTSPFront::Stop() {
+  if (m_PServer == nullptr) return;
+  m_Loop.Run([this] { StopInLoop(); });
 }
 
-bool CRtspServer::StartInLoop(std::string* error) {
-  m_server = NewCameraServer(this);
-  gst_rtsp_server_set_address(m_server, m_model.address.c_str());
-  gst_rtsp_server_set_service(m_server, std::to_string(m_model.rtspPort).c_str());
-  GstRTSPAuth* auth = MakeAuth(m_model.user, m_model.password);
-  gst_rtsp_server_set_auth(m_server, auth);
+bool CRTSPFront::StartInLoop(std::string* error) {
+  m_PServer = NewCameraServer(this);
+  gst_rtsp_server_set_address(m_PServer, m_Model.Address.c_str());
+  gst_rtsp_server_set_service(m_PServer, std::to_string(m_Model.RTSPPort).c_str());
+  GstRTSPAuth* auth = MakeAuth(m_Model.User, m_Model.Password);
+  gst_rtsp_server_set_auth(m_PServer, auth);
   g_object_unref(auth);
-  for (const CSimProfile& profile : m_model.profiles) Mount(profile);
+  for (const CSimProfile& profile : m_Model.Profiles) Mount(profile);
   GError* reason = nullptr;
-  m_source = gst_rtsp_server_create_source(m_server, nullptr, &reason);
-  if (m_source == nullptr) {
-    *error = "cannot listen on " + m_model.address + ":" + std::to_string(m_model.rtspPort) +
+  m_PSource = gst_rtsp_server_create_source(m_PServer, nullptr, &reason);
+  if (m_PSource == nullptr) {
+    *error = "cannot listen on " + m_Model.Address + ":" + std::to_string(m_Model.RTSPPort) +
              " (RTSP): " + (reason == nullptr ? "unknown" : reason->message);
     g_clear_error(&reason);
-    g_object_unref(m_server);
-    m_server = nullptr;
+    g_object_unref(m_PServer);
+    m_PServer = nullptr;
     return false;
   }
-  g_source_attach(m_source, nullptr);
-  m_cleaner = g_timeout_add_seconds(
-      kCleanSeconds,
+  g_source_attach(m_PSource, nullptr);
+  m_NCleaner = g_timeout_add_seconds(
+      CLEAN_SECONDS,
       [](gpointer server) -> gboolean {
         GstRTSPSessionPool* pool = gst_rtsp_server_get_session_pool(GST_RTSP_SERVER(server));
         gst_rtsp_session_pool_cleanup(pool);
         g_object_unref(pool);
         return G_SOURCE_CONTINUE;
       },
-      m_server);
-  const std::lock_guard guard(m_lock);
-  m_open = true;
+      m_PServer);
+  const std::lock_guard guard(m_Lock);
+  m_BOpen = true;
   return true;
 }
 
-void CRtspServer::Mount(const CSimProfile& profile) {
-  GstRTSPMediaFactory* factory = NewCameraFactory(this, profile.token);
+void CRTSPFront::Mount(const CSimProfile& profile) {
+  GstRTSPMediaFactory* factory = NewCameraFactory(this, profile.Token);
   gst_rtsp_media_factory_set_latency(factory, 0);
   gst_rtsp_media_factory_set_protocols(factory,
                                        GstRTSPLowerTrans(GST_RTSP_LOWER_TRANS_UDP | GST_RTSP_LOWER_TRANS_TCP));
-  gst_rtsp_media_factory_add_role(factory, kRole, GST_RTSP_PERM_MEDIA_FACTORY_ACCESS, G_TYPE_BOOLEAN, TRUE,
+  gst_rtsp_media_factory_add_role(factory, ROLE, GST_RTSP_PERM_MEDIA_FACTORY_ACCESS, G_TYPE_BOOLEAN, TRUE,
                                   GST_RTSP_PERM_MEDIA_FACTORY_CONSTRUCT, G_TYPE_BOOLEAN, TRUE, nullptr);
   // UDP leaves from the camera's own address.
   GstRTSPAddressPool* pool = gst_rtsp_address_pool_new();
-  gst_rtsp_address_pool_add_range(pool, m_model.address.c_str(), m_model.address.c_str(), kFirstUdpPort,
-                                  kLastUdpPort, 0);
+  gst_rtsp_address_pool_add_range(pool, m_Model.Address.c_str(), m_Model.Address.c_str(), FIRST_UDP_PORT,
+                                  LAST_UDP_PORT, 0);
   gst_rtsp_media_factory_set_address_pool(factory, pool);
   g_object_unref(pool);
-  GstRTSPMountPoints* mounts = gst_rtsp_server_get_mount_points(m_server);
-  gst_rtsp_mount_points_add_factory(mounts, profile.rtspPath.c_str(), factory);  // takes the factory
+  GstRTSPMountPoints* mounts = gst_rtsp_server_get_mount_points(m_PServer);
+  gst_rtsp_mount_points_add_factory(mounts, profile.RTSPPath.c_str(), factory);  // takes the factory
   g_object_unref(mounts);
 }
 
-void CRtspServer::StopInLoop() {
+void CRTSPFront::StopInLoop() {
   std::list<std::weak_ptr<CPump>> pumps;
   {
-    const std::lock_guard guard(m_lock);
-    m_open = false;
-    pumps.swap(m_pumps);
+    const std::lock_guard guard(m_Lock);
+    m_BOpen = false;
+    pumps.swap(m_Pumps);
   }
-  g_source_destroy(m_source);
-  g_source_unref(m_source);
-  m_source = nullptr;
-  g_source_remove(m_cleaner);
+  g_source_destroy(m_PSource);
+  g_source_unref(m_PSource);
+  m_PSource = nullptr;
+  g_source_remove(m_NCleaner);
   gst_rtsp_server_client_filter(
-      m_server, [](GstRTSPServer*, GstRTSPClient*, gpointer) { return GST_RTSP_FILTER_REMOVE; }, nullptr);
-  GstRTSPSessionPool* sessions = gst_rtsp_server_get_session_pool(m_server);
+      m_PServer, [](GstRTSPServer*, GstRTSPClient*, gpointer) { return GST_RTSP_FILTER_REMOVE; }, nullptr);
+  GstRTSPSessionPool* sessions = gst_rtsp_server_get_session_pool(m_PServer);
   gst_rtsp_session_pool_filter(
       sessions, [](GstRTSPSessionPool*, GstRTSPSession*, gpointer) { return GST_RTSP_FILTER_REMOVE; }, nullptr);
   g_object_unref(sessions);
   for (const auto& weak : pumps)
     if (const auto pump = weak.lock()) pump->Stop();
-  const auto until = std::chrono::steady_clock::now() + kCloseTime;
-  while (ClientCount(m_server) > 0 && std::chrono::steady_clock::now() < until) {
+  const auto until = std::chrono::steady_clock::now() + CLOSE_TIME;
+  while (ClientCount(m_PServer) > 0 && std::chrono::steady_clock::now() < until) {
     g_main_context_iteration(nullptr, FALSE);
     g_usleep(2000);
   }
-  g_object_unref(m_server);
-  m_server = nullptr;
+  g_object_unref(m_PServer);
+  m_PServer = nullptr;
 }
 
-void CRtspServer::Restart(const std::string& profileToken) {
-  m_loop.Run([&] {
-    if (m_server == nullptr) return;
+void CRTSPFront::Restart(const std::string& profileToken) {
+  m_Loop.Run([&] {
+    if (m_PServer == nullptr) return;
     {
-      const std::lock_guard guard(m_model.lock);
-      if (const CSimProfile* profile = m_model.ProfileByToken(profileToken)) Mount(*profile);
+      const std::lock_guard guard(m_Model.Lock);
+      if (const CSimProfile* profile = m_Model.ProfileByToken(profileToken)) Mount(*profile);
     }
     gpointer token = const_cast<std::string*>(&profileToken);
-    gst_rtsp_server_client_filter(m_server, RemoveClientOf, token);
-    GstRTSPSessionPool* sessions = gst_rtsp_server_get_session_pool(m_server);
+    gst_rtsp_server_client_filter(m_PServer, RemoveClientOf, token);
+    GstRTSPSessionPool* sessions = gst_rtsp_server_get_session_pool(m_PServer);
     gst_rtsp_session_pool_filter(sessions, RemoveSessionOf, token);
     g_object_unref(sessions);
   });
 }
 
-void CRtspServer::CountSessions() {
+void CRTSPFront::CountSessions() {
   std::map<std::string, int> playing;
-  m_loop.Run([&] {
-    if (m_server == nullptr) return;
-    GstRTSPSessionPool* pool = gst_rtsp_server_get_session_pool(m_server);
+  m_Loop.Run([&] {
+    if (m_PServer == nullptr) return;
+    GstRTSPSessionPool* pool = gst_rtsp_server_get_session_pool(m_PServer);
     GList* sessions = gst_rtsp_session_pool_filter(pool, nullptr, nullptr);
     for (GList* at = sessions; at != nullptr; at = at->next)
       ForEachMedia(GST_RTSP_SESSION(at->data), [&](GstRTSPSession*, GstRTSPSessionMedia* media) {
@@ -328,22 +328,22 @@ void CRtspServer::CountSessions() {
     g_list_free_full(sessions, g_object_unref);
     g_object_unref(pool);
   });
-  const std::lock_guard guard(m_model.lock);
-  for (const CSimProfile& profile : m_model.profiles)
-    m_model.streams[profile.token].sessions = playing[profile.token];
+  const std::lock_guard guard(m_Model.Lock);
+  for (const CSimProfile& profile : m_Model.Profiles)
+    m_Model.Streams[profile.Token].Sessions = playing[profile.Token];
 }
 
-CVideoEncoder CRtspServer::EncoderOf(const std::string& profileToken) const {
-  const CSimProfile* profile = m_model.ProfileByToken(profileToken);
-  return *m_model.EncoderByToken(profile->videoEncoder);
+CVideoEncoder CRTSPFront::EncoderOf(const std::string& profileToken) const {
+  const CSimProfile* profile = m_Model.ProfileByToken(profileToken);
+  return *m_Model.EncoderByToken(profile->VideoEncoder);
 }
 
-GstElement* CRtspServer::MakePipeline(const std::string& profileToken) {
+GstElement* CRTSPFront::MakePipeline(const std::string& profileToken) {
   std::string launch;
   {
-    const std::lock_guard guard(m_model.lock);
-    launch = Launch(EncoderOf(profileToken), m_model.ProfileByToken(profileToken)->audio,
-                    m_model.quirks.parameterSetsInBand);
+    const std::lock_guard guard(m_Model.Lock);
+    launch = Launch(EncoderOf(profileToken), m_Model.ProfileByToken(profileToken)->Audio,
+                    m_Model.Quirks.ParameterSetsInBand);
   }
   GError* error = nullptr;
   GstElement* bin = gst_parse_launch_full(launch.c_str(), nullptr, GST_PARSE_FLAG_PLACE_IN_BIN, &error);
@@ -351,26 +351,26 @@ GstElement* CRtspServer::MakePipeline(const std::string& profileToken) {
   g_clear_error(&error);
   if (bin == nullptr) return nullptr;
   AddProbe(bin, "sound", GST_PAD_PROBE_TYPE_QUERY_UPSTREAM, RefuseSeeking);
-  AddProbe(bin, "sound", GST_PAD_PROBE_TYPE_BUFFER, Hear, &m_model);
+  AddProbe(bin, "sound", GST_PAD_PROBE_TYPE_BUFFER, Hear, &m_Model);
   AddProbe(bin, "encoder", GST_PAD_PROBE_TYPE_BUFFER, StripParameterSets);
   return bin;
 }
 
-void CRtspServer::MediaMade(const std::string& profileToken, GstRTSPMedia* media) {
+void CRTSPFront::MediaMade(const std::string& profileToken, GstRTSPMedia* media) {
   GstElement* bin = gst_rtsp_media_get_element(media);
   GstElement* source = gst_bin_get_by_name(GST_BIN(bin), "video");
   gst_object_unref(bin);
   CVideoEncoder encoder;
   {
-    const std::lock_guard guard(m_model.lock);
+    const std::lock_guard guard(m_Model.Lock);
     encoder = EncoderOf(profileToken);
   }
   {
-    const std::lock_guard guard(m_lock);
-    if (m_open) {
-      auto pump = std::make_shared<CPump>(m_model, profileToken, encoder, GST_APP_SRC(source));
-      std::erase_if(m_pumps, [](const std::weak_ptr<CPump>& weak) { return weak.expired(); });
-      m_pumps.push_back(pump);
+    const std::lock_guard guard(m_Lock);
+    if (m_BOpen) {
+      auto pump = std::make_shared<CPump>(m_Model, profileToken, encoder, GST_APP_SRC(source));
+      std::erase_if(m_Pumps, [](const std::weak_ptr<CPump>& weak) { return weak.expired(); });
+      m_Pumps.push_back(pump);
       g_object_set_data_full(G_OBJECT(media), "camera-pump", new std::shared_ptr<CPump>(pump),
                              [](gpointer held) { delete static_cast<std::shared_ptr<CPump>*>(held); });
     }
@@ -378,7 +378,7 @@ void CRtspServer::MediaMade(const std::string& profileToken, GstRTSPMedia* media
   gst_object_unref(source);
 }
 
-int CRtspServer::RtcpIntervalMs() const {
-  const std::lock_guard guard(m_model.lock);
-  return m_model.quirks.rtcpIntervalMs;
+int CRTSPFront::RTCPIntervalMs() const {
+  const std::lock_guard guard(m_Model.Lock);
+  return m_Model.Quirks.RTCPIntervalMs;
 }

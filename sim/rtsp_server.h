@@ -1,5 +1,6 @@
-#pragma once
 // The camera's RTSP server: Digest authentication, H.264, RTP/JPEG and G.711 over UDP or interleaved in TCP.
+#pragma once
+
 #include "sim/model.h"
 #include "sim/pump.h"
 
@@ -13,22 +14,22 @@
 #include <thread>
 
 // The thread that all RTSP servers of the program share.
-class CRtspLoop {
+class CRTSPLoop {
  public:
-  CRtspLoop();
-  ~CRtspLoop();
+  CRTSPLoop();
+  ~CRTSPLoop();
   // Runs `work` on the loop's thread and waits for its end.
   void Run(const std::function<void()>& work);
 
  private:
-  GMainLoop* m_loop;
-  std::thread m_thread;
+  GMainLoop* m_Loop;
+  std::thread m_Thread;
 };
 
-class CRtspServer {
+class CRTSPFront {
  public:
-  CRtspServer(CCameraModel& model, CRtspLoop& loop) : m_model(model), m_loop(loop) {}
-  ~CRtspServer() { Stop(); }
+  CRTSPFront(CCameraModel& model, CRTSPLoop& loop) : m_Model(model), m_Loop(loop) {}
+  ~CRTSPFront() { Stop(); }
   // Opens the RTSP port at the camera's present address. False with a reason in `error`.
   bool Start(std::string* error);
   // Ends all sessions, connections and streams. May start again.
@@ -42,7 +43,7 @@ class CRtspServer {
   // What the GStreamer objects of a stream call back, on threads of theirs.
   GstElement* MakePipeline(const std::string& profileToken);
   void MediaMade(const std::string& profileToken, GstRTSPMedia* media);
-  int RtcpIntervalMs() const;
+  int RTCPIntervalMs() const;
 
  private:
   bool StartInLoop(std::string* error);
@@ -50,12 +51,12 @@ class CRtspServer {
   void Mount(const CSimProfile& profile);
   CVideoEncoder EncoderOf(const std::string& profileToken) const;
 
-  CCameraModel& m_model;
-  CRtspLoop& m_loop;
-  GstRTSPServer* m_server = nullptr;
-  GSource* m_source = nullptr;
-  guint m_cleaner = 0;
-  std::mutex m_lock;  // guards what follows
-  bool m_open = false;
-  std::list<std::weak_ptr<CPump>> m_pumps;
+  CCameraModel& m_Model;
+  CRTSPLoop& m_Loop;
+  GstRTSPServer* m_PServer = nullptr;
+  GSource* m_PSource = nullptr;
+  guint m_NCleaner = 0;
+  std::mutex m_Lock;  // guards what follows
+  bool m_BOpen = false;
+  std::list<std::weak_ptr<CPump>> m_Pumps;
 };

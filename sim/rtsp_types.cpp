@@ -6,37 +6,37 @@
 
 namespace {
 
-constexpr char kProfileKey[] = "camera-profile", kOwnerKey[] = "camera-owner";
-constexpr char kLatestKey[] = "camera-latest-media";
+constexpr char PROFILE_KEY[] = "camera-profile", OWNER_KEY[] = "camera-owner";
+constexpr char LATEST_KEY[] = "camera-latest-media";
 
 struct CameraClient {
-  GstRTSPClient parent;
+  GstRTSPClient Parent;
 };
 struct CameraClientClass {
-  GstRTSPClientClass parent;
+  GstRTSPClientClass Parent;
 };
 struct CameraServer {
-  GstRTSPServer parent;
+  GstRTSPServer Parent;
 };
 struct CameraServerClass {
-  GstRTSPServerClass parent;
+  GstRTSPServerClass Parent;
 };
 struct CameraFactory {
-  GstRTSPMediaFactory parent;
+  GstRTSPMediaFactory Parent;
 };
 struct CameraFactoryClass {
-  GstRTSPMediaFactoryClass parent;
+  GstRTSPMediaFactoryClass Parent;
 };
 
 struct CameraMounts {
-  GstRTSPMountPoints parent;
+  GstRTSPMountPoints Parent;
 };
 struct CameraMountsClass {
-  GstRTSPMountPointsClass parent;
+  GstRTSPMountPointsClass Parent;
 };
 
-CRtspServer* OwnerOf(gpointer object) {
-  return static_cast<CRtspServer*>(g_object_get_data(G_OBJECT(object), kOwnerKey));
+CRTSPFront* OwnerOf(gpointer object) {
+  return static_cast<CRTSPFront*>(g_object_get_data(G_OBJECT(object), OWNER_KEY));
 }
 
 // The library leaves out the query, by which some cameras tell their streams apart.
@@ -64,7 +64,7 @@ gchar* MakePath(GstRTSPClient*, const GstRTSPUrl* url) {
 }
 
 GstRTSPStatusCode AnnounceRtcpInterval(GstRTSPClient* client, GstRTSPContext* context) {
-  const int ms = OwnerOf(client)->RtcpIntervalMs();
+  const int ms = OwnerOf(client)->RTCPIntervalMs();
   if (ms > 0)
     gst_rtsp_message_add_header_by_name(context->response, "RTCP-Interval", std::to_string(ms).c_str());
   return GST_RTSP_STS_OK;
@@ -93,7 +93,7 @@ GstRTSPClient* CreateClient(GstRTSPServer* server) {
       g_type_register_static_simple(GST_TYPE_RTSP_CLIENT, "CameraRtspClient", sizeof(CameraClientClass),
                                     ClientClassInit, sizeof(CameraClient), nullptr, GTypeFlags(0));
   auto* client = GST_RTSP_CLIENT(g_object_new(g_type, nullptr));
-  g_object_set_data(G_OBJECT(client), kOwnerKey, OwnerOf(server));
+  g_object_set_data(G_OBJECT(client), OWNER_KEY, OwnerOf(server));
   GstRTSPSessionPool* sessions = gst_rtsp_server_get_session_pool(server);
   GstRTSPMountPoints* mounts = gst_rtsp_server_get_mount_points(server);
   GstRTSPAuth* auth = gst_rtsp_server_get_auth(server);
@@ -124,7 +124,7 @@ void ServerClassInit(gpointer klass, gpointer) {
 }
 
 std::string FactoryProfile(gpointer factory) {
-  return static_cast<const char*>(g_object_get_data(G_OBJECT(factory), kProfileKey));
+  return static_cast<const char*>(g_object_get_data(G_OBJECT(factory), PROFILE_KEY));
 }
 
 GstElement* CreateElement(GstRTSPMediaFactory* factory, const GstRTSPUrl*) {
@@ -133,22 +133,22 @@ GstElement* CreateElement(GstRTSPMediaFactory* factory, const GstRTSPUrl*) {
 
 // The media that a factory made last, and the number of its key.
 struct CLatestMedia {
-  CLatestMedia() { g_weak_ref_init(&media, nullptr); }
-  ~CLatestMedia() { g_weak_ref_clear(&media); }
-  GWeakRef media;
-  gint generation = 0;
+  CLatestMedia() { g_weak_ref_init(&Media, nullptr); }
+  ~CLatestMedia() { g_weak_ref_clear(&Media); }
+  GWeakRef Media;
+  gint Generation = 0;
 };
 
 CLatestMedia* LatestOf(gpointer factory) {
-  return static_cast<CLatestMedia*>(g_object_get_data(G_OBJECT(factory), kLatestKey));
+  return static_cast<CLatestMedia*>(g_object_get_data(G_OBJECT(factory), LATEST_KEY));
 }
 
 void Configure(GstRTSPMediaFactory* factory, GstRTSPMedia* media) {
   const gpointer parent = g_type_class_peek(GST_TYPE_RTSP_MEDIA_FACTORY);
   static_cast<GstRTSPMediaFactoryClass*>(parent)->configure(factory, media);
   const std::string profile = FactoryProfile(factory);
-  g_object_set_data_full(G_OBJECT(media), kProfileKey, g_strdup(profile.c_str()), g_free);
-  g_weak_ref_set(&LatestOf(factory)->media, media);
+  g_object_set_data_full(G_OBJECT(media), PROFILE_KEY, g_strdup(profile.c_str()), g_free);
+  g_weak_ref_set(&LatestOf(factory)->Media, media);
   OwnerOf(factory)->MediaMade(profile, media);
 }
 
@@ -162,11 +162,11 @@ bool CanBeJoined(GstRTSPMedia* media) {
 // just described it, gets a new one.
 gchar* GenKey(GstRTSPMediaFactory* factory, const GstRTSPUrl*) {
   CLatestMedia* latest = LatestOf(factory);
-  if (gpointer media = g_weak_ref_get(&latest->media)) {
-    if (!CanBeJoined(GST_RTSP_MEDIA(media))) g_atomic_int_inc(&latest->generation);
+  if (gpointer media = g_weak_ref_get(&latest->Media)) {
+    if (!CanBeJoined(GST_RTSP_MEDIA(media))) g_atomic_int_inc(&latest->Generation);
     g_object_unref(media);
   }
-  return g_strdup_printf("%s %d", FactoryProfile(factory).c_str(), g_atomic_int_get(&latest->generation));
+  return g_strdup_printf("%s %d", FactoryProfile(factory).c_str(), g_atomic_int_get(&latest->Generation));
 }
 
 void FactoryClassInit(gpointer klass, gpointer) {
@@ -178,32 +178,32 @@ void FactoryClassInit(gpointer klass, gpointer) {
 
 }  // namespace
 
-GstRTSPServer* NewCameraServer(CRtspServer* owner) {
+GstRTSPServer* NewCameraServer(CRTSPFront* owner) {
   static const GType g_type =
       g_type_register_static_simple(GST_TYPE_RTSP_SERVER, "CameraRtspServer", sizeof(CameraServerClass),
                                     ServerClassInit, sizeof(CameraServer), nullptr, GTypeFlags(0));
   auto* server = GST_RTSP_SERVER(g_object_new(g_type, nullptr));
-  g_object_set_data(G_OBJECT(server), kOwnerKey, owner);
+  g_object_set_data(G_OBJECT(server), OWNER_KEY, owner);
   GstRTSPMountPoints* mounts = NewMounts();
   gst_rtsp_server_set_mount_points(server, mounts);
   g_object_unref(mounts);
   return server;
 }
 
-GstRTSPMediaFactory* NewCameraFactory(CRtspServer* owner, const std::string& profileToken) {
+GstRTSPMediaFactory* NewCameraFactory(CRTSPFront* owner, const std::string& profileToken) {
   static const GType g_type = g_type_register_static_simple(GST_TYPE_RTSP_MEDIA_FACTORY, "CameraRtspFactory",
                                                             sizeof(CameraFactoryClass), FactoryClassInit,
                                                             sizeof(CameraFactory), nullptr, GTypeFlags(0));
   auto* factory = GST_RTSP_MEDIA_FACTORY(g_object_new(g_type, nullptr));
-  g_object_set_data(G_OBJECT(factory), kOwnerKey, owner);
-  g_object_set_data_full(G_OBJECT(factory), kProfileKey, g_strdup(profileToken.c_str()), g_free);
-  g_object_set_data_full(G_OBJECT(factory), kLatestKey, new CLatestMedia,
+  g_object_set_data(G_OBJECT(factory), OWNER_KEY, owner);
+  g_object_set_data_full(G_OBJECT(factory), PROFILE_KEY, g_strdup(profileToken.c_str()), g_free);
+  g_object_set_data_full(G_OBJECT(factory), LATEST_KEY, new CLatestMedia,
                          [](gpointer latest) { delete static_cast<CLatestMedia*>(latest); });
   gst_rtsp_media_factory_set_shared(factory, TRUE);
   return factory;
 }
 
 std::string ProfileOf(GstRTSPMedia* media) {
-  const gpointer profile = g_object_get_data(G_OBJECT(media), kProfileKey);
+  const gpointer profile = g_object_get_data(G_OBJECT(media), PROFILE_KEY);
   return profile == nullptr ? "" : static_cast<const char*>(profile);
 }

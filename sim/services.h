@@ -1,5 +1,6 @@
-#pragma once
 // The camera's SOAP services as tables of operations, and the server that finds, authorises and runs one.
+#pragma once
+
 #include "sim/auth.h"
 #include "sim/model.h"
 #include "sim/soap.h"
@@ -10,63 +11,63 @@
 #include <vector>
 
 // One operation under way. Handlers run with the model's lock held.
-struct CCall {
-  CCameraModel& model;
-  const pugi::xml_node in;  // the operation's element in the request
-  pugi::xml_node out;       // the ...Response element
-  CSoapReply& reply;
-  const std::string& path;                   // that the request was posted to
-  std::vector<std::string> changedProfiles;  // tokens of profiles whose stream must start anew
+struct CSOAPCall {
+  CCameraModel& Model;
+  const pugi::xml_node In;  // the operation's element in the request
+  pugi::xml_node Out;       // the ...Response element
+  CSOAPReply& Reply;
+  const std::string& Path;                   // that the request was posted to
+  std::vector<std::string> ChangedProfiles;  // tokens of profiles whose stream must start anew
 };
 
 using COutcome = std::optional<CFault>;  // nothing: success
 
-struct COperation {
-  const char* name;
-  bool preAuth;  // ONVIF access class PRE_AUTH: no login needed
-  COutcome (*run)(CCall&);
+struct CSOAPOperation {
+  const char* Name;
+  bool PreAuth;  // ONVIF access class PRE_AUTH: no login needed
+  COutcome (*Run)(CSOAPCall&);
 };
 
 struct CService {
-  const char *uri, *prefix;
-  std::span<const COperation> operations;
+  const char *URI, *Prefix;
+  std::span<const CSOAPOperation> Operations;
 };
 
 const CService& DeviceService();
 const CService& MediaService();
-const CService& PtzService();
+const CService& PTZService();
 const CService& EventService();
 
 // The PTZ configuration of a camera that can move, as profiles and the PTZ service show it.
-void AddPtzConfiguration(const CCameraModel& model, pugi::xml_node parent, const char* name);
+void AddPTZConfiguration(const CCameraModel& model, pugi::xml_node parent, const char* name);
 
 // "2026-11-22T20:15:30Z"
-std::string UtcText(std::chrono::system_clock::time_point at);
+std::string UTCText(std::chrono::system_clock::time_point at);
 
 // Faults that several services give.
 CFault InvalidArgument(const char* detailCode, const std::string& reason);
 CFault NotSupported(const std::string& reason);
 
-struct CSoapAnswer {
-  int status = 200;
-  std::string body;
+struct CSOAPAnswer {
+  int Status = 200;
+  std::string Body;
 };
 
-class CSoapServer {
+class CSOAPServer {
  public:
-  explicit CSoapServer(CCameraModel& model) : m_model(model) {}
+  explicit CSOAPServer(CCameraModel& model) : m_Model(model) {}
 
   // Runs one request that was posted to `path`. `authorization` is the HTTP header of that name ("" when
   // missing), `nonce` the one of our HTTP challenges. Tokens of profiles whose stream must start anew come back
   // in `changedProfiles`.
-  CSoapAnswer Handle(const std::string& path, const std::string& text, const std::string& authorization,
+  CSOAPAnswer Handle(const std::string& path, const std::string& text, const std::string& authorization,
                      const std::string& nonce, std::vector<std::string>* changedProfiles);
 
  private:
-  AuthResult Authorise(const CSoapRequest& request, const std::string& authorization, const std::string& nonce);
-  bool NeedsLogin(const COperation& operation) const;
-  CSoapAnswer Fail(CSoapReply& reply, const std::string& operation, const CFault& fault);
+  EAuth Authorise(const CSOAPRequest& request, const std::string& authorization, const std::string& nonce);
+  bool NeedsLogin(const CSOAPOperation& operation) const;
+  CSOAPAnswer Fail(CSOAPReply& reply, const std::string& operation, const CFault& fault);
 
-  CCameraModel& m_model;
-  CTokenChecker m_tokens;
+  CCameraModel& m_Model;
+  CTokenChecker m_Tokens;
 };

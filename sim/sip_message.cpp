@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr std::pair<char, const char*> kCompactNames[] = {
+constexpr std::pair<char, const char*> COMPACT_NAMES[] = {
     {'v', "Via"},     {'f', "From"},        {'t', "To"}, {'i', "Call-ID"}, {'l', "Content-Length"},
     {'m', "Contact"}, {'c', "Content-Type"}};
 
@@ -23,48 +23,48 @@ std::string Trim(const std::string& text) {
 
 std::string LongName(const std::string& name) {
   if (name.size() == 1)
-    for (const auto& [letter, full] : kCompactNames)
+    for (const auto& [letter, full] : COMPACT_NAMES)
       if (std::tolower(static_cast<unsigned char>(name[0])) == letter) return full;
   return name;
 }
 
-bool ParseFirstLine(const std::string& line, CSipMessage* message) {
+bool ParseFirstLine(const std::string& line, CSIPText* message) {
   std::istringstream words(line);
   std::string first, second, third;
   if (!(words >> first >> second)) return false;
   if (first == "SIP/2.0") {
-    message->status = std::atoi(second.c_str());
-    std::getline(words >> std::ws, message->reason, '\r');
-    return message->status >= 100 && message->status <= 699;
+    message->Status = std::atoi(second.c_str());
+    std::getline(words >> std::ws, message->Reason, '\r');
+    return message->Status >= 100 && message->Status <= 699;
   }
-  message->method = first;
-  message->uri = second;
+  message->Method = first;
+  message->URI = second;
   return words >> third && third == "SIP/2.0";
 }
 
 }  // namespace
 
-std::string CSipMessage::Header(const std::string& name) const {
-  for (const auto& [key, value] : headers)
+std::string CSIPText::Header(const std::string& name) const {
+  for (const auto& [key, value] : Headers)
     if (Same(key, name)) return value;
   return "";
 }
 
-std::string CSipMessage::ToString() const {
-  std::string text = status != 0 ? "SIP/2.0 " + std::to_string(status) + " " + reason + "\r\n"
-                                 : method + " " + uri + " SIP/2.0\r\n";
-  for (const auto& [key, value] : headers) text.append(key).append(": ").append(value).append("\r\n");
-  return text + "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+std::string CSIPText::ToString() const {
+  std::string text = Status != 0 ? "SIP/2.0 " + std::to_string(Status) + " " + Reason + "\r\n"
+                                 : Method + " " + URI + " SIP/2.0\r\n";
+  for (const auto& [key, value] : Headers) text.append(key).append(": ").append(value).append("\r\n");
+  return text + "Content-Length: " + std::to_string(Body.size()) + "\r\n\r\n" + Body;
 }
 
-std::pair<long, std::string> CSipMessage::CSeq() const {
+std::pair<long, std::string> CSIPText::CSeq() const {
   std::istringstream words(Header("CSeq"));
   long number = -1;
   std::string of;
   return words >> number >> of ? std::pair(number, of) : std::pair(-1L, std::string());
 }
 
-bool ParseSip(const std::string& bytes, CSipMessage* message) {
+bool ParseSip(const std::string& bytes, CSIPText* message) {
   *message = {};
   const size_t end = bytes.find("\r\n\r\n");
   if (end == std::string::npos) return false;
@@ -76,16 +76,16 @@ bool ParseSip(const std::string& bytes, CSipMessage* message) {
     const size_t colon = line.find(':');
     if (colon != std::string::npos && line[0] != ' ' && line[0] != '\t') {
       message->Add(LongName(Trim(line.substr(0, colon))), Trim(line.substr(colon + 1)));
-    } else if (!message->headers.empty()) {
-      message->headers.back().second += " " + Trim(line);  // a folded line
+    } else if (!message->Headers.empty()) {
+      message->Headers.back().second += " " + Trim(line);  // a folded line
     }
   }
-  message->body = bytes.substr(end + 4);
+  message->Body = bytes.substr(end + 4);
   const std::string length = message->Header("Content-Length");
   if (length.empty()) return true;
   const size_t announced = std::strtoul(length.c_str(), nullptr, 10);
-  if (announced > message->body.size()) return false;
-  message->body.resize(announced);
+  if (announced > message->Body.size()) return false;
+  message->Body.resize(announced);
   return true;
 }
 

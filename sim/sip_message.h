@@ -1,19 +1,20 @@
-#pragma once
 // SIP messages (RFC 3261 7) as bytes and back.
+#pragma once
+
 #include <string>
 #include <utility>
 #include <vector>
 
-struct CSipMessage {
-  std::string method, uri;  // of a request
-  int status = 0;           // of a response; 0: this is a request
-  std::string reason;
-  std::vector<std::pair<std::string, std::string>> headers;  // long names, in their order
-  std::string body;
+struct CSIPText {
+  std::string Method, URI;  // of a request
+  int Status = 0;           // of a response; 0: this is a request
+  std::string Reason;
+  std::vector<std::pair<std::string, std::string>> Headers;  // long names, in their order
+  std::string Body;
 
   // The first header of that name (any case; compact names in the message count as long ones), or "".
   std::string Header(const std::string& name) const;
-  void Add(const std::string& name, const std::string& value) { headers.emplace_back(name, value); }
+  void Add(const std::string& name, const std::string& value) { Headers.emplace_back(name, value); }
   // With the Content-Length that the body has.
   std::string ToString() const;
   // Number and method of CSeq; {-1, ""} when there is none.
@@ -21,7 +22,7 @@ struct CSipMessage {
 };
 
 // Reads one datagram. False when it is no SIP message or is shorter than it says.
-bool ParseSip(const std::string& bytes, CSipMessage* message);
+bool ParseSip(const std::string& bytes, CSIPText* message);
 
 // The parameter of a header value outside <...> (";tag=x" gives "x"), or "".
 std::string SipParameter(const std::string& value, const std::string& name);

@@ -50,13 +50,13 @@ std::string Text(const pugi::xml_node& parent, const std::string& path) {
   return Trimmed(Child(parent, path).text().get());
 }
 
-bool CSoapRequest::Parse(const std::string& text) {
-  if (!m_document.load_buffer(text.data(), text.size())) return false;
-  const pugi::xml_node envelope = m_document.document_element();
+bool CSOAPRequest::Parse(const std::string& text) {
+  if (!m_Document.load_buffer(text.data(), text.size())) return false;
+  const pugi::xml_node envelope = m_Document.document_element();
   if (LocalName(envelope) != "Envelope") return false;
-  m_header = DirectChild(envelope, "Header");
-  m_operation = FirstElement(DirectChild(envelope, "Body"));
-  return static_cast<bool>(m_operation);
+  m_Header = DirectChild(envelope, "Header");
+  m_Operation = FirstElement(DirectChild(envelope, "Body"));
+  return static_cast<bool>(m_Operation);
 }
 
 pugi::xml_node Add(pugi::xml_node parent, const char* name, const std::string& text) {
@@ -74,39 +74,39 @@ pugi::xml_node Attr(pugi::xml_node element, const char* name, const std::string&
   return element;
 }
 
-CSoapReply::CSoapReply(const std::string& prefix) : m_prefix(prefix) {
-  m_envelope = m_document.append_child(Prefixed("Envelope").c_str());
-  Attr(m_envelope, ("xmlns:" + m_prefix).c_str(), ns::kEnvelope);
+CSOAPReply::CSOAPReply(const std::string& prefix) : m_Prefix(prefix) {
+  m_Envelope = m_Document.append_child(Prefixed("Envelope").c_str());
+  Attr(m_Envelope, ("xmlns:" + m_Prefix).c_str(), ns::ENVELOPE);
   const std::pair<const char*, const char*> prefixes[] = {
-      {"xmlns:tt", ns::kSchema}, {"xmlns:tds", ns::kDevice},     {"xmlns:trt", ns::kMedia},
-      {"xmlns:tptz", ns::kPtz},  {"xmlns:tev", ns::kEvents},     {"xmlns:wsnt", ns::kNotify},
-      {"xmlns:ter", ns::kError}, {"xmlns:wsa5", ns::kAddressing}};
-  for (const auto& [name, uri] : prefixes) Attr(m_envelope, name, uri);
-  m_body = m_envelope.append_child(Prefixed("Body").c_str());
+      {"xmlns:tt", ns::SCHEMA}, {"xmlns:tds", ns::DEVICE},     {"xmlns:trt", ns::MEDIA},
+      {"xmlns:tptz", ns::PTZ},  {"xmlns:tev", ns::EVENTS},     {"xmlns:wsnt", ns::NOTIFY},
+      {"xmlns:ter", ns::ERROR}, {"xmlns:wsa5", ns::ADDRESSING}};
+  for (const auto& [name, uri] : prefixes) Attr(m_Envelope, name, uri);
+  m_Body = m_Envelope.append_child(Prefixed("Body").c_str());
 }
 
-pugi::xml_node CSoapReply::Header() {
-  if (!m_header) m_header = m_envelope.insert_child_before(Prefixed("Header").c_str(), m_body);
-  return m_header;
+pugi::xml_node CSOAPReply::Header() {
+  if (!m_Header) m_Header = m_Envelope.insert_child_before(Prefixed("Header").c_str(), m_Body);
+  return m_Header;
 }
 
-void CSoapReply::SetFault(const CFault& fault) {
-  m_body.remove_children();
-  pugi::xml_node node = Add(m_body, Prefixed("Fault").c_str());
+void CSOAPReply::SetFault(const CFault& fault) {
+  m_Body.remove_children();
+  pugi::xml_node node = Add(m_Body, Prefixed("Fault").c_str());
   pugi::xml_node code = Add(node, Prefixed("Code").c_str());
-  Add(code, Prefixed("Value").c_str(), Prefixed(fault.code));
+  Add(code, Prefixed("Value").c_str(), Prefixed(fault.Code));
   pugi::xml_node subcode = Add(code, Prefixed("Subcode").c_str());
-  Add(subcode, Prefixed("Value").c_str(), fault.subcode);
-  if (fault.detailCode != nullptr)
-    Add(Add(subcode, Prefixed("Subcode").c_str()), Prefixed("Value").c_str(), fault.detailCode);
-  Attr(Add(Add(node, Prefixed("Reason").c_str()), Prefixed("Text").c_str(), fault.reason), "xml:lang", "en");
+  Add(subcode, Prefixed("Value").c_str(), fault.Subcode);
+  if (fault.DetailCode != nullptr)
+    Add(Add(subcode, Prefixed("Subcode").c_str()), Prefixed("Value").c_str(), fault.DetailCode);
+  Attr(Add(Add(node, Prefixed("Reason").c_str()), Prefixed("Text").c_str(), fault.Reason), "xml:lang", "en");
 }
 
-std::string CSoapReply::ToString(const std::string& empty) const {
+std::string CSOAPReply::ToString(const std::string& empty) const {
   unsigned flags = pugi::format_raw;
   if (empty == "pair") flags |= pugi::format_no_empty_element_tags;
   if (empty == "spaced") flags = 0;
   std::ostringstream out;
-  m_document.save(out, "", flags | pugi::format_no_declaration, pugi::encoding_utf8);
+  m_Document.save(out, "", flags | pugi::format_no_declaration, pugi::encoding_utf8);
   return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n" + out.str();
 }

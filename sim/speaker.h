@@ -1,5 +1,6 @@
-#pragma once
 // A loudspeaker that is sent G.711 mu-law in RTP: what it plays is kept as a WAV file (8000 Hz, 16 bit, mono).
+#pragma once
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -24,24 +25,24 @@ class CSpeaker {
   ~CSpeaker() { Close(); }
   // packets, lost, late, ignored, samples, largest_gap_ms (between two arrivals), silence_ms (put in where
   // sound was missing), level (of the latest packet, 0 to 32767), wav
-  nlohmann::json ToJson() const;
+  nlohmann::json ToJSON() const;
 
  private:
   struct CCount {
-    int packets = 0, lost = 0, late = 0, ignored = 0, level = 0;
-    long long samples = 0, silence = 0;
-    double largestGapMs = 0;
+    int Packets = 0, Lost = 0, Late = 0, Ignored = 0, Level = 0;
+    long long Samples = 0, Silence = 0;
+    double LargestGapMs = 0;
   };
   void Play(const uint8_t* ulaw, size_t size);
   void Silence(long long samples);
   void Write(const std::vector<int16_t>& pcm);
 
-  std::string m_path;
-  std::FILE* m_file = nullptr;
-  CCount m_count;
-  uint16_t m_expected = 0;
-  size_t m_lastSize = 0;
-  Clock::time_point m_first, m_last;
+  std::string m_Path;
+  std::FILE* m_PFile = nullptr;
+  CCount m_Count;
+  uint16_t m_WExpected = 0;
+  size_t m_NLastSize = 0;
+  Clock::time_point m_First, m_Last;
 };
 
 // ITU-T G.711 mu-law.

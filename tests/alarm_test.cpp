@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr char kText[] = R"(<AlarmInfoEx DeviceId="ORV000000002" Name="Yard" AlarmFlag="1"/>)";
+constexpr char TEXT[] = R"(<AlarmInfoEx DeviceId="ORV000000002" Name="Yard" AlarmFlag="1"/>)";
 
 std::string BigEndian(unsigned value) {
   std::string bytes;
@@ -60,13 +60,13 @@ TEST(OrvellAlarm, IsReadFromItsBytes) {
     const char* Device;
     bool Active;
   } const cases[] = {
-      {Datagram(kText), true, "ORV000000002", true},
-      {Datagram(kText, 555), false, "", false},
-      {Datagram(kText, 0xFFFFFDD6), false, "", false},
-      {Datagram(kText, 554, 0), false, "", false},
-      {Datagram(kText, 554, 2048), false, "", false},
-      {Datagram(kText, 554, INT_MAX), false, "", false},
-      {Datagram(kText, 554, 2047), true, "ORV000000002", true},  // more than came
+      {Datagram(TEXT), true, "ORV000000002", true},
+      {Datagram(TEXT, 555), false, "", false},
+      {Datagram(TEXT, 0xFFFFFDD6), false, "", false},
+      {Datagram(TEXT, 554, 0), false, "", false},
+      {Datagram(TEXT, 554, 2048), false, "", false},
+      {Datagram(TEXT, 554, INT_MAX), false, "", false},
+      {Datagram(TEXT, 554, 2047), true, "ORV000000002", true},  // more than came
       {Datagram(flag("\"01\"")), true, "A", true},
       {Datagram(flag("\" 1 \"")), true, "A", true},
       {Datagram(flag("\"2\"")), true, "A", false},
@@ -77,7 +77,7 @@ TEST(OrvellAlarm, IsReadFromItsBytes) {
       {Datagram(flag("").substr(0, 21)), true, "", false},
       {Datagram("AlarmFlag=\"1\""), true, "", true},
       {Datagram("DeviceId=\"A\" AlarmInfoEx  DeviceId=\"A\""), true, "", false},
-      {Datagram(std::string("\0", 1) + kText), true, "", false},
+      {Datagram(std::string("\0", 1) + TEXT), true, "", false},
       {Datagram(std::string(2047, '"')), true, "", false},
   };
   for (const auto& c : cases) {
@@ -87,7 +87,7 @@ TEST(OrvellAlarm, IsReadFromItsBytes) {
     EXPECT_EQ(alarm.Active, c.Active) << c.Bytes;
   }
   // Cut anywhere in its header it is none, cut in its text it lacks what is behind.
-  const std::string whole = Datagram(kText);
+  const std::string whole = Datagram(TEXT);
   for (size_t length = 0; length < whole.size(); ++length) {
     COrvellAlarm alarm;
     EXPECT_EQ(Read(&alarm, whole.substr(0, length)), length >= 100) << length;
@@ -183,7 +183,7 @@ TEST(OrvellAlarmCenter, TellsThirtyTwoCamerasInOrder) {
 TEST(OrvellAlarmCenter, CamerasComeAndGoWhileItListens) {
   std::atomic<bool> end{false};
   std::thread sender([&] {
-    for (; !end; std::this_thread::yield()) Send(Datagram(kText));
+    for (; !end; std::this_thread::yield()) Send(Datagram(TEXT));
   });
   std::vector<std::thread> owners;
   for (int owner = 0; owner < 4; ++owner)

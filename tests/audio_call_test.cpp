@@ -73,7 +73,7 @@ class CTalker : public CIntercomClient {
     const sockaddr_in to = Loopback(port);
     sendto(m_Socket.Get(), packet.data(), packet.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
   }
-  // The next 20 ms of a tone of 1 kHz.
+  // The next 20 ms of a tone of 1 HZ.
   void Say(unsigned short port) {
     short pcm[960];
     for (short& sample : pcm)

@@ -17,8 +17,8 @@ namespace {
 
 using nlohmann::json;
 
-constexpr char kDoor[] = "127.0.0.11";
-constexpr int kSipPort = 5060, kWaitMs = 20000;
+constexpr char DOOR[] = "127.0.0.11";
+constexpr int SIP_PORT = 5060, WAIT_MS = 20000;
 
 std::string Folder() {
   return testing::TempDir() + "camsim_door." + std::to_string(getpid());
@@ -39,13 +39,13 @@ class CCaller {
   ~CCaller() { close(m_socket); }
 
   void Send(const std::string& method, int cseq, const std::string& tag = "", const std::string& body = "") {
-    const std::string uri = std::string("sip:door@") + kDoor + ":5060";
+    const std::string uri = std::string("sip:door@") + DOOR + ":5060";
     SendTo(method + " " + uri + " SIP/2.0\r\nTo: <" + uri + ">" + tag + "\r\nFrom: <sip:panel@" + m_own +
                ">;tag=abc\r\nVia: SIP/2.0/UDP " + m_own + ";branch=xyz;rport\r\nCall-ID: " + m_id +
                "\r\nContact: <sip:panel@" + m_own + ">\r\nCSeq: " + std::to_string(cseq) + " " + method +
                "\r\nMax-Forwards: 70\r\nContent-Type: application/sdp\r\nContent-Length: " +
                std::to_string(body.size()) + "\r\n\r\n" + body,
-           kSipPort);
+           SIP_PORT);
   }
   void Invite(const std::string& format = "0") {
     Send("INVITE", 2, "", "v=0\r\ns=-\r\nm=audio 5556 RTP/AVP " + format + "\r\n");
@@ -54,11 +54,11 @@ class CCaller {
     sockaddr_in to{};
     to.sin_family = AF_INET;
     to.sin_port = htons(static_cast<uint16_t>(port));
-    inet_pton(AF_INET, kDoor, &to.sin_addr);
+    inet_pton(AF_INET, DOOR, &to.sin_addr);
     sendto(m_socket, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
   }
   // The next message; "" when none comes.
-  std::string Next(int ms = kWaitMs) {
+  std::string Next(int ms = WAIT_MS) {
     pollfd ready{m_socket, POLLIN, 0};
     char bytes[4096];
     if (poll(&ready, 1, ms) <= 0) return "";
@@ -68,7 +68,7 @@ class CCaller {
   // The next message that begins so and is of that request.
   std::string Await(const std::string& start, const std::string& request = "") {
     const auto begin = Clock::now();
-    while (SecondsSince(begin) < 2 * kWaitMs / 1000) {
+    while (SecondsSince(begin) < 2 * WAIT_MS / 1000) {
       std::string message = Next();
       if (message.starts_with(start) && message.find(request) != message.npos) return message;
     }
@@ -218,7 +218,7 @@ TEST_F(CamsimDoor, RepeatsItsAnswerAndKeepsTheCall) {
   // An INFO comes until it is answered; one that is sent to the camera is answered too.
   std::string info = first.Await("INFO ");
   EXPECT_EQ(info, first.Await("INFO "));
-  first.SendTo(info.replace(0, info.find("\r\n"), "SIP/2.0 200 OK"), kSipPort);
+  first.SendTo(info.replace(0, info.find("\r\n"), "SIP/2.0 200 OK"), SIP_PORT);
   EXPECT_TRUE(Eventually(20, [&] { return Door()["call"]["infos_answered"] == 1; }));
   first.Send("INFO", 3, first.Tag);
   EXPECT_FALSE(first.Await("SIP/2.0 200", "CSeq: 3 INFO").empty());
@@ -244,7 +244,7 @@ TEST_F(CamsimDoor, RepeatsItsAnswerAndKeepsTheCall) {
 }
 
 TEST_F(CamsimDoor, HolesAndPausesAreSilence) {
-  constexpr uint8_t kLoud = 0x80, kQuiet = 0xff;  // mu-law: 32124 and 0
+  constexpr uint8_t LOUD = 0x80, QUIET = 0xff;  // mu-law: 32124 and 0
   std::unique_ptr<CCaller> caller;
   // The speaker runs dry after 200 ms, so that the packets must follow each other without a pause.
   bool quick = false;
@@ -253,15 +253,15 @@ TEST_F(CamsimDoor, HolesAndPausesAreSilence) {
     caller = std::make_unique<CCaller>("sound-" + std::to_string(call));
     caller->Call();
     const auto begin = Clock::now();
-    for (const int number : {65534, 65535, 0, 3}) caller->Sound(number, kLoud);  // 1 and 2 are lost
+    for (const int number : {65534, 65535, 0, 3}) caller->Sound(number, LOUD);  // 1 and 2 are lost
     quick = SecondsSince(begin) < 0.15;
   }
-  caller->Sound(2, kLoud);     // too late
-  caller->Sound(4, kLoud, 8);  // A-law
+  caller->Sound(2, LOUD);     // too late
+  caller->Sound(4, LOUD, 8);  // A-law
   caller->SendTo("nonsense", caller->RtpPort);
   ASSERT_TRUE(Eventually(20, [&] { return Door()["call"]["speaker"]["ignored"] == 2; }));
   usleep(600000);  // what the speaker is to notice
-  caller->Sound(4, kQuiet);
+  caller->Sound(4, QUIET);
   ASSERT_TRUE(Eventually(20, [&] { return Door()["call"]["speaker"]["packets"] == 5; }));
   caller->Send("BYE", 2, caller->Tag);
   ASSERT_TRUE(LastEnded("bye"));

@@ -19,7 +19,7 @@ std::string Send(const std::string& request, int ms = 20000, const std::string& 
   return Exchange("127.0.0.11", 8080, request, ms, until);
 }
 
-constexpr char kEnd[] = "</s:Envelope>";
+constexpr char END[] = "</s:Envelope>";
 
 class CamsimHttp : public testing::Test {
  protected:
@@ -72,12 +72,12 @@ TEST_F(CamsimHttp, AnswersInTheMannerAskedFor) {
 
   EXPECT_EQ(Ask({{"http_continue", true}}).find("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 OK\r\n"), 0u);
 
-  EXPECT_TRUE(Ask({{"http_segment_ms", 100}}, "GetCapabilities").ends_with(kEnd));
+  EXPECT_TRUE(Ask({{"http_segment_ms", 100}}, "GetCapabilities").ends_with(END));
   EXPECT_GE(m_seconds, 0.1);
 
   const std::string half = Ask({{"http", "drop_half"}});
   EXPECT_EQ(half.find("HTTP/1.1 200"), 0u);
-  EXPECT_FALSE(half.ends_with(kEnd));
+  EXPECT_FALSE(half.ends_with(END));
   EXPECT_TRUE(Closed());
 
   EXPECT_EQ(Ask({{"http", "drop"}}), "");

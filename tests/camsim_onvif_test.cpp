@@ -9,11 +9,11 @@ namespace {
 
 using Json = nlohmann::json;
 
-const std::string kClientDir = TEST_DATA_DIR "/../camsim_client";
+const std::string CLIENT_DIR = TEST_DATA_DIR "/../camsim_client";
 
 // One run of the judge. Null and a failure when it does not end well.
 Json Judge(const std::string& arguments) {
-  const CCommandResult run = RunCommand("cd " + kClientDir + " && node judge.js " + arguments + " 2>&1");
+  const CCommandResult run = RunCommand("cd " + CLIENT_DIR + " && node judge.js " + arguments + " 2>&1");
   const Json json = Json::parse(run.output, nullptr, false);
   EXPECT_EQ(run.status, 0) << run.output;
   EXPECT_FALSE(json.is_discarded()) << run.output;
@@ -24,7 +24,7 @@ class CamsimOnvif : public testing::Test {
  protected:
   void SetUp() override {
     struct stat info {};
-    ASSERT_EQ(stat((kClientDir + "/node_modules/onvif").c_str(), &info), 0)
+    ASSERT_EQ(stat((CLIENT_DIR + "/node_modules/onvif").c_str(), &info), 0)
         << "the independent client is not installed: npm ci --prefix tests/camsim_client";
     ASSERT_TRUE(m_camsim.Ready()) << m_camsim.Output();
   }
@@ -97,7 +97,7 @@ TEST_F(CamsimOnvif, ShowsWhatItOffers) {
 }
 
 TEST_F(CamsimOnvif, ChecksWhoAsks) {
-  EXPECT_NE(RunCommand("cd " + kClientDir + " && node judge.js look 127.0.0.12:8080 wrong 2>&1").status, 0);
+  EXPECT_NE(RunCommand("cd " + CLIENT_DIR + " && node judge.js look 127.0.0.12:8080 wrong 2>&1").status, 0);
   EXPECT_GT(m_camsim.Camera(2)["auth_failures"], 0);
   EXPECT_EQ(m_camsim.Camera(2)["requests"].count("GetStreamUri"), 0u);
   // A login is judged by the camera's own clock, so one who has read that clock gets in.

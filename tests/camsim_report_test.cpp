@@ -12,8 +12,8 @@ namespace {
 
 using Json = nlohmann::json;
 
-constexpr int kConsumerPort = 8795;
-constexpr int kPatienceMs = 20000;
+constexpr int CONSUMER_PORT = 8795;
+constexpr int PATIENCE_MS = 20000;
 
 sockaddr_in At(const char* address, int port) {
   sockaddr_in at{};
@@ -23,7 +23,7 @@ sockaddr_in At(const char* address, int port) {
   return at;
 }
 
-bool Readable(int fd, int ms = kPatienceMs) {
+bool Readable(int fd, int ms = PATIENCE_MS) {
   pollfd ready{fd, POLLIN, 0};
   return poll(&ready, 1, ms) == 1;
 }
@@ -34,7 +34,7 @@ class CConsumer {
   CConsumer() : m_listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     const int on = 1;
     setsockopt(m_listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    const sockaddr_in at = At("127.0.0.1", kConsumerPort);
+    const sockaddr_in at = At("127.0.0.1", CONSUMER_PORT);
     EXPECT_EQ(bind(m_listener, reinterpret_cast<const sockaddr*>(&at), sizeof at), 0);
     EXPECT_EQ(listen(m_listener, 4), 0);
   }

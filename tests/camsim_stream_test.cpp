@@ -12,17 +12,17 @@ namespace {
 
 using Json = nlohmann::json;
 
-const std::string kClientDir = TEST_DATA_DIR "/../camsim_client";
+const std::string CLIENT_DIR = TEST_DATA_DIR "/../camsim_client";
 
 struct CStream {
-  const char *uri, *codec;
-  int width, height, camera, profile;
+  const char *Uri, *Codec;
+  int Width, Height, Camera, Profile;
 };
 
-const CStream kStreams[] = {{"127.0.0.11:8554/Profile_1", "h264", 1280, 720, 1, 0},
-                            {"127.0.0.12:8554/live.sdp", "mjpeg", 640, 480, 2, 0},
-                            {"127.0.0.13:8554/av?ch=1&sub=0", "h264", 640, 360, 3, 0},
-                            {"127.0.0.13:8554/av?ch=1&sub=2", "mjpeg", 320, 240, 3, 2}};
+const CStream STREAMS[] = {{"127.0.0.11:8554/Profile_1", "h264", 1280, 720, 1, 0},
+                           {"127.0.0.12:8554/live.sdp", "mjpeg", 640, 480, 2, 0},
+                           {"127.0.0.13:8554/av?ch=1&sub=0", "h264", 640, 360, 3, 0},
+                           {"127.0.0.13:8554/av?ch=1&sub=2", "mjpeg", 320, 240, 3, 2}};
 
 std::string Quoted(const std::string& uri) {
   return "\"rtsp://admin:secret@" + uri + "\"";
@@ -47,15 +47,15 @@ std::vector<CFrameCode> Play(const CStream& stream, const std::string& transport
   std::vector<CFrameCode> codes;
   for (int attempts = transport == "udp" ? 6 : 1; attempts > 0; --attempts) {
     const CCommandResult run = RunCommand("ffmpeg -v error -rtsp_transport " + transport + " -i " +
-                                              Quoted(stream.uri) + " -frames:v " + std::to_string(frames) +
+                                              Quoted(stream.Uri) + " -frames:v " + std::to_string(frames) +
                                               " -an -vf extractplanes=y -fps_mode passthrough -f rawvideo -",
                                           transport == "udp" ? 20 : 60);
-    codes = Codes(run.output, stream.width, stream.height);
+    codes = Codes(run.output, stream.Width, stream.Height);
     bool whole = run.status == 0 && codes.size() == frames;
-    for (size_t i = 1; i < codes.size(); ++i) whole = whole && codes[i].counter == codes[0].counter + i;
+    for (size_t i = 1; i < codes.size(); ++i) whole = whole && codes[i].Counter == codes[0].Counter + i;
     if (whole) return codes;
   }
-  ADD_FAILURE() << codes.size() << " pictures of " << stream.uri << " over " << transport;
+  ADD_FAILURE() << codes.size() << " pictures of " << stream.Uri << " over " << transport;
   return {};
 }
 
@@ -69,14 +69,14 @@ class CamsimStream : public testing::Test {
 };
 
 TEST_F(CamsimStream, FfmpegGetsEveryPicture) {
-  for (const CStream& stream : kStreams)
+  for (const CStream& stream : STREAMS)
     for (const char* transport : {"tcp", "udp"}) {
-      SCOPED_TRACE(std::string(stream.uri) + " " + transport);
+      SCOPED_TRACE(std::string(stream.Uri) + " " + transport);
       const std::vector<CFrameCode> codes = Play(stream, transport, 12);
       ASSERT_EQ(codes.size(), 12u);
-      const Json state = Stream(stream.camera, stream.profile);
-      EXPECT_EQ(state["first"], codes[0].counter);
-      EXPECT_GE(state["last"], codes.back().counter);
+      const Json state = Stream(stream.Camera, stream.Profile);
+      EXPECT_EQ(state["first"], codes[0].Counter);
+      EXPECT_GE(state["last"], codes.back().Counter);
     }
   EXPECT_TRUE(Eventually(20, [&] { return Stream(1, 0)["sessions"] == 0; }));
 }
@@ -106,9 +106,9 @@ TEST_F(CamsimStream, RefusesAWrongPassword) {
 TEST_F(CamsimStream, ATrackCanBePlayedOnItsOwnUrl) {
   ASSERT_TRUE(m_camsim.Quirks(3, {{"rtcp_interval_ms", 2500}}));
   const struct {
-    const char *uri, *track;
-    int payloadType;
-    const char* rtcpInterval;
+    const char *Uri, *Track;
+    int PayloadType;
+    const char* RtcpInterval;
   } tracks[] = {{"127.0.0.12:8554/live.sdp", "0", 26, ""},
                 {"127.0.0.12:8554/live.sdp", "1", 0, ""},
                 {"127.0.0.13:8554/av?ch=1&sub=0", "0", 96, "2500"}};
@@ -117,16 +117,16 @@ TEST_F(CamsimStream, ATrackCanBePlayedOnItsOwnUrl) {
       CCommandResult run;
       Json seen;
       ASSERT_TRUE(Eventually(60, [&] {
-        run = RunCommand("node " + kClientDir + "/track_session.js \"rtsp://" + track.uri + "\" " + transport +
-                             " " + track.track + " 2>&1",
+        run = RunCommand("node " + CLIENT_DIR + "/track_session.js \"rtsp://" + track.Uri + "\" " + transport +
+                             " " + track.Track + " 2>&1",
                          20);
         seen = Json::parse(run.output, nullptr, false);
         return seen.is_object();
       })) << run.output;
       for (const char* method : {"OPTIONS", "DESCRIBE", "SETUP", "PLAY", "GET_PARAMETER", "TEARDOWN"})
-        EXPECT_EQ(seen["statuses"][method], 200) << method << " " << track.uri << " " << transport;
-      EXPECT_EQ(seen["payloadType"], track.payloadType);
-      EXPECT_EQ(seen["rtcpInterval"], track.rtcpInterval);
+        EXPECT_EQ(seen["statuses"][method], 200) << method << " " << track.Uri << " " << transport;
+      EXPECT_EQ(seen["payloadType"], track.PayloadType);
+      EXPECT_EQ(seen["rtcpInterval"], track.RtcpInterval);
       EXPECT_EQ(seen["stopped"], true);
       EXPECT_LT(seen["sdpBytes"], 2048);  // as much as small recorders read
     }
@@ -135,7 +135,7 @@ TEST_F(CamsimStream, ATrackCanBePlayedOnItsOwnUrl) {
 TEST_F(CamsimStream, ParameterSetsInBandOrNot) {
   // Copied as it comes: 0x67 and the like begin a sequence parameter set.
   const auto parameterSets = [] {
-    const std::string stream = RunCommand("ffmpeg -v error -rtsp_transport tcp -i " + Quoted(kStreams[0].uri) +
+    const std::string stream = RunCommand("ffmpeg -v error -rtsp_transport tcp -i " + Quoted(STREAMS[0].Uri) +
                                           " -frames:v 20 -an -c copy -f h264 -")
                                    .output;
     int count = 0;
@@ -151,23 +151,23 @@ TEST_F(CamsimStream, ParameterSetsInBandOrNot) {
 }
 
 TEST_F(CamsimStream, TheViewFollowsTheHead) {
-  const std::string look = "node " + kClientDir + "/judge.js move 127.0.0.11:8080 ";
+  const std::string look = "node " + CLIENT_DIR + "/judge.js move 127.0.0.11:8080 ";
   for (const CFrameCode& at : {CFrameCode{0, 0.4, -0.2, 0.6}, CFrameCode{0, -0.7, 0.5, 0}}) {
-    ASSERT_EQ(RunCommand(look + std::to_string(at.pan) + "," + std::to_string(at.tilt) + "," +
-                         std::to_string(at.zoom))
+    ASSERT_EQ(RunCommand(look + std::to_string(at.Pan) + "," + std::to_string(at.Tilt) + "," +
+                         std::to_string(at.Zoom))
                   .status,
               0);
-    const std::vector<CFrameCode> codes = Play(kStreams[0], "tcp", 1);
+    const std::vector<CFrameCode> codes = Play(STREAMS[0], "tcp", 1);
     ASSERT_FALSE(codes.empty());
-    EXPECT_NEAR(codes[0].pan, at.pan, 0.01);
-    EXPECT_NEAR(codes[0].tilt, at.tilt, 0.01);
-    EXPECT_NEAR(codes[0].zoom, at.zoom, 0.01);
+    EXPECT_NEAR(codes[0].Pan, at.Pan, 0.01);
+    EXPECT_NEAR(codes[0].Tilt, at.Tilt, 0.01);
+    EXPECT_NEAR(codes[0].Zoom, at.Zoom, 0.01);
   }
 }
 
 TEST_F(CamsimStream, NewEncoderSettingsChangeTheStream) {
   const auto set = [](const std::string& values) {
-    return RunCommand("node " + kClientDir + "/judge.js encode 127.0.0.12:8080 " + values + " 2>&1");
+    return RunCommand("node " + CLIENT_DIR + "/judge.js encode 127.0.0.12:8080 " + values + " 2>&1");
   };
   const CStream jpeg{"127.0.0.12:8554/live3.sdp", "mjpeg", 320, 240, 2, 2};
   ASSERT_EQ(set("mjpeg-s,JPEG,320,240,70,4096").status, 0);
@@ -208,8 +208,8 @@ TEST_F(CamsimStream, PowerOffEndsStreamsAndOnBringsThemBack) {
   std::thread viewer;
   CCommandResult seen;
   viewer = std::thread([&] {
-    seen = RunCommand(
-        "ffmpeg -v error -rtsp_transport tcp -i " + Quoted(kStreams[1].uri) + " -c copy -f null -", 90);
+    seen = RunCommand("ffmpeg -v error -rtsp_transport tcp -i " + Quoted(STREAMS[1].Uri) + " -c copy -f null -",
+                      90);
   });
   EXPECT_TRUE(Eventually(20, [&] { return Stream(2, 0)["sessions"] == 1; }));
   EXPECT_FALSE(m_camsim.Post("/cameras/2/power", {{"on", false}}).is_null());
@@ -217,7 +217,7 @@ TEST_F(CamsimStream, PowerOffEndsStreamsAndOnBringsThemBack) {
   EXPECT_NE(seen.status, 124) << "the viewer was left hanging";
   EXPECT_EQ(Exchange("127.0.0.12", 8080, "GET / HTTP/1.0\r\n\r\n"), "");
   EXPECT_FALSE(m_camsim.Post("/cameras/2/power", {{"on", true}}).is_null());
-  EXPECT_FALSE(Play(kStreams[1], "tcp", 3).empty());
+  EXPECT_FALSE(Play(STREAMS[1], "tcp", 3).empty());
   EXPECT_EQ(m_camsim.Post("/cameras/2/address", {{"address", "127.0.0.42"}})["address"], "127.0.0.42");
   const CStream moved{"127.0.0.42:8554/live.sdp", "mjpeg", 640, 480, 2, 0};
   EXPECT_FALSE(Play(moved, "udp", 3).empty());

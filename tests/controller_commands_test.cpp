@@ -46,8 +46,8 @@ class Commands : public CControllerTest {
   }
   bool ShowsPosition(double pan, double tilt, double zoom) const {
     return Shows([=](const CFrameCode& code, const DecodedPicture&) {
-      return std::abs(code.pan - pan) < 0.02 && std::abs(code.tilt - tilt) < 0.02 &&
-             std::abs(code.zoom - zoom) < 0.02;
+      return std::abs(code.Pan - pan) < 0.02 && std::abs(code.Tilt - tilt) < 0.02 &&
+             std::abs(code.Zoom - zoom) < 0.02;
     });
   }
   bool ShowsSize(int width, int height) const {
@@ -99,7 +99,7 @@ TEST_F(Commands, MoveCamerasAsTheirPicturesShow) {
     Ask("move 127.0.0.11 --pan -30");
     return sim.Camera(1)["ptz"]["moving"] == true;
   }));
-  EXPECT_TRUE(Shows([](const CFrameCode& code, const auto&) { return code.pan < -0.1; }))
+  EXPECT_TRUE(Shows([](const CFrameCode& code, const auto&) { return code.Pan < -0.1; }))
       << "it goes on to the left";
   Good("stop 127.0.0.11");
   EXPECT_TRUE(Eventually(20, [&] { return sim.Camera(1)["ptz"]["moving"] == false; }));

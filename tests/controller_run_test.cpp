@@ -43,8 +43,8 @@ class Controller : public CControllerTest {
       ASSERT_TRUE(
           ReadFrameCode(reinterpret_cast<const uint8_t*>(play.output.data() + at), width, width, height, &code))
           << path << ", picture " << at / size;
-      EXPECT_TRUE(at == 0 || code.counter == last + 1) << path << ": " << code.counter << " after " << last;
-      last = code.counter;
+      EXPECT_TRUE(at == 0 || code.Counter == last + 1) << path << ": " << code.Counter << " after " << last;
+      last = code.Counter;
     }
   }
 
@@ -210,7 +210,7 @@ TEST_F(Controller, BadInputIsNamed) {
     std::string arguments = c.Arguments;
     if (const size_t at = arguments.find("FOLDER"); at != std::string::npos) arguments.replace(at, 6, m_Folder);
     if (c.Status == 1) arguments += " --data " + m_Folder;
-    const CCommandResult run = RunCommand(kController + " " + arguments + " 2>&1");
+    const CCommandResult run = RunCommand(CONTROLLER + " " + arguments + " 2>&1");
     EXPECT_EQ(run.status, c.Status) << arguments << "\n" << run.output;
     EXPECT_THAT(run.output, AllOf(HasSubstr("controller: "), HasSubstr(c.Message))) << arguments;
   }
@@ -218,7 +218,7 @@ TEST_F(Controller, BadInputIsNamed) {
 
   unsetenv("CONTROLLER_PASSWORD");
   const CCommandResult asked =
-      RunCommand("setsid " + kController + " discover --user admin --data " + m_Folder + " 2>&1");
+      RunCommand("setsid " + CONTROLLER + " discover --user admin --data " + m_Folder + " 2>&1");
   EXPECT_EQ(asked.status, 2);
   EXPECT_THAT(asked.output, HasSubstr("CONTROLLER_PASSWORD"));
 }

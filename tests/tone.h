@@ -30,26 +30,26 @@ struct CTone {
 
 // Looks at windows of 10 ms, each a whole number of periods of any multiple of 100 Hz.
 inline CTone FindTone(const CSamples& samples, double hz) {
-  constexpr size_t kWindow = 80, kGap = 320;
-  constexpr double kAudible = kWindow * 300.0 * 300.0;
+  constexpr size_t WINDOW = 80, GAP = 320;
+  constexpr double AUDIBLE = WINDOW * 300.0 * 300.0;
   CTone found;
   double signal = 0, noise = 0, sinceHeard = 0;
   size_t begin = 0, heardUntil = 0;
-  for (size_t at = 0; at + kWindow <= samples.size(); at += kWindow) {
+  for (size_t at = 0; at + WINDOW <= samples.size(); at += WINDOW) {
     double in = 0, quadrature = 0, all = 0;
-    for (size_t i = at; i < at + kWindow; ++i) {
+    for (size_t i = at; i < at + WINDOW; ++i) {
       const double turn = 2 * std::numbers::pi * hz * static_cast<double>(i) / 8000;
       in += samples[i] * std::cos(turn);
       quadrature += samples[i] * std::sin(turn);
       all += static_cast<double>(samples[i]) * samples[i];
     }
-    const double tone = (in * in + quadrature * quadrature) * 2 / kWindow;
+    const double tone = (in * in + quadrature * quadrature) * 2 / WINDOW;
     sinceHeard += all - tone;
-    const bool heard = tone > kAudible && tone > all / 2;
-    const size_t end = at + kWindow;
+    const bool heard = tone > AUDIBLE && tone > all / 2;
+    const size_t end = at + WINDOW;
     if (!heard) found.Absent = std::max(found.Absent, static_cast<double>(end - heardUntil) / 8000);
     if (!heard) continue;
-    if (at - heardUntil > kGap || signal == 0) {
+    if (at - heardUntil > GAP || signal == 0) {
       begin = at;
       signal = 0;
       noise = 1e-9;

@@ -17,10 +17,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr char kControlAddress[] = "127.0.0.10";
-constexpr int kControlPort = 8900;
-constexpr int kStartMs = 60000;  // the first start on a machine looks at every GStreamer plug-in
-constexpr int kEndMs = 20000;
+constexpr char CONTROL_ADDRESS[] = "127.0.0.10";
+constexpr int CONTROL_PORT = 8900;
+constexpr int START_MS = 60000;  // the first start on a machine looks at every GStreamer plug-in
+constexpr int END_MS = 20000;
 
 int MsUntil(Clock::time_point end) {
   const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
@@ -84,14 +84,14 @@ CCamsim::CCamsim(const std::vector<std::string>& arguments) {
   }
   close(ends[1]);
   m_pipe = ends[0];
-  const auto end = Clock::now() + std::chrono::milliseconds(kStartMs);
+  const auto end = Clock::now() + std::chrono::milliseconds(START_MS);
   while (!m_ready && ReadSome(m_pipe, end, &m_output)) m_ready = m_output.find("ready\n") != std::string::npos;
 }
 
 int CCamsim::End() {
   if (m_pid <= 0) return m_status;
   kill(m_pid, SIGTERM);
-  const auto end = Clock::now() + std::chrono::milliseconds(kEndMs);
+  const auto end = Clock::now() + std::chrono::milliseconds(END_MS);
   int status = 0;
   while (waitpid(m_pid, &status, WNOHANG) == 0) {
     if (Clock::now() > end) kill(m_pid, SIGKILL);
@@ -104,7 +104,7 @@ int CCamsim::End() {
 }
 
 nlohmann::json CCamsim::Ask(const std::string& request) {
-  const std::string answer = Exchange(kControlAddress, kControlPort, request);
+  const std::string answer = Exchange(CONTROL_ADDRESS, CONTROL_PORT, request);
   const size_t body = answer.find("\r\n\r\n");
   if (body == std::string::npos || !answer.starts_with("HTTP/1.1 200")) return nullptr;
   return nlohmann::json::parse(answer.substr(body + 4), nullptr, false);

@@ -15,8 +15,8 @@
 
 namespace {
 
-constexpr double kPatience = 120;  // seconds; who is not found at once is looked for again after 60
-constexpr double kLongestEnd = 20;
+constexpr double PATIENCE = 120;  // seconds; who is not found at once is looked for again after 60
+constexpr double LONGEST_END = 20;
 
 std::string NewFolder() {
   char folder[] = "/tmp/controller-test-XXXXXX";
@@ -50,7 +50,7 @@ CControllerProcess::CControllerProcess(const std::string& arguments, const std::
   m_iPid = fork();
   if (m_iPid != 0) return;
   prctl(PR_SET_PDEATHSIG, SIGKILL);  // a test that dies leaves none behind
-  if (freopen(output.c_str(), "w", stdout) != nullptr) execv(kController.c_str(), argv.data());
+  if (freopen(output.c_str(), "w", stdout) != nullptr) execv(CONTROLLER.c_str(), argv.data());
   _exit(127);
 }
 
@@ -86,7 +86,7 @@ void CControllerTest::Start(const std::string& arguments) {
 
 CControllerTest::Cameras CControllerTest::End() {
   int status = -1;
-  EXPECT_LT(m_pController->End(SIGTERM, &status), kLongestEnd);
+  EXPECT_LT(m_pController->End(SIGTERM, &status), LONGEST_END);
   EXPECT_EQ(status, 0);
   const Json summary = Json::parse(Text(m_Folder + "/summary.json"), nullptr, false);
   return summary.is_object() ? ByName(summary) : Cameras();
@@ -94,8 +94,8 @@ CControllerTest::Cameras CControllerTest::End() {
 
 CCommandResult CControllerTest::Ask(const std::string& command) const {
   CCommandResult result;
-  Eventually(kPatience, [&] {
-    result = RunCommand(kController + " " + command + " --data " + m_Folder + " 2>&1");
+  Eventually(PATIENCE, [&] {
+    result = RunCommand(CONTROLLER + " " + command + " --data " + m_Folder + " 2>&1");
     return !Has(result, "is not in service");
   });
   return result;
@@ -103,7 +103,7 @@ CCommandResult CControllerTest::Ask(const std::string& command) const {
 
 CControllerTest::Json CControllerTest::Good(const std::string& command) const {
   CCommandResult result;
-  Eventually(kPatience, [&] {
+  Eventually(PATIENCE, [&] {
     result = Ask(command + " --json");
     return !Has(result, "has not confirmed");
   });
@@ -113,7 +113,7 @@ CControllerTest::Json CControllerTest::Good(const std::string& command) const {
 
 CControllerTest::Json CControllerTest::Try(const std::string& command) const {
   const CCommandResult result =
-      RunCommand(kController + " " + command + " --json --data " + m_Folder + " 2>/dev/null");
+      RunCommand(CONTROLLER + " " + command + " --json --data " + m_Folder + " 2>/dev/null");
   Json answer = Json::parse(result.output, nullptr, false);
   return result.status == 0 && answer.is_object() ? answer : Json();
 }
@@ -129,7 +129,7 @@ CControllerTest::Json CControllerTest::Camera(const std::string& name) const {
 }
 
 bool CControllerTest::AllBecome(size_t count, const std::function<bool(const Json& camera)>& good) const {
-  return Eventually(kPatience, [&] {
+  return Eventually(PATIENCE, [&] {
     const Cameras cameras = Status();
     return cameras.size() == count &&
            std::ranges::all_of(cameras, [&](const auto& each) { return good(each.second); });

@@ -13,7 +13,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-inline const std::string kController = TEST_BIN_DIR "/controller";
+inline const std::string CONTROLLER = TEST_BIN_DIR "/controller";
 
 std::string Text(const std::string& path);  // the whole file; empty when there is none
 
