@@ -129,13 +129,14 @@ bool CProfile::LoadPresetConfig(CMediaCamera* camera) {
   return true;
 }
 
-bool CProfile::LoadRTSPConfig(CMediaCamera* camera) {
+bool CProfile::LoadRTSPConfig(CMediaCamera* camera, CGXString* reason) {
   Described result = Described::STALE;
-  for (int i = 0; i < DESCRIBE_ATTEMPTS && result == Described::STALE; ++i) result = Describe(camera);
+  for (int i = 0; i < DESCRIBE_ATTEMPTS && result == Described::STALE; ++i) result = Describe(camera, reason);
+  if (result == Described::STALE && reason != nullptr) *reason = "its settings change all the time";
   return result == Described::STORED;
 }
 
-CProfile::Described CProfile::Describe(CMediaCamera* camera) {
+CProfile::Described CProfile::Describe(CMediaCamera* camera, CGXString* reason) {
   CGXString uri;
   unsigned reloads = 0;
   {
@@ -146,8 +147,10 @@ CProfile::Described CProfile::Describe(CMediaCamera* camera) {
   CRTSP session(uri, uri, RTP_TRANSPORT_TCP, camera->UserName(), camera->Password(), -1, nullptr, nullptr);
   char answer[DESCRIBE_ANSWER_BYTES + 1] = {};  // a full answer comes without a terminator
   if (!session.Login() ||
-      !session.RTSPExchange(uri, "DESCRIBE", "Accept: application/sdp", answer, DESCRIBE_ANSWER_BYTES, 0))
+      !session.RTSPExchange(uri, "DESCRIBE", "Accept: application/sdp", answer, DESCRIBE_ANSWER_BYTES, 0)) {
+    if (reason != nullptr) *reason = session.Failure();
     return Described::FAILED;
+  }
   CGXLock lock(m_Lock);
   // What was asked before a change would overwrite what was asked after it.
   if (reloads != m_nReloads) return Described::STALE;
@@ -170,9 +173,9 @@ void CProfile::TakeStreamFrom(const CProfile& older) {
   m_Description.TakeFrom(description);
 }
 
-bool CProfile::EnsureRTSPConfig(CMediaCamera* camera) {
+bool CProfile::EnsureRTSPConfig(CMediaCamera* camera, CGXString* reason) {
   if ((State() & STATE_DESCRIBED) != 0) return true;
-  if (!LoadRTSPConfig(camera)) return false;
+  if (!LoadRTSPConfig(camera, reason)) return false;
   CGXLock lock(m_Lock);
   if (m_nDescribed == m_nReloads) m_iState |= STATE_DESCRIBED;
   return true;

@@ -40,10 +40,11 @@ class CProfile {
   bool LoadStreamUri(CMediaCamera* camera);     // GetStreamUri; true when the camera named one
   bool LoadPresetConfig(CMediaCamera* camera);  // GetPresets; true when the camera answered at all
   // DESCRIBE of StreamUri(), again when the profile was reloaded meanwhile; false changes nothing.
-  bool LoadRTSPConfig(CMediaCamera* camera);
+  bool LoadRTSPConfig(CMediaCamera* camera, CGXString* reason = nullptr);
 
   // LoadRTSPConfig unless STATE_DESCRIBED is set, and sets it, unless the profile was reloaded meanwhile.
-  bool EnsureRTSPConfig(CMediaCamera* camera);
+  // `reason`, may be null: of a failure, in plain words.
+  bool EnsureRTSPConfig(CMediaCamera* camera, CGXString* reason = nullptr);
 
   // Stream URI and session description of an older copy of this profile, until the camera names another URI.
   // STATE_DESCRIBED stays clear: the next stream start describes the stream again.
@@ -103,7 +104,7 @@ class CProfile {
   };
 
   enum class Described { FAILED, STALE, STORED };
-  Described Describe(CMediaCamera* camera);
+  Described Describe(CMediaCamera* camera, CGXString* reason);
   static CPTZ ExtractPTZ(const CONVIFMsg* profile);
   static void ExtractPTZRange(const CONVIFMsg* element, GXT_PTZ_RANGE* range);
   void LoadEncoders(const CONVIFMsg* profile);

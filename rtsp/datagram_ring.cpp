@@ -14,6 +14,7 @@ struct CDatagramRing::Slots {
   std::vector<unsigned char> Data;
   iovec Vectors[MAX_DATAGRAMS];
   mmsghdr Messages[MAX_DATAGRAMS];
+  sockaddr_in Senders[MAX_DATAGRAMS];
 
   // Room of `size` bytes a datagram.
   void Arrange(size_t size) {
@@ -24,6 +25,8 @@ struct CDatagramRing::Slots {
       Messages[i] = {};
       Messages[i].msg_hdr.msg_iov = &Vectors[i];
       Messages[i].msg_hdr.msg_iovlen = 1;
+      Messages[i].msg_hdr.msg_name = &Senders[i];
+      Messages[i].msg_hdr.msg_namelen = sizeof Senders[i];
     }
   }
 };
@@ -31,17 +34,24 @@ struct CDatagramRing::Slots {
 CDatagramRing::CDatagramRing() = default;
 CDatagramRing::~CDatagramRing() = default;
 
-bool CDatagramRing::Receive(int socket, int size) {
+bool CDatagramRing::Receive(int socket, int size, in_addr sender) {
   if (m_pSlots == nullptr) m_pSlots = std::make_unique<Slots>();
   m_pSlots->Arrange(static_cast<size_t>(size));
   m_iNext = 0;
   m_iCount = std::max(0, recvmmsg(socket, m_pSlots->Messages, MAX_DATAGRAMS, MSG_DONTWAIT, nullptr));
-  return m_iCount > 0;
+  m_Sender = sender;
+  SkipOthers();
+  return !IsEmpty();
+}
+
+void CDatagramRing::SkipOthers() {
+  while (!IsEmpty() && m_pSlots->Senders[m_iNext].sin_addr.s_addr != m_Sender.s_addr) ++m_iNext;
 }
 
 int CDatagramRing::Take(unsigned char* buffer, int size) {
   const mmsghdr& message = m_pSlots->Messages[m_iNext++];
   const int length = std::min(static_cast<int>(message.msg_len), size);
   std::memcpy(buffer, message.msg_hdr.msg_iov->iov_base, static_cast<size_t>(length));
+  SkipOthers();
   return length;
 }

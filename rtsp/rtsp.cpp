@@ -2,6 +2,8 @@
 
 #include <sys/socket.h>
 
+#include <cerrno>
+
 namespace {
 
 // A camera in the house answers within milliseconds. This leaves time for three repetitions of a lost first
@@ -60,14 +62,33 @@ CRTSP::~CRTSP() {
 void CRTSP::Connect(CGXString url) {
   url.TrimLeft("rtsp://");
   const int slash = url.Find('/');
-  if (slash <= 0 || !ResolveAddress(url.Left(slash), &m_ServerAddress, RTSP_PORT)) return;
+  if (slash <= 0 || !ResolveAddress(url.Left(slash), &m_ServerAddress, RTSP_PORT)) {
+    Fail(slash <= 0 ? "the camera names no usable stream address" : "the stream's host name is not known");
+    return;
+  }
+  m_Source = m_ServerAddress.sin_addr;
   m_Control.Reset(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (m_Control.IsOpen() && ConnectSocket(m_Control.Get(), &m_ServerAddress, CONNECT_MS) != 0)
+  if (!m_Control.IsOpen()) {
+    Fail("no socket could be opened");
+  } else if (ConnectSocket(m_Control.Get(), &m_ServerAddress, CONNECT_MS) != 0) {
+    Fail(errno == ECONNREFUSED ? "the camera's stream server refuses connections"
+                               : "the camera's stream server cannot be reached");
     m_Control.Close();
+  }
 }
 
 int CRTSP::Connected() const {
   return m_iRelaySocket != -1 || m_Control.IsOpen();
+}
+
+// The first reason is the cause of the others.
+int CRTSP::Fail(const char* reason) {
+  if (m_Failure.IsEmpty()) m_Failure = reason;
+  return 0;
+}
+
+CGXString CRTSP::Failure() const {
+  return m_Failure.IsEmpty() ? m_Refusal : m_Failure;
 }
 
 int CRTSP::Init(CRTSPProfile* profile) {
@@ -81,19 +102,21 @@ int CRTSP::OpenPortPair() {
   ReleasePort();
   m_wLocalPort = GetRTPPort();
   m_bPortHeld = m_wLocalPort != 0;
+  if (!m_bPortHeld)
+    Fail("all 64 pairs of local ports for streams over UDP are in use; interleaved transport (TCP) needs none");
   m_RTP.Reset(CreateDatagramSocket());
   EnlargeReceiveBuffer(m_RTP);
   if (m_RTP.IsOpen() && !BindPort(m_RTP, m_wLocalPort)) {
     m_RTP.Close();
     ReleasePort();
-    return 0;
+    return Fail("the local port for its packets is in use by another program");
   }
   if (m_RTP.IsOpen()) m_RTCP.Reset(CreateDatagramSocket());
   if (!m_RTCP.IsOpen()) {
     m_RTP.Close();
     ReleasePort();
     m_wLocalPort = 0;
-    return 0;
+    return Fail("no socket could be opened");
   }
   // Without its neighbour port the stream plays all the same, only without reports.
   BindPort(m_RTCP, static_cast<unsigned short>(m_wLocalPort + 1));

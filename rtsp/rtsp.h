@@ -35,6 +35,10 @@ class CRTSP {
 
   int Connected() const;  // non-zero with a control connection or a relay socket
 
+  // Why this session failed, or why no packet may have come: in plain words that stand behind a colon. Empty
+  // when nothing is known. A refused request is one, although the session goes on after it.
+  CGXString Failure() const;
+
   int Init(CRTSPProfile* profile);  // takes the profile's ControlURL(); UDP: opens the local port pair
   int Login();                      // OPTIONS and DESCRIBE
   int InitSession();                // SETUP and PLAY
@@ -77,6 +81,8 @@ class CRTSP {
   void LOGE(const char* format, ...) const __attribute__((format(printf, 2, 3)));
 
  private:
+  int Fail(const char* reason);
+  void TakeStatus(const char* method, const char* reply);
   void Connect(CGXString url);
   int OpenPortPair();
   void ReleasePort();
@@ -88,6 +94,7 @@ class CRTSP {
   int SetupUDP();
   int SetupTCP();
   int Play(const char* extraHeaders);
+  int FailedSetup();
   void TakeServerPort(const char* transportHeader);
   void TakeSessionID(const char* sessionHeader);
 
@@ -102,6 +109,7 @@ class CRTSP {
 
   // The connection.
   sockaddr_in m_ServerAddress{};
+  in_addr m_Source{};  // where its packets come from: the server, unless it names another address
   COwnedSocket m_Control, m_RTP, m_RTCP;
   unsigned short m_wLocalPort = 0;  // host order; RTCP uses the next one
   bool m_bPortHeld = false;         // whether m_wLocalPort is still ours in the registry
@@ -113,6 +121,10 @@ class CRTSP {
   char m_SessionID[RTSP_VALUE_CHARS + 1] = {};  // with the blank that stood before it
   CGXString m_User, m_Password;
   bool m_bBodyUnread = false;  // the rest of a reply's body is still to come
+
+  // What went wrong.
+  CGXString m_Failure, m_Refusal;
+  bool m_bSetupRefused = false;
 
   // The relay.
   int m_iRelaySocket;

@@ -4,6 +4,7 @@
 #include "rtsp/reply_reader.h"
 #include "rtsp/rtsp.h"
 
+#include <arpa/inet.h>
 #include <sys/socket.h>
 
 #include <cstdio>
@@ -97,7 +98,7 @@ int CRTSP::SendRequest(const char* url, const char* method, const char* extraHea
   }
   if (SendSocket(m_Control.Get(), request, length, SEND_MS) != length) {
     m_Control.Close();
-    return 0;
+    return Fail("the camera's stream server has closed the connection");
   }
   ++m_iCSeq;
   return 1;
@@ -112,10 +113,11 @@ int CRTSP::RTSPExchange(const char* url, const char* method, const char* extraHe
   CReplyReader reader(reply, replySize, m_bBodyUnread, streamFollows ? &m_Framer : nullptr);
   const Reply result = ReadReply(reader);
   m_bBodyUnread = reader.BodyUnread();
+  if (result == Reply::READ) TakeStatus(method, std::string(reader.Text().substr(0, 128)).c_str());
   if (result != Reply::UNAUTHORIZED) return result == Reply::READ;
   if (isRetry) {
     LOGE("Error Bad Authorization");
-    return 0;
+    return Fail("the camera's stream server refuses the login; check user name and password");
   }
   CGXString extra(extraHeaders);
   if (!extra.IsEmpty()) extra += "\r\n";
@@ -134,6 +136,7 @@ CRTSP::Reply CRTSP::ReadReply(CReplyReader& reader) {
       LOGE(state == CReplyReader::State::BODY ? "Timeout waiting for content (%d)"
                                               : "Error Reading from Socket (%d)",
            NORVA_GetLastError());
+      Fail("the camera's stream server has closed the connection");
       return Reply::FAILED;
     }
     state = reader.Added(static_cast<size_t>(received));
@@ -144,6 +147,7 @@ CRTSP::Reply CRTSP::ReadReply(CReplyReader& reader) {
   // A reply that stops in the middle is taken as far as it came: some cameras announce more than they send.
   if (reader.Begun() && !reader.Text().empty()) return Reply::READ;
   LOGE("No Bytes Received");
+  Fail("the camera's stream server does not answer");
   return Reply::FAILED;
 }
 
@@ -226,7 +230,7 @@ int CRTSP::SetupTCP() {
   LOGI("Got SETUP");
   if (std::strstr(reply, "Service Unavailable") != nullptr) {
     LOGE("Service Not Available");
-    return 0;
+    return Fail("the camera has no room for another session (Service Unavailable)");
   }
   Value transport, session;
   Extract(reply, "Transport", transport);
@@ -236,11 +240,11 @@ int CRTSP::SetupTCP() {
   LOGI("Interleave %d", m_cChannel);
   if (!Extract(reply, "Session:", session)) {
     LOGE("ERROR: No Session ID: %s", reply);
-    return 0;
+    return FailedSetup();
   }
   if (session[0] == 0) {
     LOGE("Bad SessionID");
-    return 0;
+    return FailedSetup();
   }
   LOGI("Found Session ID %s", session);
   TakeSessionID(session);
@@ -252,8 +256,33 @@ int CRTSP::SetupTCP() {
   return Play(extra);
 }
 
+// Without a session: because the camera refused, or although it agreed.
+int CRTSP::FailedSetup() {
+  return m_Refusal.IsEmpty() ? Fail("the camera has agreed, but named no session") : 0;
+}
+
+// Replies to OPTIONS tell nothing of the stream. A refused SETUP is the cause of a refused PLAY.
+void CRTSP::TakeStatus(const char* method, const char* reply) {
+  const std::string_view name = method;
+  if (name == "OPTIONS" || (m_bSetupRefused && name != "SETUP")) return;
+  constexpr int WORDS = 40;
+  int status = 0;
+  char words[WORDS + 1] = {};
+  if (std::sscanf(reply, "RTSP/%*d.%*d %d %40[ -~]", &status, words) < 1) return;
+  m_Refusal = CGXString();
+  if (status < 300) return;
+  m_bSetupRefused = name == "SETUP";
+  m_Refusal.Format("the camera refused %s (%d%s%s)", method, status, words[0] != 0 ? " " : "", words);
+}
+
 void CRTSP::TakeServerPort(const char* transportHeader) {
   m_wServerPort = static_cast<unsigned short>(NumberAfter(transportHeader, "server_port=", m_wServerPort));
+  const char* const source = std::strstr(transportHeader, "source=");
+  if (source == nullptr) return;
+  const std::string_view text = source + std::strlen("source=");
+  in_addr address{};
+  if (inet_pton(AF_INET, std::string(text.substr(0, text.find_first_of(";, "))).c_str(), &address) == 1)
+    m_Source = address;
 }
 
 // The id ends at its first parameter. The blank before it stays: sessions have always been named with two

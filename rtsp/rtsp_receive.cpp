@@ -65,8 +65,14 @@ int CRTSP::WaitRelay(unsigned char* buffer, int size, unsigned timeoutMs) {
 int CRTSP::WaitDatagram(unsigned char* buffer, int size, unsigned timeoutMs) {
   if (m_Datagrams.IsEmpty()) {
     KeepSessionAlive();
-    if (!m_RTP.IsOpen() || !WaitSocketReadState(m_RTP.Get(), timeoutMs)) return 0;
-    if (!m_Datagrams.Receive(m_RTP.Get(), size)) return 0;
+    if (!m_RTP.IsOpen()) return 0;
+    // Strangers' datagrams neither end the wait nor make it longer.
+    const CGXTimer waited;
+    do {
+      const unsigned elapsed = waited.GXTickCount();
+      if (!WaitSocketReadState(m_RTP.Get(), timeoutMs - std::min(elapsed, timeoutMs))) return 0;
+    } while (!m_Datagrams.Receive(m_RTP.Get(), size, m_Source) && waited.GXTickCount() < timeoutMs);
+    if (m_Datagrams.IsEmpty()) return 0;
   }
   return m_Datagrams.Take(buffer, size);
 }
@@ -119,7 +125,7 @@ int CRTSP::Fill(unsigned timeoutMs) {
       m_Framer.Added(static_cast<size_t>(received));
       return 1;
     }
-    if (received == 0 || (errno != EAGAIN && errno != EINTR)) return 0;
+    if (received == 0 || (errno != EAGAIN && errno != EINTR)) return Fail("the camera has ended the stream");
     if (errno == EAGAIN) left -= slice;
     if (left == 0) return 0;
   }
@@ -149,8 +155,12 @@ int CRTSP::ReadTCP(unsigned char* buffer, int length, int timeoutMs) {
 void CRTSP::KeepSessionAlive() {
   if (m_RTCP.IsOpen()) {
     unsigned char report[RTCP_BYTES];
-    const ssize_t length = recv(m_RTCP.Get(), report, sizeof report, MSG_DONTWAIT);
-    if (length > 0) ProcessSenderReport(report, static_cast<int>(length));
+    sockaddr_in sender{};
+    socklen_t senderBytes = sizeof sender;
+    const ssize_t length = recvfrom(m_RTCP.Get(), report, sizeof report, MSG_DONTWAIT,
+                                    reinterpret_cast<sockaddr*>(&sender), &senderBytes);
+    if (length > 0 && sender.sin_addr.s_addr == m_Source.s_addr)
+      ProcessSenderReport(report, static_cast<int>(length));
   }
   if (m_wRTCPInterval != 0 && m_RTCPTimer.GXTickCount() > m_wRTCPInterval) {
     SendReceiverReport();

@@ -36,18 +36,25 @@ size_t Read16(Bytes bytes, size_t at) {
 // Where a NAL unit goes.
 class CUnitWriter {
  public:
-  CUnitWriter(unsigned char* out, int capacity)
-      : m_pOut(out), m_nCapacity(out != nullptr && capacity > 0 ? static_cast<size_t>(capacity) : 0) {}
+  CUnitWriter(unsigned char* out, int capacity, unsigned* tooLarge)
+      : m_pTooLarge(tooLarge),
+        m_pOut(out),
+        m_nCapacity(out != nullptr && capacity > 0 ? static_cast<size_t>(capacity) : 0) {}
 
   int Write(Bytes unit) const {
-    if (unit.size() + START_CODE_BYTES > m_nCapacity) return 0;
+    if (unit.size() + START_CODE_BYTES > m_nCapacity) return TooLarge();
     constexpr unsigned char startCode[START_CODE_BYTES] = {0, 0, 1};
     std::memcpy(m_pOut, startCode, sizeof startCode);
     std::memcpy(m_pOut + START_CODE_BYTES, unit.data(), unit.size());
     return static_cast<int>(unit.size() + START_CODE_BYTES);
   }
+  int TooLarge() const {
+    ++*m_pTooLarge;
+    return 0;
+  }
 
  private:
+  unsigned* m_pTooLarge;
   unsigned char* m_pOut;
   size_t m_nCapacity;
 };
@@ -72,6 +79,7 @@ struct CH264Depacketizer::State {
   // they took the place of a fragment, the next one does not have the number that is expected.
   std::vector<unsigned char> Unit;
   bool Assembling = false;
+  unsigned TooLarge = 0;
   uint16_t NextSequence = 0;
 };
 
@@ -119,7 +127,8 @@ int CH264Depacketizer::State::Fragment(const GXT_RTP_PACKET& packet, const CUnit
   } else if (Assembling && NALType(Unit[0]) != NALType(header)) {
     Assembling = false;
   }
-  if (!Assembling || !Append(body)) return 0;
+  if (!Assembling) return 0;
+  if (!Append(body)) return out.TooLarge();
   NextSequence = static_cast<uint16_t>(packet.Sequence + 1);
   if ((header & FU_END) == 0) return 0;
   Assembling = false;
@@ -135,8 +144,12 @@ bool CH264Depacketizer::State::Append(Bytes bytes) {
 CH264Depacketizer::CH264Depacketizer(int payloadType) : m_pState(std::make_unique<State>(payloadType)) {}
 CH264Depacketizer::~CH264Depacketizer() = default;
 
+unsigned CH264Depacketizer::TooLarge() const {
+  return m_pState->TooLarge;
+}
+
 int CH264Depacketizer::ProcessRTP(const unsigned char* packet, int length, unsigned char* out, int capacity) {
-  const CUnitWriter writer(out, capacity);
+  const CUnitWriter writer(out, capacity, &m_pState->TooLarge);
   if (packet == nullptr) return m_pState->NextOfAggregate(writer);
   m_pState->Aggregate.clear();
   m_pState->AggregateAt = 0;

@@ -15,6 +15,8 @@ class CH264Depacketizer {
   // not fit in `capacity` is dropped.
   int ProcessRTP(const unsigned char* packet, int length, unsigned char* out, int capacity);
 
+  unsigned TooLarge() const;  // units dropped because they did not fit, since construction
+
  private:
   struct State;
   std::unique_ptr<State> m_pState;
