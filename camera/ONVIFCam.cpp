@@ -69,11 +69,11 @@ CONVIFCam::~CONVIFCam() {
 }
 
 void CONVIFCam::StopWorkers() {
-  for (CGXThread& thread : m_StreamThreads) thread.Cancel();
+  m_Streams.Cancel();
   m_Queue.Worker().Cancel();
   m_Events.Cancel();
   m_AudioThread.Cancel();
-  for (CGXThread& thread : m_StreamThreads) thread.Join();
+  m_Streams.Join();
   m_Queue.Worker().Join();
   m_Events.Join();
   m_AudioThread.Join();
@@ -147,7 +147,7 @@ void CONVIFCam::SetConfigURL(CGXString url) {
   {
     const CGXLock lock(m_Queue.Worker().StartLock());  // a push meanwhile starts its worker afterwards
     StopWorkers();
-    for (CGXThread& thread : m_StreamThreads) thread.Reset();
+    m_Streams.Reset();
     m_Queue.Worker().Reset();
     m_Events.Reset();
     m_AudioThread.Reset();
@@ -245,7 +245,10 @@ void CONVIFCam::SetONVIFConfig(CGXMSG* msg) {
   const auto h264 = std::make_shared<CONVIFUserConfig>(), jpeg = std::make_shared<CONVIFUserConfig>();
   h264->ReadFrom(msg);
   jpeg->ReadFrom(msg);
+  CUserSettingsRef before[CCameraStreams::STREAMS];
+  m_Streams.CurrentSettings(&before);
   m_Model.Take(h264, jpeg);
+  m_Streams.SettingsReplaced(before);
   UpdateResMask();  // there may be fewer streams now
 }
 

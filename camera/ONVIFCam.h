@@ -2,7 +2,7 @@
 // and the streams that it delivers to the controller.
 //
 // Source files by role: ONVIFCam.cpp identity, record and configuration; ONVIFCam_load.cpp the loading steps;
-// ONVIFCam_run.cpp the connection thread and the queue; ONVIFCam_stream.cpp the stream threads;
+// ONVIFCam_run.cpp the connection thread and the queue; CCameraStreams has the streams;
 // ONVIFCam_ptz.cpp moves and presets; ONVIFCam_offer.cpp what tells the host about the streams;
 // ONVIFCam_event.cpp the camera's events; ONVIFCam_alarm.cpp alarm datagrams; ONVIFCam_icom.cpp calls and the
 // speaker; ONVIFCam_audio.cpp the microphone.
@@ -12,6 +12,7 @@
 #include "audio/audio_camera.h"
 #include "camera/audio_squelch.h"
 #include "camera/camera_clock.h"
+#include "camera/camera_streams.h"
 #include "camera/event_service.h"
 #include "camera/proc_queue.h"
 #include "camera/run_state.h"
@@ -35,10 +36,8 @@
 
 class CONVIFDevice;
 class CONVIFMsg;
-class CAccessUnitCollector;
 class CONVIF_AudioOut;
 class COutboundCall;
-class CRTSP;
 class CRTSPServer;
 
 class CONVIFCam : public CVideoSystem,
@@ -96,6 +95,7 @@ class CONVIFCam : public CVideoSystem,
   bool GetCameraAddress(sockaddr_in* address) const override;
 
   // ---- The media model; any thread. See CMediaModel ----
+  const CMediaModel& Model() const { return m_Model; }
   CProfileRef ProfileByToken(const CGXString& token) const { return m_Model.ProfileByToken(token); }
   CEncoderRef EncoderByToken(const CGXString& token) const { return m_Model.EncoderByToken(token); }
   int IndexOfProfile(const CGXString& token) const { return m_Model.IndexOfProfile(token); }
@@ -131,10 +131,13 @@ class CONVIFCam : public CVideoSystem,
   int FixResMask(unsigned* mask) const;
 
   // Each returns when its stream has ended: 1 normally (stopped, or the camera fell silent), 0 after a failure.
-  int RunSnapshotMode();  // an alternative to a JPEG stream for cameras without one; no thread runs it by
-                          // itself
-  int RunJPEGMode(int stream);
-  int RunH264DVR();
+  int RunSnapshotMode() {
+    return m_Streams.RunSnapshots();
+  }  // an alternative to a JPEG stream for cameras without one; no thread runs it by
+     // itself
+  int RunJPEGMode(int stream) { return m_Streams.RunJPEG(stream); }
+  int RunH264DVR() { return m_Streams.RunH264(); }
+  std::vector<GXT_STREAM_REPORT> StreamReports() override { return m_Streams.Reports(); }
 
   // ---- Service ----
   int Run() override;
@@ -216,8 +219,6 @@ class CONVIFCam : public CVideoSystem,
   struct CIdentity {
     CGXString Manufacturer, Model, Firmware, SerialNo, HardwareID;
   };
-  static constexpr int JPEG_STREAMS = 3;
-  static constexpr int STREAMS = 4;  // and the H.264 stream
   static constexpr unsigned WORKER_STACK_BYTES = 256000;
   static constexpr int MOTION_LEVEL_FULL = 100, MOTION_LEVEL_UNKNOWN = -1;
 
@@ -267,21 +268,6 @@ class CONVIFCam : public CVideoSystem,
 
   void ReportMotion(bool motion);  // ONVIFCam_event.cpp
 
-  // ---- Stream threads (ONVIFCam_stream.cpp) ----
-  void StartStreams();
-  static unsigned RunStream(void* camera, int stream);
-  static unsigned StreamProc0(void* camera);
-  static unsigned StreamProc1(void* camera);
-  static unsigned StreamProc2(void* camera);
-  static unsigned H264_DVR_Proc(void* camera);
-  CRTSPProfile VideoRTSPProfile(const CProfile& profile, RTP_TRANSPORT transport) const;
-  bool StreamWanted(int stream) const;
-  int ReceiveJPEG(CRTSP* session, int stream);
-  void DeliverPicture(int stream, std::span<const unsigned char> picture);
-  bool DVRWanted(unsigned generation) const;
-  int ReceiveH264(CRTSP* session, unsigned generation);
-  void DeliverNAL(CAccessUnitCollector* collector, const unsigned char* nal, size_t length);
-
   // ---- Calls and speaker (ONVIFCam_icom.cpp); main thread ----
   bool HasSpeaker() const;
   void SetAudioOut(std::unique_ptr<CONVIF_AudioOut> output);
@@ -301,8 +287,6 @@ class CONVIFCam : public CVideoSystem,
   // ---- What the host is told (ONVIFCam_offer.cpp) ----
   void UpdateResMask();
   int EncodeTypeOf(const CONVIFUserSettings& entry) const;
-  void SetDVRActive(bool active);
-  int DVRRate();
 
   // ---- Fields ----
   // Identity and addresses: written by the record, the tools and the connection thread, read by everybody.
@@ -322,16 +306,8 @@ class CONVIFCam : public CVideoSystem,
   // Queue: see CProcQueue.
   CProcQueue m_Queue;
 
-  // Streams: threads started by the connection thread; mask and flags are read by them for every packet.
-  CGXThread m_StreamThreads[STREAMS];
-  CGXTimer m_StreamStarts[STREAMS];  // since the last start; connection thread only
-  std::atomic<bool> m_bStreamFailed[STREAMS] = {};
-  CGXCritical m_DVRLock;  // for writing m_bDVRActive: connection, file and main thread
-  std::atomic<bool> m_bDVRActive{false};
+  CCameraStreams m_Streams{this};
   std::atomic<int> m_iMotionLevel{MOTION_LEVEL_UNKNOWN};  // see MotionLevel(); listener's thread and alarms
-  std::atomic<int> m_nDVRFrames{0};                       // delivered since the statistics were last computed
-  CGXTimer m_DVRStatsTimer GUARDED_BY(m_DVRLock);
-  int m_iDVRRate GUARDED_BY(m_DVRLock) = 0;  // frames a second times 100
   CGXCritical m_RTSPSinkLock;
   std::vector<CObjectSink*> m_RTSPSinks GUARDED_BY(m_RTSPSinkLock);
 

@@ -11,7 +11,6 @@
 
 namespace {
 
-constexpr unsigned DVR_STATS_PERIOD_MS = 2000;
 constexpr int RATIO_WIDE = 1777;      // 16:9, times 1000
 constexpr int RATIO_STANDARD = 1333;  // 4:3
 
@@ -25,7 +24,7 @@ int HundredTimes(double rate) {
 
 int CONVIFCam::FixResMask(unsigned* mask) const {
   const int streams = m_Model.NSettings(RTSP_PROFILE_JPEG);
-  for (int i = 0; i < JPEG_STREAMS; ++i) {
+  for (int i = 0; i < CCameraStreams::JPEG_STREAMS; ++i) {
     if ((*mask & (1U << i)) == 0 || i < streams) continue;
     *mask &= ~(1U << i);
     if (streams > 0) *mask |= 1U << (streams - 1);
@@ -41,6 +40,7 @@ void CONVIFCam::UpdateResMask() {
   unsigned mask = NSinks() > 0 ? GetResMask() : 0;
   FixResMask(&mask);
   m_dwResMask = mask;
+  m_Streams.Mask(mask);
 }
 
 void CONVIFCam::ResMode(int mode) {
@@ -131,7 +131,8 @@ CRTSPProfile* CONVIFCam::LoadRTSPProfile(CResolutionDescriptor* descriptor) {
     PushProc(std::make_unique<CCheckUserSet>(entry.get()));
     return nullptr;
   }
-  auto rtsp = std::make_unique<CRTSPProfile>(VideoRTSPProfile(*profile, entry->Transport()));
+  auto rtsp =
+      std::make_unique<CRTSPProfile>(CCameraStreams::VideoRTSPProfile(*this, *profile, entry->Transport()));
   const CGXString encoding = profile->VideoEncoderType();
   if (encoding == "JPEG") rtsp->PayloadType(RTSP_PAYLOAD_JPEG);
   if (encoding == "H264") rtsp->PayloadType(RTSP_PAYLOAD_H264);
@@ -179,25 +180,20 @@ void CONVIFCam::StartDVR() {
       RemoveVideoSink(sink, 1);
       SinkRemoved(sink);
     }
-    SetDVRActive(true);
+    m_Streams.DVRActive(true);
     m_Wake.SetEvent();
     return;
   }
   // Recorders set up long ago count on this difference; a stream below 0 is taken as the first. The index comes
   // from the record, and may be anything.
   sink->CameraRes(std::max(DVRResolutionIndex(), -1) - m_Model.NSettings(RTSP_PROFILE_H264));
-  SetDVRActive(false);
+  m_Streams.DVRActive(false);
   CVideoSystem::StartDVR();
 }
 
 void CONVIFCam::StopDVR() {
-  SetDVRActive(false);
+  m_Streams.DVRActive(false);
   CVideoSystem::StopDVR();
-}
-
-void CONVIFCam::SetDVRActive(bool active) {
-  const CGXLock lock(m_DVRLock);
-  m_bDVRActive = active;
 }
 
 // ---- Statistics ----
@@ -213,7 +209,7 @@ void CONVIFCam::GetVideoStats(CGXMSG* msg) {
     const CGXLock lock(m_RTSPSinkLock);
     for (CObjectSink* const sink : m_RTSPSinks) takers.emplace_back(sink->SinkName(), sink->SinkRate());
   }
-  if (m_bDVRActive) takers.emplace_back("H264-DVR", DVRRate());
+  if (m_Streams.DVRActive()) takers.emplace_back("H264-DVR", m_Streams.DVRRate());
   msg->PutInt(HundredTimes(IncomingFPS()));
   msg->PutInt(Motion());
   msg->PutInt(static_cast<int>(takers.size()));
@@ -221,14 +217,4 @@ void CONVIFCam::GetVideoStats(CGXMSG* msg) {
     msg->PutString(name);
     msg->PutInt(rate);
   }
-}
-
-int CONVIFCam::DVRRate() {
-  const CGXLock lock(m_DVRLock);
-  const unsigned elapsed = m_DVRStatsTimer.GXTickCount();
-  if (elapsed > DVR_STATS_PERIOD_MS) {
-    m_iDVRRate = static_cast<int>(100000LL * m_nDVRFrames.exchange(0) / elapsed);
-    m_DVRStatsTimer.Restart();
-  }
-  return m_iDVRRate;
 }

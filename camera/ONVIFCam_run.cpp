@@ -156,7 +156,7 @@ int CONVIFCam::Run() {
     if (StopFlag()) return 0;
     // A stream that failed has just reset the state: reload first, or the streams would start in the middle of
     // the load, fail again, and so on without a pause.
-    if (Loaded()) StartStreams();
+    if (Loaded()) m_Streams.Start();
   }
   Trace("Thread Ended");
   return 0;
@@ -184,12 +184,7 @@ bool CONVIFCam::LeaveIntercom() {
 
 // The file thread starts the recording, once for each load.
 void CONVIFCam::RequestDVR(CRunState::Epoch since) {
-  const CGXLock lock(m_DVRLock);
-  if ((DVRFlags() & DVR_FLAG_WANTED) != 0) {
-    m_RunState.Set(STATE_DVR_REQUESTED, since);
-  } else {
-    m_bDVRActive = false;
-  }
+  if (!m_Streams.EndUnwantedDVR()) m_RunState.Set(STATE_DVR_REQUESTED, since);
 }
 
 void CONVIFCam::FileThreadOnIdle() {
