@@ -2,7 +2,7 @@
 
 #include "host/net/netinterface.h"
 #include "host/net/socket.h"
-#include "util/owned_socket.h"
+#include "util/udp_socket.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -79,14 +79,9 @@ unsigned COrvellAlarmCenter::ThreadProc(void* center) {
 }
 
 int COrvellAlarmCenter::CreateSocket() {
-  COwnedSocket created(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  if (!created.IsOpen()) return -1;
+  COwnedSocket created = CreateUDPNoWait();
   SetReuseAddress(created.Get());
-  SetNonBlocking(created.Get());
-  sockaddr_in own{};
-  SetIP(0, &own);
-  own.sin_port = htons(PORT);
-  if (bind(created.Get(), reinterpret_cast<const sockaddr*>(&own), sizeof own) != 0) return -1;
+  if (!BindUDP(created, PORT)) return -1;
   m_dwJoined = GetPrimaryIP();
   SetMembership(created.Get(), IP_ADD_MEMBERSHIP, m_dwJoined);
   return created.Release();

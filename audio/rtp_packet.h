@@ -1,7 +1,7 @@
 // RTP packets of G.711 mu-law sound (RFC 3550 5.1, RFC 3551 4.5.14).
 #pragma once
 
-#include "rtsp/rtp.h"
+#include "util/rtp.h"
 
 #include <cstdint>
 #include <span>

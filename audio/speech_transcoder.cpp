@@ -1,7 +1,7 @@
 #include "audio/speech_transcoder.h"
 
 #include "host/intercom/g711.h"
-#include "rtsp/rtp.h"
+#include "util/rtp.h"
 
 #include <opus/opus.h>
 
@@ -10,6 +10,7 @@
 #include <cstring>
 
 std::span<const unsigned char> CSpeechTranscoder::Payload(std::span<const unsigned char> packet) {
+  // Intercom clients send the bare header: longer ones are none of theirs and are not looked for.
   return packet.subspan(std::min<size_t>(RTP_HEADER_BYTES, packet.size()));
 }
 

@@ -2,6 +2,7 @@
 
 #include "audio/audio_camera.h"
 #include "host/system/system.h"
+#include "util/udp_socket.h"
 
 #include <arpa/inet.h>
 #include <sys/socket.h>
@@ -51,11 +52,8 @@ unsigned short CVivotek_AudioOut::TakePort() {
 // A port that is taken leaves the socket at any: the camera and the relay answer to where a packet came from,
 // but nothing arrives of a talker who sends to the port that he was told.
 COwnedSocket CVivotek_AudioOut::BindUDP(int port) {
-  COwnedSocket opened(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  sockaddr_in any{};
-  SetIP(INADDR_ANY, &any);
-  any.sin_port = htons(static_cast<unsigned short>(port));
-  static_cast<void>(bind(opened.Get(), reinterpret_cast<const sockaddr*>(&any), sizeof any));
+  COwnedSocket opened = CreateUDP();
+  static_cast<void>(::BindUDP(opened, static_cast<unsigned short>(port)));
   return opened;
 }
 

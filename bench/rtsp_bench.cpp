@@ -3,8 +3,8 @@
 #include "rtsp/access_unit.h"
 #include "rtsp/interleaved_framer.h"
 #include "rtsp/jpeg_assembler.h"
-#include "rtsp/rtp.h"
 #include "rtsp/rtsp.h"
+#include "util/rtp.h"
 
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>

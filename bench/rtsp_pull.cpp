@@ -4,8 +4,8 @@
 #include "media/session_description.h"
 #include "rtsp/access_unit.h"
 #include "rtsp/jpeg_assembler.h"
-#include "rtsp/rtp.h"
 #include "rtsp/rtsp.h"
+#include "util/rtp.h"
 
 #include <unistd.h>
 

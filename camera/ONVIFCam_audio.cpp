@@ -4,8 +4,8 @@
 #include "host/intercom/audio_stream.h"
 #include "host/intercom/rtsp_server.h"
 #include "host/net/socket.h"
-#include "rtsp/rtp.h"
 #include "rtsp/rtsp.h"
+#include "util/rtp.h"
 
 #include <algorithm>
 #include <climits>

@@ -1,7 +1,7 @@
 #include "camera/audio_squelch.h"
 
 #include "host/intercom/g711.h"
-#include "rtsp/rtp.h"
+#include "util/rtp.h"
 
 #include <algorithm>
 

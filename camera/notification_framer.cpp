@@ -1,8 +1,8 @@
 #include "camera/notification_framer.h"
 
+#include "util/numbers.h"
+
 #include <algorithm>
-#include <charconv>
-#include <limits>
 
 namespace {
 
@@ -14,10 +14,7 @@ constexpr size_t LENGTH_FIELD_CHARS = 15;  // with its colon
 // all.
 size_t AnnouncedLength(std::string_view text, size_t field) {
   text.remove_prefix(std::min(field + LENGTH_FIELD_CHARS, text.size()));
-  text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
-  size_t length = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), length);
-  return error == std::errc::result_out_of_range ? std::numeric_limits<size_t>::max() : length;
+  return LeadingNumber<size_t>(text).value_or(0);
 }
 
 }  // namespace

@@ -3,16 +3,11 @@
 
 #include "host/base/gxstring.h"
 #include "onvif/onvif_msg.h"
-
-#include <cstdlib>
-#include <limits>
+#include "util/numbers.h"
 
 // The decimal number that `text` begins with, 0 when it has none; numbers beyond an int stop at its ends.
 inline int ToInt(const CGXString& text) {
-  const long number = std::strtol(text, nullptr, 10);
-  if (number > std::numeric_limits<int>::max()) return std::numeric_limits<int>::max();
-  if (number < std::numeric_limits<int>::min()) return std::numeric_limits<int>::min();
-  return static_cast<int>(number);
+  return LeadingNumber<int>(text.Str()).value_or(0);
 }
 
 // Text and number of the first element at or beneath `msg` whose name contains `name`; empty and 0 when none.

@@ -5,10 +5,9 @@
 #include "onvif/namespaces.h"
 #include "onvif/soap_request.h"
 #include "util/gxtimer.h"
+#include "util/numbers.h"
 
 #include <algorithm>
-#include <climits>
-#include <cstdlib>
 #include <memory>
 #include <string_view>
 
@@ -21,7 +20,7 @@ constexpr char HEADER_END[] = "\r\n\r\n";
 
 // The number that the text begins with; 0 for any other text.
 int Number(const CGXString& text) {
-  return static_cast<int>(std::clamp<long>(strtol(text, nullptr, 10), INT_MIN, INT_MAX));
+  return LeadingNumber<int>(text.Str()).value_or(0);
 }
 
 CGXString RequestText(const CGXString& address, const CGXString& path, const CGXString& action,

@@ -1,7 +1,7 @@
 #include "rtsp/jpeg_assembler.h"
 
 #include "rtsp/jpeg.h"
-#include "rtsp/rtp.h"
+#include "util/rtp.h"
 
 #include <cstring>
 #include <utility>

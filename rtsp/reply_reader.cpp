@@ -1,9 +1,9 @@
 #include "rtsp/reply_reader.h"
 
 #include "rtsp/interleaved_framer.h"
+#include "util/numbers.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -14,13 +14,11 @@ constexpr std::string_view REPLY_START = "RTSP/1.";
 constexpr std::string_view CONTENT_LENGTH = "Content-Length:";
 constexpr size_t MAX_LEAD_BYTES = 64 * 1024;  // no camera sends more between request and reply
 static_assert(MAX_LEAD_BYTES * 2 <= CInterleavedFramer::CAPACITY, "the stream around a reply fits the framer");
-constexpr size_t MAX_NUMBER_CHARS = 20;
 
 size_t ContentLength(std::string_view text) {
   const size_t at = text.find(CONTENT_LENGTH);
   if (at == std::string_view::npos) return 0;
-  const std::string number(text.substr(at + CONTENT_LENGTH.size(), MAX_NUMBER_CHARS));
-  return static_cast<size_t>(std::max(0L, std::strtol(number.c_str(), nullptr, 10)));
+  return LeadingNumber<size_t>(text.substr(at + CONTENT_LENGTH.size())).value_or(0);
 }
 
 }  // namespace

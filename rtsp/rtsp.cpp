@@ -1,5 +1,7 @@
 #include "rtsp/rtsp.h"
 
+#include "util/udp_socket.h"
+
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -16,22 +18,11 @@ constexpr int ASSERT_PORTS_EXHAUSTED = 767;
 // A key picture arrives in one burst, while the system's default holds about 90 packets.
 constexpr int RECEIVE_BUFFER_BYTES = 2 * 1024 * 1024;
 
-int CreateDatagramSocket() {
-  return socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-}
-
 // Beyond the system's limit where we may, up to it where not.
 void EnlargeReceiveBuffer(const COwnedSocket& socket) {
   const int bytes = RECEIVE_BUFFER_BYTES;
   if (setsockopt(socket.Get(), SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0)
     setsockopt(socket.Get(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
-}
-
-bool BindPort(const COwnedSocket& toBind, unsigned short port) {
-  sockaddr_in local{};
-  SetIP(0u, &local);
-  local.sin_port = htons(port);
-  return bind(toBind.Get(), reinterpret_cast<const sockaddr*>(&local), sizeof local) == 0;
 }
 
 }  // namespace
@@ -104,14 +95,14 @@ int CRTSP::OpenPortPair() {
   m_bPortHeld = m_wLocalPort != 0;
   if (!m_bPortHeld)
     Fail("all 64 pairs of local ports for streams over UDP are in use; interleaved transport (TCP) needs none");
-  m_RTP.Reset(CreateDatagramSocket());
+  m_RTP = CreateUDP();
   EnlargeReceiveBuffer(m_RTP);
-  if (m_RTP.IsOpen() && !BindPort(m_RTP, m_wLocalPort)) {
+  if (m_RTP.IsOpen() && !BindUDP(m_RTP, m_wLocalPort)) {
     m_RTP.Close();
     ReleasePort();
     return Fail("the local port for its packets is in use by another program");
   }
-  if (m_RTP.IsOpen()) m_RTCP.Reset(CreateDatagramSocket());
+  if (m_RTP.IsOpen()) m_RTCP = CreateUDP();
   if (!m_RTCP.IsOpen()) {
     m_RTP.Close();
     ReleasePort();
@@ -119,7 +110,7 @@ int CRTSP::OpenPortPair() {
     return Fail("no socket could be opened");
   }
   // Without its neighbour port the stream plays all the same, only without reports.
-  BindPort(m_RTCP, static_cast<unsigned short>(m_wLocalPort + 1));
+  BindUDP(m_RTCP, static_cast<unsigned short>(m_wLocalPort + 1));
   return 1;
 }
 

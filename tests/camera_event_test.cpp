@@ -132,6 +132,7 @@ TEST(Framer, FindsTheBodyInPiecesOfAnySize) {
       {"more than announced", "P\r\nContent-Length:   2\r\nA: b\r\n\r\nhe", "he", Result::COMPLETE, 34},
       {"no blank", "P\r\nContent-Length:3\r\n\r\nabc", "abc", Result::COMPLETE, 26},
       {"no body", "P\r\nContent-Length: 0\r\n\r\n", "", Result::COMPLETE, 24},
+      {"signed", "P\r\nContent-Length: +3\r\n\r\nabc", "abc", Result::COMPLETE, 28},
       {"no number", "P\r\nContent-Length: x\r\n\r\n", "", Result::COMPLETE, 24},
       {"negative", "P\r\nContent-Length: -9\r\n\r\n", "", Result::COMPLETE, 25},
       {"other letters", "P\r\ncontent-length: 2\r\n\r\nhe", "he", Result::ENDED, 26},

@@ -92,7 +92,7 @@ TEST(Answer, Matrix) {
       {"counted terminator", COMPLETE, WithLength(XML + "\0"s, XML.size() + 1)},
       {"root of another case", COMPLETE, WithLength("<!DOCTYPE html><HTML></html >", 29)},
       {"empty root", COMPLETE, WithLength("<!-- > --><a/>", 14)},
-      {"no body", COMPLETE, WithLength("", 0)},
+      {"no body", SETTLED, WithLength("", 0)},
       {"text of its length", SETTLED, WithLength("denied", 6)},
       {"too small", COMPLETE, WithLength(XML, 10)},
       {"too small, cut inside a tag", MORE, WithLength("<a><b>text</b", 5)},
@@ -105,6 +105,7 @@ TEST(Answer, Matrix) {
       {"no length", SETTLED, Header("") + XML},
       {"no length, unfinished", MORE, Header("") + "<a><b/>"},
       {"contradicting lengths", MORE, Header("Content-Length: 3\r\nContent-Length: 4\r\n") + "<a>"},
+      {"signed length", COMPLETE, Header("Content-Length: +11\r\n") + "<a>text</a>"},
       {"negative length", MORE, Header("Content-Length: -5\r\n") + "<a>"},
       {"204", COMPLETE, "HTTP/1.1 204 No Content\r\n\r\n"},
       {"304", COMPLETE, "HTTP/1.0 304\r\nX: y\r\n\r\n"},
@@ -184,16 +185,21 @@ TEST(Exchange, EndsWhenTheAnswerIsWhole) {
   constexpr bool OPEN = false, CLOSES = true;
   const std::string chunked = CHUNKED + Chunk(XML.substr(0, 20)) + Chunk(XML.substr(20)) + "0\r\n\r\n";
   const std::string whole = WithLength(XML, XML.size());
-  // What the server sends, longer apart than the silence that ends an answer, and whether it then closes.
+  // What the server sends, longer apart than the silence that ends an answer or within it, and whether it then
+  // closes.
+  constexpr unsigned LONGER = 600, WITHIN = 40;
   const struct {
     std::vector<std::string> Segments;
     bool Closes;
     std::string Answer;
+    unsigned Pause = LONGER;
   } cases[] = {
       {{whole.substr(0, 60), whole.substr(60)}, OPEN, whole},
       {{"HTTP/1.1 100 Continue\r\n\r\n", whole}, OPEN, whole},
       {{chunked.substr(0, 60), chunked.substr(60, 21), chunked.substr(81)}, OPEN, CHUNKED + XML},
       {{WithLength(XML.substr(0, 33), 10), XML.substr(33)}, OPEN, WithLength(XML, 10)},
+      {{WithLength("", 0), XML}, OPEN, WithLength(XML, 0), WITHIN},
+      {{WithLength("<a><b>", 5), "</b></a>"}, OPEN, WithLength("<a><b></b></a>", 5), WITHIN},
       {{WithLength("denied", 6)}, OPEN, WithLength("denied", 6)},
       {{WithLength(XML, 99999)}, OPEN, WithLength(XML, 99999)},
       {{WithLength("text", 9999)}, CLOSES, WithLength("text", 9999)},
@@ -203,7 +209,7 @@ TEST(Exchange, EndsWhenTheAnswerIsWhole) {
   for (const auto& c : cases) {
     CScriptedServer server([&](const std::string&) -> std::optional<std::string> {
       for (const std::string& segment : c.Segments) {
-        if (&segment != c.Segments.data()) Sleep(600);
+        if (&segment != c.Segments.data()) Sleep(c.Pause);
         server.Send(segment);
       }
       return c.Closes ? std::optional<std::string>("") : std::nullopt;

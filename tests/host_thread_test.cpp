@@ -127,7 +127,10 @@ TEST(Worker, LeavesNothingLyingAndNeverWorksTwice) {
   std::vector<std::thread> bringers;
   for (int i = 0; i < BRINGERS; ++i)
     bringers.emplace_back([&jobs] {
-      for (int job = 0; job < JOBS_OF_EACH; ++job) EXPECT_TRUE(jobs.Bring());
+      for (int job = 0; job < JOBS_OF_EACH; ++job) {
+        EXPECT_TRUE(jobs.Bring());
+        Sleep(static_cast<unsigned>(job % 2));  // so that it ends now and then
+      }
     });
   for (std::thread& bringer : bringers) bringer.join();
   EXPECT_TRUE(Eventually(PROMPT_SECONDS, [&jobs] { return jobs.Done == BRINGERS * JOBS_OF_EACH + 1; }));

@@ -1,7 +1,7 @@
 #include "controller/panel/heard_track.h"
 
 #include "host/intercom/g711.h"
-#include "host/net/rtp_reader.h"
+#include "util/rtp.h"
 
 #include <algorithm>
 

@@ -2,6 +2,7 @@
 
 #include "host/net/netinterface.h"
 #include "host/net/socket.h"
+#include "util/udp_socket.h"
 
 #include <sys/socket.h>
 
@@ -61,15 +62,10 @@ bool CPanelEars::Attach(CIntercomClient* own) {
 }
 
 bool CPanelEars::OpenSocket() {
-  m_iSocket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  sockaddr_in any{};
-  SetIP(INADDR_ANY, &any);
-  any.sin_port = htons(AudioSourcePort());
-  if (m_iSocket == -1 || bind(m_iSocket, reinterpret_cast<const sockaddr*>(&any), sizeof any) == 0)
-    return m_iSocket != -1;
-  CloseSocket(m_iSocket);
-  m_iSocket = -1;
-  return false;
+  COwnedSocket opened = CreateUDPNoWait();
+  if (!BindUDP(opened, AudioSourcePort())) return false;
+  m_iSocket = opened.Release();
+  return true;
 }
 
 void CPanelEars::HelloTo(const GXT_RTP_PATH_DESCRIPTOR& source) {

@@ -1,6 +1,7 @@
 #include "host/intercom/audio_relay.h"
 
 #include "host/net/socket.h"
+#include "util/udp_socket.h"
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -13,11 +14,11 @@ constexpr unsigned STARTUP_PERIOD_MS = 200;  // below the period of hellos, abov
 }  // namespace
 
 bool CAudioRelay::CLeg::Open(unsigned address) {
-  Socket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  COwnedSocket opened = CreateUDPNoWait();
+  if (!BindUDP(opened, 0, address)) return false;
+  Socket = opened.Release();
   sockaddr_in own{};
-  SetIP(address, &own);
   socklen_t size = sizeof own;
-  if (Socket == -1 || bind(Socket, reinterpret_cast<sockaddr*>(&own), size) != 0) return false;
   if (getsockname(Socket, reinterpret_cast<sockaddr*>(&own), &size) != 0) return false;
   SetPathAddress(&Path, address, ntohs(own.sin_port));
   return true;

@@ -2,6 +2,7 @@
 
 #include "host/intercom/audio_stream.h"
 #include "host/net/socket.h"
+#include "util/udp_socket.h"
 
 #include <sys/socket.h>
 
@@ -13,13 +14,8 @@ constexpr unsigned HELLO_PERIOD_MS = 250;
 constexpr int MOST_READ_AT_ONCE = 64;  // a flood must not hold up those who share the server
 
 int OpenAudioSocket(unsigned short port) {
-  const int opened = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  sockaddr_in own{};
-  SetIP(0u, &own);
-  own.sin_port = htons(port);
-  if (opened != -1 && bind(opened, reinterpret_cast<sockaddr*>(&own), sizeof own) == 0) return opened;
-  CloseSocket(opened);
-  return -1;
+  COwnedSocket opened = CreateUDPNoWait();
+  return BindUDP(opened, port) ? opened.Release() : -1;
 }
 
 }  // namespace

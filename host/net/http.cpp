@@ -3,6 +3,7 @@
 #include "host/base/gxwait.h"
 #include "host/net/http_answer.h"
 #include "host/net/socket.h"
+#include "util/base64.h"
 
 #include <sys/socket.h>
 
@@ -16,16 +17,13 @@ constexpr size_t RECEIVE_BYTES = 16 * 1024;
 // The silence after which an answer that looks complete is taken as complete.
 constexpr unsigned SETTLE_MS = 500;
 
-std::string Base64(std::string_view bytes) {
-  constexpr char DIGITS[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string text;
-  for (size_t i = 0; i < bytes.size(); i += 3) {
-    const std::string_view group = bytes.substr(i, 3);
-    unsigned bits = 0;
-    for (size_t k = 0; k < 3; ++k)
-      bits = (bits << 8) | (k < group.size() ? static_cast<unsigned char>(group[k]) : 0u);
-    for (unsigned k = 0; k < 4; ++k) text += k <= group.size() ? DIGITS[(bits >> (18 - 6 * k)) & 63] : '=';
-  }
+std::string Base64(const std::string& bytes) {
+  std::string text((bytes.size() + 2) / 3 * 4 + 1, '\0');
+  if (av_base64_encode(text.data(), static_cast<int>(text.size()),
+                       reinterpret_cast<const unsigned char*>(bytes.data()),
+                       static_cast<int>(bytes.size())) == nullptr)
+    return {};
+  text.pop_back();
   return text;
 }
 

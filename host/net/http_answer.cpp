@@ -1,5 +1,7 @@
 #include "host/net/http_answer.h"
 
+#include "util/numbers.h"
+
 #include <strings.h>
 
 #include <algorithm>
@@ -152,7 +154,8 @@ void CHTTPAnswer::HeaderLine() {
   const std::string_view name = Trimmed(line.substr(0, colon));
   const std::string_view value = Trimmed(line.substr(colon + 1));
   if (EqualNoCase(name, "Content-Length")) {
-    const std::optional<size_t> length = Number(value, 10, &rest);
+    std::optional<size_t> length = LeadingNumber<size_t>(value, &rest);
+    if (value.starts_with('-')) length.reset();
     if (!length || !rest.empty() || (m_nLength && m_nLength != length)) m_bBadLength = true;
     m_nLength = length;
   } else if (EqualNoCase(name, "Transfer-Encoding")) {
@@ -246,7 +249,7 @@ void CHTTPAnswer::AppendBody(std::string_view bytes) {
 GXT_HTTP_PROGRESS CHTTPAnswer::BodyProgress() {
   const bool whole = EndsElement() || EndsPicture();
   if (!AtAnnouncedEnd()) return whole ? GXT_HTTP_PROGRESS::Settled : GXT_HTTP_PROGRESS::More;
-  if (whole || Body().empty()) {
+  if (whole) {
     m_Phase = Phase::Done;
     return GXT_HTTP_PROGRESS::Complete;
   }

@@ -1,6 +1,6 @@
 #include "host/video/depacketizer.h"
 
-#include "host/net/rtp_reader.h"
+#include "util/rtp.h"
 
 #include <algorithm>
 #include <cstring>
@@ -28,9 +28,6 @@ int NALType(unsigned char header) {
 }
 bool IsSingle(int type) {
   return type >= NAL_SINGLE_FIRST && type <= NAL_SINGLE_LAST;
-}
-size_t Read16(Bytes bytes, size_t at) {
-  return static_cast<size_t>(bytes[at] << 8 | bytes[at + 1]);
 }
 
 // Where a NAL unit goes.
@@ -97,7 +94,7 @@ int CH264Depacketizer::State::Packet(const GXT_RTP_PACKET& packet, const CUnitWr
 int CH264Depacketizer::State::NextOfAggregate(const CUnitWriter& out) {
   const Bytes all(Aggregate);
   while (all.size() - AggregateAt > 2) {
-    const size_t size = Read16(all, AggregateAt);
+    const size_t size = ReadBE16(all.data() + AggregateAt);
     AggregateAt += 2;
     if (size > all.size() - AggregateAt) break;
     const Bytes unit = all.subspan(AggregateAt, size);

@@ -1,4 +1,4 @@
-#include "onvif/base64.h"
+#include "util/base64.h"
 
 namespace {
 
