@@ -53,10 +53,23 @@ void CXmlDocument::ReadRoot(std::string_view tag, std::string_view content) {
   m_pRoot->BorrowName(word);
   CONVIFText** link = &m_pRoot->m_pAttributes;
   for (; words.Next(&word); link = &(*link)->m_pNext) *link = NewText(word);
-  if (CXmlRegularReader(*this, m_pRoot, content).Read()) return;
+  using Rule = CXmlRegularReader::Rule;
+  if (CXmlRegularReader(*this, m_pRoot, content, Rule::STRICT).Read()) return;
+  ClearRoot();
+  if (CXmlReader(*this).Read(m_pRoot, content)) return;
+  CONVIFMsg* const first = m_pRoot->m_pFirst;
+  CONVIFMsg* const last = m_pRoot->m_pLast;
+  CONVIFText* const values = m_pRoot->m_pValues;
+  ClearRoot();
+  if (CXmlRegularReader(*this, m_pRoot, content, Rule::NESTED).Read()) return;
+  m_pRoot->m_pFirst = first;  // rather a part than nothing
+  m_pRoot->m_pLast = last;
+  m_pRoot->m_pValues = values;
+}
+
+void CXmlDocument::ClearRoot() {
   m_pRoot->m_pFirst = m_pRoot->m_pLast = nullptr;
   m_pRoot->m_pValues = nullptr;
-  CXmlReader(*this).Read(m_pRoot, content);
 }
 
 std::string_view TagText(const char* begin, const char* end) {

@@ -39,6 +39,7 @@ class CXmlDocument {
   void ReadRoot(std::string_view tag, std::string_view content);
 
  private:
+  void ClearRoot();  // of what was read, but for name and attributes
   void* Allocate(size_t bytes) {
     bytes = (bytes + ALIGN - 1) / ALIGN * ALIGN;
     if (bytes > m_Left) NewBlock(bytes);

@@ -41,10 +41,11 @@ CXmlReader::CXmlReader(CXmlDocument& document)
       m_Closing(document.Text()),
       m_Left(document.Text().size() * READ_PER_TEXT + READ_EXTRA) {}
 
-void CXmlReader::Read(CONVIFMsg* root, std::string_view content) {
+bool CXmlReader::Read(CONVIFMsg* root, std::string_view content) {
   m_Open.reserve(32);
   m_Open.push_back({root, &root->m_pValues, content.data(), content.data() + content.size()});
   while (!m_Open.empty() && m_Left > 0) ReadStep();
+  return m_Left > 0;
 }
 
 // One piece of the innermost open element: a value, a child, or its end.

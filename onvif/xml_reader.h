@@ -19,7 +19,7 @@ inline constexpr size_t READ_PER_TEXT = 2, READ_EXTRA = 65536;
 class CXmlReader {
  public:
   explicit CXmlReader(CXmlDocument& document);
-  void Read(CONVIFMsg* root, std::string_view content);
+  bool Read(CONVIFMsg* root, std::string_view content);  // false: it ended before the text did
 
  private:
   struct Open {  // an element whose content is being read

@@ -257,6 +257,21 @@ size_t CountTags(const std::string& text) {
   return static_cast<size_t>(std::count(written.Str().begin(), written.Str().end(), '<'));
 }
 
+// Elements inside others of the same name: the first closing tag counts, so here too everything is read twice,
+// but the document is as XML wants it, and none of it may be missing.
+TEST(XmlTree, KeepsAllOfAWellFormedDocument) {
+  std::string items;
+  while (items.size() < 230000) items += "<i k=\"v\">\"1\"</i>";
+  for (const int depth : {4, 28}) {
+    std::string text = "<r>";
+    for (int i = 0; i < depth; ++i) text += "<a><b><a></a>";
+    text += items;
+    for (int i = 0; i < depth; ++i) text += "</b></a>";
+    text += "<Behind>it</Behind></r>";
+    EXPECT_TRUE(Parse(text)->CreateString() == text.c_str()) << depth;
+  }
+}
+
 TEST(XmlTree, EndsWhereTagsCross) {
   EXPECT_GT(CountTags(Crossing(10)), 2000U);  // still as it stands
   EXPECT_LT(CountTags(Crossing(40)), 100000U);

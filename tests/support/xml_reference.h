@@ -14,6 +14,7 @@ struct Node {
   std::string Name;
   std::vector<std::string> Attributes, Values;
   std::vector<std::unique_ptr<Node>> Children;
+  bool Cut = false;  // of the root: the allowance ended before the text
 };
 
 inline std::vector<std::string> Separate(const std::string& text) {
@@ -48,6 +49,8 @@ class Reader {
     Content(node.get(), pos, end);
     return node;
   }
+
+  bool Spent() const { return m_Left == 0; }
 
  private:
   void Spend(size_t n) { m_Left -= std::min(n, m_Left); }
@@ -143,7 +146,9 @@ inline std::unique_ptr<Node> CreateMSG(const std::string& buffer, size_t length)
   const std::string document = all.substr(open);
   Reader reader(document, document.size() * 2 + 65536);
   const size_t from = close + 1 - open;
-  return reader.Element(tag, from, std::max(from, closing - 1 - open));
+  auto root = reader.Element(tag, from, std::max(from, closing - 1 - open));
+  root->Cut = reader.Spent();
+  return root;
 }
 
 inline std::string Dump(const Node& node) {
