@@ -166,21 +166,41 @@ TEST(RtspSession, KeepsALongReplyInsideItsBuffer) {
 
 TEST(RtspSession, FailsClearly) {
   EXPECT_FALSE(CRTSP("rtsp://127.0.0.1", "", RTP_TRANSPORT_TCP, "", "", -1, nullptr, nullptr).Connected());
-  EXPECT_FALSE(CRTSP("rtsp://127.0.0.1:9/x", "", RTP_TRANSPORT_TCP, "", "", -1, nullptr, nullptr).Connected());
+  const CRTSP refused("rtsp://127.0.0.1:9/x", "", RTP_TRANSPORT_TCP, "", "", -1, nullptr, nullptr);
+  EXPECT_FALSE(refused.Connected());
+  EXPECT_EQ("the camera's stream server refuses connections", refused.Failure());
 
+  const std::string no =
+      "RTSP/1.0 401 Unauthorized\r\nWWW-Authenticate: Digest realm=\"r\", nonce=\"n\"\r\n\r\n";
+  const std::string unsupported = "RTSP/1.0 461 Unsupported Transport\x1b[31m\r\n\r\n";
   const struct {
-    const char* name;
+    const char* reason;
     std::vector<std::string> replies;
-  } setups[] = {{"no session id", {Ok(), Ok(), Ok()}},
-                {"empty session id", {Ok(), Ok(), Ok("Session:\r\n")}},
-                {"busy", {Ok(), Ok(), "RTSP/1.0 503 Service Unavailable\r\nSession: 1\r\n\r\n"}}};
+    size_t requests = 3;
+  } setups[] = {{"the camera has agreed, but named no session", {Ok(), Ok(), Ok()}},
+                {"the camera has agreed, but named no session", {Ok(), Ok(), Ok("Session:\r\n")}},
+                {"the camera has no room for another session (Service Unavailable)",
+                 {Ok(), Ok(), "RTSP/1.0 503 Service Unavailable\r\nSession: 1\r\n\r\n"}},
+                {"the camera refused SETUP (461 Unsupported Transport)", {Ok(), Ok(), unsupported}},
+                {"the camera's stream server refuses the login; check user name and password", {no, no}, 2}};
   for (const auto& test : setups) {
-    SCOPED_TRACE(test.name);
+    SCOPED_TRACE(test.reason);
     CRtspCamera server(test.replies);
     CSession session(server, RTP_TRANSPORT_TCP);
     EXPECT_FALSE(session.Play());
-    EXPECT_EQ(3u, server.Requests(3).size());
+    EXPECT_EQ(test.reason, session.RTSP.Failure());
+    EXPECT_EQ(test.requests, server.Requests(test.requests).size());
   }
+  // Over UDP a refused SETUP and a PLAY without session go on, and nothing comes. A refused OPTIONS tells
+  // nothing.
+  CRtspCamera silent({unsupported, Ok(), unsupported, "RTSP/1.0 454 Session Not Found\r\n\r\n"}),
+      kind({unsupported});
+  CSession udp(silent, RTP_TRANSPORT_UDP), options(kind, RTP_TRANSPORT_TCP);
+  EXPECT_TRUE(udp.Play());
+  EXPECT_EQ("the camera refused SETUP (461 Unsupported Transport)", udp.RTSP.Failure());
+  char reply[RTSP_REPLY_BYTES + 1] = {};
+  EXPECT_TRUE(options.RTSP.RTSPExchange("rtsp://x", "OPTIONS", "", reply, RTSP_REPLY_BYTES, 0));
+  EXPECT_EQ("", options.RTSP.Failure());
 
   CRtspCamera server({});
   CSession session(server, RTP_TRANSPORT_TCP);
@@ -196,9 +216,9 @@ TEST(RtspValues, AreCutAndTerminated) {
   EXPECT_TRUE(CRTSP::Extract("A: 1\r\nSession: 12;timeout=60\r\nB: 2", "Session:", out));
   EXPECT_STREQ(" 12;timeout=60", out);
   EXPECT_FALSE(CRTSP::ExtractParam("realm=\"open", "realm", out));
-  for (const int length : {RTSP_VALUE_CHARS - 1, 1000}) {
+  for (const int length : {RTSP_VALUE_CHARS - 1, RTSP_VALUE_CHARS, 1000}) {
     const std::string value(static_cast<size_t>(length), 'v');
-    const int asserts = AssertCount(), cut = length > RTSP_VALUE_CHARS;
+    const int asserts = AssertCount(), cut = length >= RTSP_VALUE_CHARS;
     EXPECT_TRUE(CRTSP::Extract(("K:" + value).c_str(), "K:", out));
     EXPECT_EQ(value.substr(0, RTSP_VALUE_CHARS), out);
     EXPECT_TRUE(CRTSP::ExtractParam(("K=\"" + value + "\"").c_str(), "K", out));
@@ -271,7 +291,7 @@ TEST(RtspKeepAlive, IsSentEveryThirtySecondsWhateverTheClockDoes) {
     CSession session(server, transport);
     ASSERT_TRUE(session.Play());
     // In the end the clock is set back by an hour: due at once, then not again.
-    for (const long long step : {29500, 1000, -3600000}) {
+    for (const long long step : {29900, 200, 29700, -3600000}) {
       clock.Step(step);
       for (int i = 0; i < 3; ++i) EXPECT_EQ("", session.Next(10));
     }
@@ -300,6 +320,10 @@ std::string Received(int socket, bool due = true) {
 TEST(RtspUDP, ReceivesInOrderAndReportsToTheSender) {
   CStoppedClock clock;
   const int rtcp = BoundSocket(SOCK_DGRAM, 0);
+  const int stranger = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  sockaddr_in elsewhere = Loopback(0);
+  elsewhere.sin_addr.s_addr = htonl(INADDR_LOOPBACK + 1);
+  ASSERT_EQ(0, bind(stranger, reinterpret_cast<const sockaddr*>(&elsewhere), sizeof elsewhere));
   CRtspCamera server(
       {Ok(), Ok(),
        Ok("Transport: RTP/AVP;server_port=" + std::to_string(BoundPort(rtcp) - 1) + "\r\nSession: 1\r\n"),
@@ -309,6 +333,11 @@ TEST(RtspUDP, ReceivesInOrderAndReportsToTheSender) {
 
   using namespace std::string_literals;
   SendTo(rtcp, "\x80\xC8\0\6\xDE\xAD\xBE\xEF"s + std::string(20, 0), 3233);
+  // What another host sends is neither picture nor report.
+  SendTo(stranger, "injected", 3232);
+  EXPECT_EQ("", session.Next(100));
+  SendTo(stranger, "\x80\xC8\0\6\1\2\3\4"s + std::string(20, 0), 3233);
+  SendTo(stranger, "injected", 3232);
   for (int i = 0; i < 150; ++i) SendTo(rtcp, "packet " + std::to_string(i) + std::string(1400, '.'), 3232);
   for (int i = 0; i < 150; ++i)
     ASSERT_EQ(0u, session.Next().find("packet " + std::to_string(i) + "."))
@@ -320,6 +349,18 @@ TEST(RtspUDP, ReceivesInOrderAndReportsToTheSender) {
   EXPECT_EQ("\x81\xC9\0\7"s + own + "\xDE\xAD\xBE\xEF"s + std::string(20, 0), report);
   EXPECT_EQ("", session.Next(10));
   EXPECT_EQ("", Received(rtcp, false)) << "once an interval";
+
+  // A camera that does not ask for reports gets none.
+  CRtspCamera quiet(
+      {Ok(), Ok(),
+       Ok("Transport: RTP/AVP;server_port=" + std::to_string(BoundPort(rtcp) - 1) + "\r\nSession: 1\r\n"),
+       Ok()});
+  CSession unasked(quiet, RTP_TRANSPORT_UDP);
+  ASSERT_TRUE(unasked.Play());
+  clock.Step(25000);
+  EXPECT_EQ("", unasked.Next(10));
+  EXPECT_EQ("", Received(rtcp, false));
+  close(stranger);
   close(rtcp);
 }
 
