@@ -10,9 +10,11 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fstream>
 
 namespace {
 
@@ -151,6 +153,19 @@ TEST(Address, NumbersAndNames) {
     EXPECT_EQ(GXFormatAddress(&resolved).Str() + ":" + std::to_string(ntohs(resolved.sin_port)), c.Resolved);
     EXPECT_TRUE(!c.Number || resolved.sin_addr.s_addr == address);
   }
+}
+
+TEST(Interface, TheDefaultRouteWithTheLowestMetricIsUsed) {
+  const char* const table = "host_base_test.routes";
+  std::ofstream(table) << "Iface\tDestination\tGateway\tFlags\tRefCnt\tUse\tMetric\tMask\tMTU\tWindow\tIRTT\n"
+                          "near0\t0000A8C0\t00000000\t0001\t0\t0\t0\t00FFFFFF\t0\t0\t0\n"
+                          "down0\t00000000\t0101A8C0\t0002\t0\t0\t1\t00000000\t0\t0\t0\n"
+                          "wifi0\t00000000\t0101A8C0\t0003\t0\t0\t600\t00000000\t0\t0\t0\n"
+                          "wire0\t00000000\t0101A8C0\t0003\t0\t0\t100\t00000000\t0\t0\t0\n"
+                          "cell0\t00000000\t0101A8C0\t0003\t0\t0\t700\t00000000\t0\t0\t0\n";
+  EXPECT_STREQ(DefaultRouteInterface(table), "wire0");
+  std::remove(table);
+  EXPECT_STREQ(DefaultRouteInterface(table), "");
 }
 
 TEST(Interface, LoopbackIsUsedWhenNothingElseIsThere) {

@@ -54,28 +54,8 @@ class CInterfaceList {
   ifaddrs* m_pFirst = nullptr;
 };
 
-// The interface of the default route with the lowest metric; empty when there is none.
-std::string DefaultRouteInterface() {
-  const std::unique_ptr<FILE, int (*)(FILE*)> routes(std::fopen("/proc/net/route", "re"), &std::fclose);
-  if (routes == nullptr) return "";
-  std::string best;
-  unsigned bestMetric = UINT_MAX;
-  char line[256];
-  while (std::fgets(line, sizeof line, routes.get()) != nullptr) {
-    char name[IFNAMSIZ] = "";
-    unsigned destination = 0, gateway = 0, flags = 0, metric = 0, mask = 0;
-    if (std::sscanf(line, "%15s %x %x %x %*d %*d %u %x", name, &destination, &gateway, &flags, &metric,
-                    &mask) != 6)
-      continue;
-    if (destination != 0 || mask != 0 || (flags & RTF_UP) == 0 || metric >= bestMetric) continue;
-    best = name;
-    bestMetric = metric;
-  }
-  return best;
-}
-
 std::string DefaultInterface(const CInterfaceList& list) {
-  std::string name = DefaultRouteInterface();
+  std::string name = DefaultRouteInterface().Str();
   if (list.Find(name, AF_INET) != nullptr) return name;
   for (const ifaddrs* entry = list.First(); entry != nullptr; entry = entry->ifa_next)
     if (entry->ifa_addr != nullptr && entry->ifa_addr->sa_family == AF_INET &&
@@ -98,6 +78,25 @@ unsigned AddressOf(const sockaddr* address) {
 constexpr size_t MAC_BYTES = 6;
 
 }  // namespace
+
+CGXString DefaultRouteInterface(const char* table) {
+  const std::unique_ptr<FILE, int (*)(FILE*)> routes(std::fopen(table, "re"), &std::fclose);
+  if (routes == nullptr) return {};
+  std::string best;
+  unsigned bestMetric = UINT_MAX;
+  char line[256];
+  while (std::fgets(line, sizeof line, routes.get()) != nullptr) {
+    char name[IFNAMSIZ] = "";
+    unsigned destination = 0, gateway = 0, flags = 0, metric = 0, mask = 0;
+    if (std::sscanf(line, "%15s %x %x %x %*d %*d %u %x", name, &destination, &gateway, &flags, &metric,
+                    &mask) != 6)
+      continue;
+    if (destination != 0 || mask != 0 || (flags & RTF_UP) == 0 || metric >= bestMetric) continue;
+    best = name;
+    bestMetric = metric;
+  }
+  return CGXString(best);
+}
 
 bool SetNetworkInterface(const CGXString& name) {
   const CInterfaceList list;

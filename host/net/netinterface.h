@@ -9,6 +9,9 @@
 // then unchanged).
 bool SetNetworkInterface(const CGXString& name);
 CGXString NetworkInterface();
+// That of the default route with the lowest metric; empty when there is none. `table`: routes as the kernel
+// lists them.
+CGXString DefaultRouteInterface(const char* table = "/proc/net/route");
 
 unsigned GetPrimaryIP();  // the controller's address on that interface; 0 when unknown
 // Netmask, address and hardware address (6 bytes) of that interface, which is number 0; each output may be

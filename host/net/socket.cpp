@@ -15,9 +15,10 @@
 #include <memory>
 #include <string>
 #include <system_error>
-#include <thread>
 
 namespace {
+
+constexpr unsigned LOOKUP_STACK_BYTES = 1024 * 1024;  // resolvers of the system use much
 
 bool SetBlocking(int socket, bool blocking) {
   const int flags = fcntl(socket, F_GETFL);
@@ -43,13 +44,29 @@ bool SplitPort(std::string_view text, std::string* host, unsigned short* port) {
 }
 
 // One name being looked up. getaddrinfo cannot be interrupted, so it has a thread of its own, which whoever
-// asked may leave behind; the last of the two frees this.
+// asked may leave behind; the last of the two frees this, and with it the thread.
 struct Lookup {
   explicit Lookup(std::string host) : Host(std::move(host)) {}
 
   const std::string Host;
   CGXSemaphore Done;
+  CGXThread Thread;
   unsigned Address = 0;  // valid once Done is signalled; 0: not found
+
+  // Null when the system has no thread to give.
+  static std::shared_ptr<Lookup> Begin(const std::string& host) {
+    const auto lookup = std::make_shared<Lookup>(host);
+    auto own = std::make_unique<std::shared_ptr<Lookup>>(lookup);  // the thread's
+    if (lookup->Thread.Start(Entry, own.get(), LOOKUP_STACK_BYTES, "Name Lookup") == 0) return nullptr;
+    static_cast<void>(own.release());
+    return lookup;
+  }
+
+  static unsigned Entry(void* own) {
+    const std::unique_ptr<std::shared_ptr<Lookup>> lookup(static_cast<std::shared_ptr<Lookup>*>(own));
+    (*lookup)->Run();
+    return 0;
+  }
 
   void Run() {
     addrinfo wanted{}, *found = nullptr;
@@ -66,13 +83,8 @@ struct Lookup {
 };
 
 unsigned LookUp(const std::string& host, unsigned milliseconds) {
-  const auto lookup = std::make_shared<Lookup>(host);
-  try {
-    std::thread([lookup] { lookup->Run(); }).detach();
-  } catch (const std::system_error&) {
-    return 0;
-  }
-  return lookup->Done.WaitSignal(milliseconds) ? lookup->Address : 0;
+  const std::shared_ptr<Lookup> lookup = Lookup::Begin(host);
+  return lookup != nullptr && lookup->Done.WaitSignal(milliseconds) ? lookup->Address : 0;
 }
 
 }  // namespace
