@@ -6,7 +6,7 @@ if(CCACHE)
 endif()
 
 add_library(onvifcam_flags INTERFACE)
-target_compile_options(onvifcam_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
+target_compile_options(onvifcam_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
                        -fno-omit-frame-pointer)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(onvifcam_flags INTERFACE -Wthread-safety)
@@ -18,9 +18,6 @@ if(ONVIFCAM_SANITIZE)
   add_compile_options(-fsanitize=${ONVIFCAM_SANITIZE} -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${ONVIFCAM_SANITIZE})
 endif()
-if(ONVIFCAM_FUZZ)
-  add_compile_options(-fsanitize=fuzzer-no-link)
-endif()
 
 # onvifcam_room(NAME DEPENDS ... LIBS ...): the static library of one folder, from every source file in it.
 function(onvifcam_room name)
@@ -29,6 +26,9 @@ function(onvifcam_room name)
   if(sources)
     add_library(${name} STATIC ${sources})
     target_link_libraries(${name} PUBLIC onvifcam_flags ${ARG_DEPENDS} PRIVATE ${ARG_LIBS})
+    if(ONVIFCAM_FUZZ)
+      target_compile_options(${name} PRIVATE -fsanitize=fuzzer-no-link)
+    endif()
   else()
     add_library(${name} INTERFACE)
     target_link_libraries(${name} INTERFACE onvifcam_flags ${ARG_DEPENDS})

@@ -6,14 +6,14 @@ cd "$(dirname "$(readlink -f "$0")")/.."
 seconds=$1
 shift
 export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
-[ -f build/fuzz/build.ninja ] || cmake --preset fuzz >/dev/null
+[ -f build/asan/build.ninja ] || cmake --preset asan >/dev/null
 [ $# -gt 0 ] || set -- $(cd fuzz && ls ./*_fuzz.cpp | sed 's|./||; s|_fuzz.cpp||')
-ninja -C build/fuzz --quiet "${@/%/_fuzz}"
+ninja -C build/asan --quiet "${@/%/_fuzz}"
 run_one() {
   grown=build/fuzz/grown/$1
   mkdir -p "$grown"
   log=build/fuzz/$1.log
-  if "build/fuzz/bin/$1_fuzz" "$grown" "fuzz/corpus/$1" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+  if "build/asan/bin/$1_fuzz" "$grown" "fuzz/corpus/$1" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
       -artifact_prefix="build/fuzz/$1-" -print_final_stats=1 >"$log" 2>&1; then
     echo "$1: $(grep -o 'number_of_executed_units: .*' "$log"), clean"
   else

@@ -7,6 +7,7 @@
 #include "host/intercom/g711.h"
 #include "host/system/system.h"
 #include "tests/camera_support.h"
+#include "tests/support/places.h"
 #include "tests/support/scripted_server.h"
 #include "util/bytes.h"
 
@@ -167,7 +168,8 @@ class AudioCall : public testing::Test {
   }
   // The camera as sipp with one of our scenarios, once it answers; its result when a whole call is over.
   std::future<CCommandResult> Sipp(const std::string& scenario, const std::string& countsFolder = "") {
-    std::string command = "sipp -sf " TEST_DATA_DIR "/sip/" + scenario + " -i 127.0.0.11 -p 5060 -nostdin ";
+    std::string command =
+        "sipp -sf " + std::string(TEST_DATA_DIR) + "/sip/" + scenario + " -i 127.0.0.11 -p 5060 -nostdin ";
     if (countsFolder.empty())
       command += "2>&1";
     else

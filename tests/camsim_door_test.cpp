@@ -1,6 +1,7 @@
 // The simulated door station: called by sipp and by a caller that writes its own bytes, heard by ffmpeg.
 #include "tests/support/camsim_process.h"
 #include "tests/support/eventually.h"
+#include "tests/support/places.h"
 #include "tests/tone.h"
 
 #include <arpa/inet.h>
@@ -127,7 +128,8 @@ class CamsimDoor : public testing::Test {
 TEST_F(CamsimDoor, SippIsHeard) {
   const std::string tone = Folder() + ".ul", scenario = Folder() + ".xml";
   ASSERT_EQ(0, RunCommand("ffmpeg -v error -y -f lavfi -i sine=1000:r=8000:d=1 -af volume=4 -f mulaw " + tone +
-                          " && sed s:SOUND:" + tone + ": " TEST_DATA_DIR "/sip/door_call.xml > " + scenario)
+                          " && sed s:SOUND:" + tone + ": " + std::string(TEST_DATA_DIR) +
+                          "/sip/door_call.xml > " + scenario)
                    .status);
   const CCommandResult sipp = RunCommand(
       "cd " + testing::TempDir() +

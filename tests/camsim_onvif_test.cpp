@@ -1,6 +1,7 @@
 // The simulated cameras as an ONVIF client that is not ours sees them.
 #include "tests/support/camsim_process.h"
 #include "tests/support/eventually.h"
+#include "tests/support/places.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -9,7 +10,7 @@ namespace {
 
 using Json = nlohmann::json;
 
-const std::string CLIENT_DIR = TEST_DATA_DIR "/../camsim_client";
+const std::string CLIENT_DIR = std::string(TEST_DATA_DIR) + "/../camsim_client";
 
 // One run of the judge. Null and a failure when it does not end well.
 Json Judge(const std::string& arguments) {

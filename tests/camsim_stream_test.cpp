@@ -2,6 +2,7 @@
 #include "sim/frame_code.h"
 #include "tests/support/camsim_process.h"
 #include "tests/support/eventually.h"
+#include "tests/support/places.h"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +13,7 @@ namespace {
 
 using Json = nlohmann::json;
 
-const std::string CLIENT_DIR = TEST_DATA_DIR "/../camsim_client";
+const std::string CLIENT_DIR = std::string(TEST_DATA_DIR) + "/../camsim_client";
 
 struct CStream {
   const char *Uri, *Codec;

@@ -181,7 +181,7 @@ TEST_F(Commands, DemonstrationIsSeenByTheCamerasAndInTheSummary) {
   ASSERT_TRUE(sim.Ready()) << sim.Output();
   Begin();
   const CCommandResult shown =
-      RunCommand(TEST_BIN_DIR "/demonstrate 127.0.0.10:8900 " + m_Folder + " 2>&1", 200);
+      RunCommand(std::string(TEST_BIN_DIR) + "/demonstrate 127.0.0.10:8900 " + m_Folder + " 2>&1", 200);
   EXPECT_EQ(shown.status, 0) << shown.output;
 
   const auto told = [this](const char* since) {

@@ -5,6 +5,7 @@
 #include "media/media_camera.h"
 #include "onvif/login_header.h"
 #include "onvif/onvif_msg.h"
+#include "tests/support/places.h"
 #include "tests/support/scripted_server.h"
 #include "util/gxtimer.h"
 
@@ -23,7 +24,7 @@ inline std::unique_ptr<CONVIFMsg> ParseXML(std::string text) {
 }
 
 inline std::string DataFile(const std::string& name) {
-  std::ifstream file(std::string(TEST_DATA_DIR "/") + name);
+  std::ifstream file(std::string(TEST_DATA_DIR) + "/" + name);
   EXPECT_TRUE(file) << name;
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }

@@ -4,6 +4,7 @@
 #include "host/system/component.h"
 #include "host/video/video.h"
 #include "tests/support/camsim_process.h"
+#include "tests/support/places.h"
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -16,7 +17,7 @@
 
 namespace {
 
-constexpr const char* PLUGIN = TEST_BIN_DIR "/onvifcam.so";
+const std::string PLUGIN = std::string(TEST_BIN_DIR) + "/onvifcam.so";
 
 constexpr const char* ENTRY_POINTS =
     "CreateAudioFile CreateAudioService CreateAudioShare CreateDeviceInterface CreateSystemComponent DllMain "
@@ -26,7 +27,7 @@ constexpr const char* ENTRY_POINTS =
 class Plugin : public testing::Test {
  protected:
   void SetUp() override {
-    m_pLibrary = dlopen(PLUGIN, RTLD_NOW | RTLD_LOCAL);
+    m_pLibrary = dlopen(PLUGIN.c_str(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(m_pLibrary, nullptr) << dlerror();
   }
   void TearDown() override {

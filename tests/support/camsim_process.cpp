@@ -1,5 +1,7 @@
 #include "tests/support/camsim_process.h"
 
+#include "tests/support/places.h"
+
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -74,12 +76,13 @@ CCamsim::CCamsim(const std::vector<std::string>& arguments) {
   std::vector<char*> argv = {const_cast<char*>("camsim")};
   for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
   argv.push_back(nullptr);
+  const std::string program = std::string(TEST_BIN_DIR) + "/camsim";
   m_pid = fork();
   if (m_pid == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);  // a test that dies leaves none behind
     dup2(ends[1], 1);
     dup2(ends[1], 2);
-    execv(TEST_BIN_DIR "/camsim", argv.data());
+    execv(program.c_str(), argv.data());
     _exit(127);
   }
   close(ends[1]);

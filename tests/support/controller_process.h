@@ -3,6 +3,7 @@
 
 #include "tests/support/camsim_process.h"
 #include "tests/support/eventually.h"
+#include "tests/support/places.h"
 
 #include <gtest/gtest.h>
 #include <sys/types.h>
@@ -13,7 +14,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-inline const std::string CONTROLLER = TEST_BIN_DIR "/controller";
+inline const std::string CONTROLLER = std::string(TEST_BIN_DIR) + "/controller";
 
 std::string Text(const std::string& path);  // the whole file; empty when there is none
 
