@@ -79,8 +79,8 @@ bool CDoorStation::Start(std::string* error) {
   const auto manner = [this] {
     const std::lock_guard model(m_Model.Lock);
     const CQuirks& q = m_Model.Quirks;
-    return CSIPManner{q.SIPInvite,   q.SIPOptionsSilent, q.SIPByeSilent, q.SIPAnswerMs,
-                      q.SIPLoseAcks, q.SIPInfoMs,        q.SIPHangUpMs};
+    return CSIPManner{q.SIPInvite,   q.SIPOptionsSilent, q.SIPByeSilent, q.SIPTakeover,
+                      q.SIPAnswerMs, q.SIPLoseAcks,      q.SIPInfoMs,    q.SIPHangUpMs};
   };
   const auto note = [this](const std::string& request, const std::string& outcome) {
     const std::lock_guard model(m_Model.Lock);

@@ -31,6 +31,7 @@ struct CQuirks {
   int SIPAnswerMs = 200;
   bool SIPOptionsSilent = false;
   bool SIPByeSilent = false;
+  bool SIPTakeover = false;
   int SIPLoseAcks = 0;
   int SIPInfoMs = 10000;
   int SIPHangUpMs = 0;

@@ -101,7 +101,8 @@ void CSIPCallee::OnInvite(const CSIPText& invite, const sockaddr_in& from, Clock
     if (manner.Invite == refusal.Invite) return Refuse(invite, from, refusal.Status, refusal.Reason, now);
   if (!invite.Body.empty() && !OffersPcmu(invite.Body))
     return Refuse(invite, from, 488, "Not Acceptable Here", now);
-  // One speaker, one caller: who calls anew takes it over, as after a caller that went without a word.
+  // One speaker, one caller.
+  if (m_PCall && !manner.Takeover) return Refuse(invite, from, 486, "Busy Here", now);
   End("replaced");
   m_PCall = std::make_unique<CCall>();
   m_PCall->Invite = invite;
@@ -248,12 +249,13 @@ void CSIPCallee::OnTimer(Clock::time_point now) {
   }
 }
 
-// An answer that nobody acknowledges ends the call with BYE (RFC 3261 13.3.1.4); an INFO without an answer is
-// only that.
+// An answer that nobody acknowledges ends the call with BYE (RFC 3261 13.3.1.4), an INFO that nobody answers
+// too (12.2.1.2).
 void CSIPCallee::GiveUp(const CPending& pending, Clock::time_point now) {
-  if (pending.Status != 200 || !m_PCall || m_PCall->Invite.Header("Call-ID") != pending.CallId) return;
+  const bool unheard = pending.Status == 200 || pending.Method == "INFO";
+  if (!unheard || !m_PCall || m_PCall->Invite.Header("Call-ID") != pending.CallId) return;
   SendRequest("BYE", now);
-  End("not acknowledged");
+  End(pending.Status == 200 ? "not acknowledged" : "caller gone");
 }
 
 CSIPCallee::Clock::time_point CSIPCallee::NextTimer() const {

@@ -17,10 +17,11 @@
 struct CSIPManner {
   std::string Invite = "answer";  // the values of the quirk "sip_invite"
   bool OptionsSilent = false, ByeSilent = false;
-  int AnswerMs = 0;  // from the INVITE to its final answer
-  int LoseAcks = 0;  // so many acknowledgements of an answer are overlooked
-  int InfoMs = 0;    // between INFO requests in a call; 0: none
-  int HangUpMs = 0;  // the camera ends the call so long after it began; 0: never
+  bool Takeover = false;  // a new caller ends the call of the one before; else the speaker is busy
+  int AnswerMs = 0;       // from the INVITE to its final answer
+  int LoseAcks = 0;       // so many acknowledgements of an answer are overlooked
+  int InfoMs = 0;         // between INFO requests in a call; 0: none
+  int HangUpMs = 0;       // the camera ends the call so long after it began; 0: never
 };
 
 // What a call has seen so far.

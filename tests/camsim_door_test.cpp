@@ -181,7 +181,7 @@ TEST_F(CamsimDoor, AnswersAsItIsTold) {
                {"answer", {"488 Not Acceptable Here"}, "8"}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.invite);
-    ASSERT_TRUE(m_cameras.Quirks(1, {{"sip_invite", c.invite}}));
+    ASSERT_TRUE(m_cameras.Quirks(1, {{"sip_invite", c.invite}, {"sip_takeover", true}}));
     CCaller caller(std::string("call-") + c.invite + c.format);
     caller.Send("OPTIONS", 1);
     EXPECT_TRUE(caller.Next().starts_with("SIP/2.0 200 OK\r\nVia: SIP/2.0/UDP 127.0.0.1:"));
@@ -228,6 +228,11 @@ TEST_F(CamsimDoor, RepeatsItsAnswerAndKeepsTheCall) {
   first.Send("BYE", 2, ";tag=another");
   EXPECT_FALSE(first.Await("SIP/2.0 481", "CSeq: 2 BYE").empty());
   ASSERT_TRUE(m_cameras.Quirks(1, {{"sip_lose_acks", 0}, {"sip_info_ms", 0}}));
+  CCaller early("early");
+  early.Invite();
+  EXPECT_FALSE(early.Await("SIP/2.0 486").empty());  // the speaker is busy
+  EXPECT_EQ("confirmed", Door()["call"]["state"]);
+  ASSERT_TRUE(m_cameras.Quirks(1, {{"sip_takeover", true}}));
   CCaller second("second");
   second.Call();
   EXPECT_TRUE(LastEnded("replaced"));
@@ -250,6 +255,7 @@ TEST_F(CamsimDoor, HolesAndPausesAreSilence) {
   std::unique_ptr<CCaller> caller;
   // The speaker runs dry after 200 ms, so that the packets must follow each other without a pause.
   bool quick = false;
+  ASSERT_TRUE(m_cameras.Quirks(1, {{"sip_takeover", true}}));
   for (int call = 0; !quick; ++call) {
     ASSERT_LT(call, 50);
     caller = std::make_unique<CCaller>("sound-" + std::to_string(call));

@@ -6,6 +6,7 @@
 #include "tests/tone.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <vector>
 
@@ -207,7 +208,9 @@ TEST_F(Panel, CallsEndInEveryWay) {
   EXPECT_GE(SecondsSince(m_Rung), 14);
   EXPECT_TRUE(PanelIs("idle"));
   EXPECT_FALSE(Does("hang-up"));
-  EXPECT_FALSE(Does("talk --file " + m_Folder + "/site.json"));
+  const std::string pipe = m_Folder + "/pipe";
+  ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+  for (const std::string& file : {m_Folder + "/site.json", pipe}) EXPECT_FALSE(Does("talk --file " + file));
 
   ASSERT_TRUE(Rings());
   ASSERT_TRUE(Does("accept"));

@@ -95,9 +95,12 @@ bool CController::StartPanel(std::string* error) {
   settings.Relayed = m_Options.Relay;
   settings.Speech = CSpeech(m_Options.ToneHz);
   if (!m_Options.SpeechFile.empty()) {
-    const auto sound = std::make_shared<CSound>();
-    if (!LoadSound(m_Options.SpeechFile, sound.get(), error)) return false;
-    settings.Speech = CSpeech(sound);
+    const CSoundLoader loader(m_Options.SpeechFile);
+    while (!loader.Done() && !WaitForStop(PASS_PERIOD_MS)) {
+    }
+    *error = loader.Done() ? loader.Error() : m_Options.SpeechFile + ": not read before the end";
+    if (!error->empty()) return false;
+    settings.Speech = CSpeech(loader.Sound());
   }
   const CMainThreadLock lock;
   m_Running.Panel = std::make_unique<CPanel>(std::move(settings), &m_Running.Calls);

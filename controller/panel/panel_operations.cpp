@@ -3,7 +3,6 @@
 #include "controller/terminal/report.h"
 #include "host/system/event_server.h"
 
-#include <future>
 #include <nlohmann/json.hpp>
 
 using nlohmann::json;
@@ -48,24 +47,12 @@ CAnswer HangUp(CRunningSite& site, const json&) {
                               : Refused("the panel does not talk");
 }
 
-struct CLoadedSound {
-  std::shared_ptr<CSound> Sound = std::make_shared<CSound>();
-  std::string Error;  // empty when it was read
-};
-
 // Read aside, since it may take a while.
 CAnswer TalkFromFile(CRunningSite& site, const std::string& path) {
-  const auto load = [path] {
-    CLoadedSound loaded;
-    LoadSound(path, loaded.Sound.get(), &loaded.Error);
-    return loaded;
-  };
-  const auto loading = std::make_shared<std::future<CLoadedSound>>(std::async(std::launch::async, load));
-  return [&site, path, loading]() -> json {
-    if (loading->wait_for(std::chrono::seconds(0)) != std::future_status::ready) return nullptr;
-    const CLoadedSound loaded = loading->get();
-    if (!loaded.Error.empty()) return RefusedJSON(loaded.Error);
-    site.Panel->Say(CSpeech(loaded.Sound));
+  return [&site, path, loader = CSoundLoader(path)]() -> json {
+    if (!loader.Done()) return nullptr;
+    if (!loader.Error().empty()) return RefusedJSON(loader.Error());
+    site.Panel->Say(CSpeech(loader.Sound()));
     return {{"ok", true}, {"text", "the panel says " + path + "\n"}};
   };
 }

@@ -1,7 +1,15 @@
 #include "controller/panel/speech.h"
 
+#include "host/base/gxthread.h"
+#include "util/owned_socket.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -12,7 +20,8 @@ extern "C" {
 
 namespace {
 
-constexpr double TONE_LEVEL = 12000;  // of 32767
+constexpr unsigned STACK_BYTES = 2 << 20;  // decoders keep much on it
+constexpr double TONE_LEVEL = 12000;       // of 32767
 constexpr size_t MOST_SAMPLES = static_cast<size_t>(SPEECH_HZ) * LONGEST_SOUND_S;
 
 std::string Reason(int code) {
@@ -98,13 +107,49 @@ class CSoundReader {
 
 }  // namespace
 
+// Opening a pipe would wait for its other end.
+static bool IsOrdinaryFile(const std::string& path, std::string* error) {
+  const COwnedSocket file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+  struct stat about {};
+  if (fstat(file.Get(), &about) != 0) {
+    *error = path + ": " + std::strerror(errno);
+    return false;
+  }
+  if (!S_ISREG(about.st_mode)) *error = path + ": not an ordinary file";
+  return S_ISREG(about.st_mode);
+}
+
 bool LoadSound(const std::string& path, CSound* sound, std::string* error) {
   sound->clear();
+  if (!IsOrdinaryFile(path, error)) return false;
   CSoundReader reader;
   int code = reader.Open(path);
   if (code >= 0) code = reader.Read(sound);
   if (code < 0) *error = path + ": " + Reason(code);
   return code >= 0;
+}
+
+// Its own owner: its thread deletes it.
+struct CSoundLoader::CJob {
+  static unsigned Entry(void* self) {
+    const std::unique_ptr<CJob> job(static_cast<CJob*>(self));
+    LoadSound(job->Path, job->State->Sound.get(), &job->State->Error);
+    job->State->Done = true;
+    return 0;
+  }
+  const std::shared_ptr<CState> State;
+  const std::string Path;
+  CGXThread Thread;
+};
+
+CSoundLoader::CSoundLoader(const std::string& path) {
+  auto job = std::unique_ptr<CJob>(new CJob{m_pState, path, {}});
+  if (job->Thread.Start(CJob::Entry, job.get(), STACK_BYTES, "Sound File") != 0) {
+    static_cast<void>(job.release());
+    return;
+  }
+  m_pState->Error = path + ": cannot be read now, the system gives no thread";
+  m_pState->Done = true;
 }
 
 void CSpeech::Next(std::span<short> samples) {
