@@ -26,10 +26,10 @@ const char* FindChar(const char* from, const char* end, char c) {
 CXmlRegularReader::CXmlRegularReader(CXmlDocument& document, CONVIFMsg* root, std::string_view content,
                                      Rule rule)
     : m_Document(document),
-      m_bNested(rule == Rule::NESTED),
       m_Pos(content.data()),
       m_pRootEnd(content.data() + content.size()),
-      m_pTextEnd(document.Text().data() + document.Text().size()) {
+      m_pTextEnd(document.Text().data() + document.Text().size()),
+      m_bNested(rule == Rule::NESTED) {
   m_Open.reserve(MAX_DEPTH);
   m_Open.push_back({root, &root->m_pValues});
 }
@@ -50,7 +50,7 @@ CXmlRegularReader::Result CXmlRegularReader::ReadPiece() {
 
 CXmlRegularReader::Result CXmlRegularReader::ReadValue() {
   const char* const end = FindChar(m_Pos, m_pTextEnd, '<');
-  if (InRoot() || end == nullptr || (!m_bNested && FindChar(m_Pos, end, '"') != nullptr)) return GIVE_UP;
+  if (InRoot() || end == nullptr || (FindChar(m_Pos, end, '"') != nullptr && !m_bNested)) return GIVE_UP;
   Open& open = m_Open.back();
   *open.NextValue = m_Document.NewText({m_Pos, Distance(m_Pos, end)});
   open.NextValue = &(*open.NextValue)->m_pNext;
@@ -79,7 +79,7 @@ CXmlRegularReader::Result CXmlRegularReader::ReadOpening() {
   CONVIFMsg* const node = m_Document.NewNode({name, Distance(name, p)});
   const char* const close = *p == ' ' ? ReadAttributes(node, p) : p;
   if (p == name || close == nullptr || *close != '>' || Distance(name, close) > MAX_TAG_TEXT) return GIVE_UP;
-  if (InRoot() ? close >= m_pRootEnd : m_Open.size() == MAX_DEPTH || (!m_bNested && IsOpen(*node)))
+  if (InRoot() ? close >= m_pRootEnd : m_Open.size() == MAX_DEPTH || (IsOpen(*node) && !m_bNested))
     return GIVE_UP;
   CONVIFMsg* const parent = m_Open.back().Node;
   (parent->m_pFirst == nullptr ? parent->m_pFirst : parent->m_pLast->m_pNext) = node;

@@ -37,9 +37,9 @@ class CXmlRegularReader {
   bool InRoot() const { return m_Open.size() == 1; }
 
   CXmlDocument& m_Document;
-  const bool m_bNested;
   const char* m_Pos;
   const char* const m_pRootEnd;
   const char* const m_pTextEnd;
   std::vector<Open> m_Open;
+  const bool m_bNested;
 };
