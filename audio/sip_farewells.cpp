@@ -29,7 +29,7 @@ void CSIPFarewells::Add(COwnedSocket socket, const sockaddr_in& camera, CSIPFare
   {
     const CGXLock hold(m_Lock);
     if (m_Entries.size() >= MOST) m_Entries.erase(m_Entries.begin());
-    m_Entries.push_back(std::make_unique<CEntry>(std::move(socket), camera, std::move(farewell)));
+    m_Entries.push_back(std::make_unique<CEntry>(CEntry{std::move(socket), camera, std::move(farewell)}));
   }
   StartThread();
   eventfd_write(m_Wake.Get(), 1);
