@@ -100,6 +100,11 @@ TEST_F(CommandSocket, RudeAskersKeepNobodyOut) {
   }
   for (const int socket : silent) close(socket);
   EXPECT_EQ(Ask("this"), "did this");
+  // As many and one more that connect, stay, and say nothing.
+  silent.clear();
+  for (size_t i = 0; i <= CCommandSocket::MOST_CLIENTS; ++i) silent.push_back(Connect());
+  EXPECT_EQ(Ask("this", 3), "did this");
+  for (const int socket : silent) close(socket);
   // Somebody who does not take his answer.
   const int lazy = Connect();
   (void)send(lazy, "big\n", 4, MSG_NOSIGNAL);

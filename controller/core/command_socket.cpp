@@ -10,6 +10,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -20,7 +21,7 @@ namespace {
 
 constexpr char SUFFIX[] = ".control";
 constexpr unsigned SOCKET_MODE = 0600;
-constexpr int BACKLOG = 16;
+constexpr int BACKLOG = 128;
 constexpr size_t MOST_ANSWER_BYTES = 64 * 1024 * 1024;
 
 // A socket's address holds 107 characters. The folder is given by an open descriptor, so only the file's name
@@ -99,11 +100,23 @@ void CCommandSocket::Pass() {
 }
 
 void CCommandSocket::Accept() {
-  while (m_Clients.size() < MOST_CLIENTS) {
+  for (size_t i = 0; i < MOST_CLIENTS; ++i) {
+    pollfd waiting{m_iListener, POLLIN, 0};
+    if (m_Clients.size() >= MOST_CLIENTS && (poll(&waiting, 1, 0) <= 0 || !DropSilentOne())) return;
     const int socket = accept4(m_iListener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (socket < 0) return;
     m_Clients.push_back({socket, {}, {}, nullptr, Clock::now() + IDLE});
   }
+}
+
+// Who has been there longest and has not asked for anything yet.
+bool CCommandSocket::DropSilentOne() {
+  const auto silent = std::ranges::find_if(
+      m_Clients, [](const Client& client) { return !client.Pending && client.Reply.empty(); });
+  if (silent == m_Clients.end()) return false;
+  close(silent->Socket);
+  m_Clients.erase(silent);
+  return true;
 }
 
 bool CCommandSocket::Serve(Client* client) {

@@ -16,7 +16,7 @@ class CCommandSocket {
   using Answer = std::function<std::string()>;
   using Handler = std::function<Answer(const std::string& request)>;
 
-  static constexpr size_t MOST_CLIENTS = 16;  // at a time; further ones wait for their turn
+  static constexpr size_t MOST_CLIENTS = 32;  // at a time; who says nothing makes room for further ones
   static constexpr size_t MOST_REQUEST_BYTES = 65536;
   static constexpr std::chrono::seconds IDLE{10};  // for the request, and for taking the answer
 
@@ -39,6 +39,7 @@ class CCommandSocket {
     std::chrono::steady_clock::time_point Until;
   };
   void Accept();
+  bool DropSilentOne();
   bool Serve(Client* client);  // false: done with it
   bool Receive(Client* client);
   static bool Send(Client* client);
