@@ -5,7 +5,7 @@ set -eu
 run_packages=(
   cmake g++ ninja-build pkg-config ccache
   libmd-dev libopus-dev
-  libcpp-httplib-dev nlohmann-json3-dev libcli11-dev libspdlog-dev libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
+  libcpp-httplib-dev nlohmann-json3-dev libcli11-dev libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
   libpugixml-dev libssl-dev libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libgstrtspserver-1.0-dev libjpeg-dev
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly
 )

@@ -96,7 +96,15 @@ TEST(LoadProgress, FailureNamesItsStepUntilThePassGetsFurther) {
   progress.Add("Success");
   EXPECT_FALSE(progress.Failed());
   EXPECT_EQ(progress.LastLine(), "Success");
-  for (size_t i = 0; i < 2 * CLoadProgress::LINES_MAX; ++i) progress.Add("more");
+  const std::string notice = "Src \x1B[2JX Key : Data " + std::string(100000, 'x') + "...";
+  for (size_t i = 0; i < CLoadProgress::LINES_MAX; ++i) progress.Add(notice);
+  progress.Add("Loading Encoder Configs...");
+  for (size_t i = 0; i < CLoadProgress::LINES_MAX; ++i) progress.Add(notice);
+  EXPECT_THAT(progress.Lines(), testing::Contains("Loading Encoder Configs..."))
+      << "a reload behind many events";
+  EXPECT_EQ(progress.Step(), "Loading Encoder Configs...");
+  EXPECT_LE(progress.LastLine().size(), CLoadProgress::LINE_BYTES + 3);
+  EXPECT_THAT(progress.LastLine(), testing::StartsWith("Src ?[2JX"));
   EXPECT_EQ(progress.Lines().size(), CLoadProgress::LINES_MAX);
 }
 

@@ -3,6 +3,8 @@
 
 #include <string>
 
+inline constexpr size_t NAME_BYTES = 60;  // of a camera's name, where it stands in front of something
+
 // The text as one printable line: whatever a camera put into its name or a trace line, control characters and
 // bytes that are not UTF-8 become '?', so that it cannot steer the terminal.
 std::string Printable(const std::string& text);

@@ -1,6 +1,7 @@
 #include "controller/core/trace_book.h"
 
 #include "controller/core/log.h"
+#include "controller/core/printable.h"
 #include "host/system/component.h"
 
 CTraceBook::CTraceBook() {
@@ -15,8 +16,9 @@ void CTraceBook::OnTrace(CTraceProducer* producer, const CGXString& line) {
   const auto* component = dynamic_cast<CSystemComponent*>(producer);
   CGXString text = line;
   text.TrimRight();  // some lines end in a line feed
-  const std::string speaker = producer == nullptr ? "driver" : producer->TraceName().Str();
-  Log(speaker + ": " + text.Str());
+  const std::string speaker =
+      producer == nullptr ? "driver" : Bounded(Printable(producer->TraceName().Str()), NAME_BYTES);
+  Log(speaker + ": " + text.Str(), speaker);
   if (component == nullptr) return;
   const std::lock_guard<std::mutex> lock(m_Lock);
   m_Pages[component->ID()].Add(text.Str());

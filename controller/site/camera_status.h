@@ -26,7 +26,8 @@ struct CCameraStatus {
   std::string State;   // "running", "running without profiles", "loading", "failed"
   std::string Reason;  // of a state that is not as it should be; may be empty
   std::string Step, LastLine;
-  std::vector<std::string> Steps;  // trace lines in order
+  std::vector<std::string> Steps;  // the last trace lines, in order
+  int64_t LinesSaid = 0;           // of which so many have been said so far
   double FPS = 0;                  // JPEG pictures a second, all streams
   int Motion = -1;                 // -1 unknown, 0 none, 100 motion
   int64_t Events = 0;              // motion and alarm events raised

@@ -6,6 +6,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <nlohmann/json.hpp>
@@ -100,7 +101,10 @@ void CDisplay::SayNews(const CCameraStatus& camera, Shown* shown) const {
 
 void CDisplay::Progress(const CCameraStatus& camera) {
   Shown& shown = m_Shown[camera.ID];
-  for (; shown.Steps < camera.Steps.size(); ++shown.Steps) Say(camera, "trace", camera.Steps[shown.Steps]);
+  // Those that are new stand at the end.
+  const auto fresh = static_cast<size_t>(camera.LinesSaid - std::exchange(shown.LinesSaid, camera.LinesSaid));
+  for (size_t i = camera.Steps.size() - std::min(fresh, camera.Steps.size()); i < camera.Steps.size(); ++i)
+    Say(camera, "trace", camera.Steps[i]);
   if (shown.State != StateOf(camera)) Say(camera, "state", shown.State = StateOf(camera));
   SayOnce(camera, &shown.Running, "running", camera.SecondsToRunning);
   SayOnce(camera, &shown.Picture, "first picture", camera.SecondsToPicture);

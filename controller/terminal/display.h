@@ -19,7 +19,7 @@ class CDisplay {
 
  private:
   struct Shown {
-    size_t Steps = 0;
+    int64_t LinesSaid = 0;
     std::string State;
     size_t Recordings = 0;
     bool Running = false, Picture = false;  // their times
