@@ -94,6 +94,7 @@ TEST_F(SiteFile, DamageIsRefusedWithItsPlaceAndKept) {
        "components[0].record[2]"},
       {head + R"({"type": 8072, "id": 1, "name": "a", "record": ["x", 1.5]}]})", "components[0].record[1]"},
       {head + R"({"type": 8072, "id": 1, "name": "a", "record": [{"hex": "4"}]}]})", "components[0].record[0]"},
+      {"{\n\"version\": 813, \"components\": [\n1e400]}", "line 3, column 5"},
       {head + R"({"type": 8072, "id": 1, "name": {"hex": "XY"}, "record": []}]})", "components[0].name"},
   };
   for (const auto& c : cases) {
@@ -111,6 +112,36 @@ TEST_F(SiteFile, DamageIsRefusedWithItsPlaceAndKept) {
   EXPECT_EQ(CSiteFile(Path()).Read(&site, &error), ESiteRead::Absent);
   std::filesystem::create_directory(Path());
   EXPECT_EQ(CSiteFile(Path()).Read(&site, &error), ESiteRead::Refused);
+}
+
+TEST_F(SiteFile, WhatCouldNotBeReadBackIsNotWritten) {
+  std::string error;
+  CSiteFile file(Path());
+  ASSERT_TRUE(file.Write(Numbered(1), &error)) << error;
+  const std::string before = Get();
+  CSite large = Numbered(2), twice = Numbered(2);
+  large.Components[3].Record.emplace_back(std::string(17u << 20, 'x'));
+  twice.Components[3].ID = 1;
+  for (const CSite* site : {&large, &twice}) {
+    EXPECT_FALSE(file.Write(*site, &error));
+    EXPECT_THAT(error, HasSubstr("could not be read back"));
+    EXPECT_TRUE(Get() == before);
+  }
+}
+
+TEST_F(SiteFile, AnotherNameOfALockedFileIsLockedToo) {
+  std::string error;
+  const std::string early = m_Folder + "/early.json", late = m_Folder + "/late.json";
+  CSiteFile file(Path());
+  ASSERT_TRUE(file.Write(Numbered(1), &error)) << error;
+  std::filesystem::create_hard_link(Path(), early);
+  ASSERT_TRUE(file.Lock(&error)) << error;
+  ASSERT_TRUE(file.Write(Numbered(2), &error)) << error;
+  std::filesystem::create_hard_link(Path(), late);
+  for (const std::string& path : {Path(), early, late}) {
+    EXPECT_FALSE(CSiteFile(path).Lock(&error)) << path;
+    EXPECT_THAT(error, HasSubstr("in use by another controller"));
+  }
 }
 
 TEST_F(SiteFile, LinkStaysALink) {

@@ -1,6 +1,7 @@
 #include "controller/site/site_file.h"
 
 #include "controller/core/atomic_file.h"
+#include "controller/core/printable.h"
 #include "host/base/gxfile.h"
 
 #include <fcntl.h>
@@ -22,6 +23,7 @@ namespace {
 
 constexpr off_t SITE_MAX_BYTES = 16 * 1024 * 1024;
 constexpr unsigned SITE_MODE = 0600;
+constexpr size_t MOST_REASON_BYTES = 200;  // of the parser's words, which quote the text
 constexpr char HEX_KEY[] = "hex";
 
 bool IsUTF8(const std::string& text) {
@@ -159,9 +161,36 @@ std::string LineAndColumn(std::string_view text, size_t offset) {
   return "line " + std::to_string(line) + ", column " + std::to_string(std::max<size_t>(column, 1));
 }
 
+// Finds where a text stops being JSON that can be taken.
+struct CPlaceFinder : json::json_sax_t {
+  size_t Place = 0;  // in bytes, the offending one included
+  bool null() override { return true; }
+  bool boolean(bool) override { return true; }
+  bool number_integer(number_integer_t) override { return true; }
+  bool number_unsigned(number_unsigned_t) override { return true; }
+  bool number_float(number_float_t, const string_t&) override { return true; }
+  bool string(string_t&) override { return true; }
+  bool binary(binary_t&) override { return true; }
+  bool start_object(size_t) override { return true; }
+  bool key(string_t&) override { return true; }
+  bool end_object() override { return true; }
+  bool start_array(size_t) override { return true; }
+  bool end_array() override { return true; }
+  bool parse_error(size_t position, const std::string&, const json::exception&) override {
+    Place = position;
+    return false;
+  }
+};
+
+std::string PlaceOfError(std::string_view text) {
+  CPlaceFinder finder;
+  json::sax_parse(text, &finder);
+  return LineAndColumn(text, finder.Place);
+}
+
 // The whole content; false with a reason in `error`, which stays empty when there is no such file.
 bool ReadWhole(const std::string& path, std::string* text, std::string* error) {
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);  // it may be a pipe
   if (fd < 0) {
     if (errno != ENOENT) *error = path + ": " + std::strerror(errno);
     return false;
@@ -206,9 +235,8 @@ bool SiteFromText(std::string_view text, CSite* site, std::string* error) {
   json root;
   try {
     root = json::parse(text);
-  } catch (const json::parse_error& bad) {
-    // The parser counts bytes from 1, the offending one included.
-    *error = LineAndColumn(text, bad.byte) + ": not JSON: " + bad.what();
+  } catch (const json::exception& bad) {  // not JSON, or a number that no computer holds
+    *error = PlaceOfError(text) + ": " + Bounded(Printable(bad.what()), MOST_REASON_BYTES);
     return false;
   }
   CSiteReader reader;
@@ -231,12 +259,26 @@ CSiteFile::CSiteFile(const std::string& path) : m_Path(path) {
 }
 
 CSiteFile::~CSiteFile() {
-  if (m_iLock != -1) close(m_iLock);
+  for (const int fd : {m_iLock, m_iFirst, m_iNewest})
+    if (fd != -1) close(fd);
+}
+
+// A hard link is another name with another ".lock" beside it, so the content is locked too.
+bool CSiteFile::LockContent(int* held) {
+  const int fd = open(m_Path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return true;  // Read() says what is the matter
+  if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+    close(fd);
+    return false;
+  }
+  if (*held != -1) close(*held);
+  *held = fd;
+  return true;
 }
 
 bool CSiteFile::Lock(std::string* error) {
   const std::string path = m_Path + ".lock";
-  const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, SITE_MODE);
+  const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_NONBLOCK | O_CLOEXEC, SITE_MODE);
   if (fd < 0) {
     *error = path + ": " + std::strerror(errno);
     return false;
@@ -246,6 +288,11 @@ bool CSiteFile::Lock(std::string* error) {
     const ssize_t n = read(fd, holder, sizeof holder - 1);
     *error = m_Path + ": in use by another controller" +
              (n > 0 ? " (process " + std::string(holder, strcspn(holder, "\n")) + ")" : std::string());
+    close(fd);
+    return false;
+  }
+  if (!LockContent(&m_iFirst)) {
+    *error = m_Path + ": in use by another controller, under another name of the file";
     close(fd);
     return false;
   }
@@ -270,9 +317,19 @@ ESiteRead CSiteFile::Read(CSite* site, std::string* error) const {
 }
 
 bool CSiteFile::Write(const CSite& site, std::string* error) {
-  std::string text = SiteToText(site);
+  std::string text = SiteToText(site), why;
   if (text == m_Written) return true;
+  CSite back;
+  if (text.size() > static_cast<size_t>(SITE_MAX_BYTES))
+    why = std::to_string(text.size()) + " bytes, more than " + std::to_string(SITE_MAX_BYTES);
+  else if (SiteFromText(text, &back, &why))
+    why.clear();
+  if (!why.empty()) {
+    *error = m_Path + ": could not be read back, so it is not written: " + why;
+    return false;
+  }
   if (!ReplaceFile(m_Path, text, SITE_MODE, true, error)) return false;
   m_Written = std::move(text);
+  if (m_iLock != -1) LockContent(&m_iNewest);
   return true;
 }

@@ -38,18 +38,22 @@ class CSiteFile {
 
   const std::string& Path() const { return m_Path; }
 
-  // Holds the file against a second controller, until destroyed. False with a reason.
+  // Holds the file against a second controller, whatever name that one has for it, until destroyed. False with
+  // a reason.
   bool Lock(std::string* error);
 
   // Reads it; a file that cannot be read or understood is refused with a reason and stays as it is.
   ESiteRead Read(CSite* site, std::string* error) const;
 
   // Replaces it as a whole (mode 0600: records hold passwords). Content that is there already is not written
-  // again.
+  // again, and what Read() would refuse is not written at all. False with a reason.
   bool Write(const CSite& site, std::string* error);
 
  private:
   std::string m_Path;
   std::string m_Written;  // what this object wrote last
+  bool LockContent(int* held);
+
   int m_iLock = -1;
+  int m_iFirst = -1, m_iNewest = -1;  // the content as it was first and as it was written last, locked
 };
