@@ -8,8 +8,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <stdlib.h>
 
 #include <cmath>
+#include <filesystem>
 #include <vector>
 
 namespace {
@@ -174,6 +176,35 @@ TEST_F(Commands, ChangedStreamsAreRunKeptAndNotForced) {
   EXPECT_TRUE(ShowsSize(320, 240)) << "pictures come all the same";
   ASSERT_TRUE(sim.Quirks(1, {{"encoder_set", "exact"}}));
   EXPECT_TRUE(ShowsSize(176, 144)) << "once it does take it";
+}
+
+TEST_F(Commands, CamerasAreBoundedRemovedRenamedAndGivenAnotherPassword) {
+  CCamsim sim({"--camera", "ptz", "door", "alarm"});
+  ASSERT_TRUE(sim.Ready()) << sim.Output();
+  setenv("CONTROLLER_PASSWORD", "wrong", 1);
+  Start("--user admin --discover --record --discover-most 2");
+  ASSERT_TRUE(AllBecome(2, [](const Json& camera) { return camera["state"] == "running without profiles"; }));
+  EXPECT_TRUE(Eventually(60, [&] {
+    return Ask("status").output.find("1 found cameras are not") != std::string::npos;
+  })) << Ask("status").output;
+
+  setenv("CONTROLLER_PASSWORD", "secret", 1);
+  const std::string first = Status().begin()->first, last = Status().rbegin()->first;
+  EXPECT_TRUE(Does("password \"" + first + "\""));
+  EXPECT_TRUE(Eventually(60, [&] { return Camera(first)["state"] == "running"; })) << Camera(first);
+  EXPECT_TRUE(Eventually(60, [&] { return Camera(first).value("h264_frames", 0) > 20; })) << Camera(first);
+  const Json recordings = Camera(first)["recordings"];
+  ASSERT_FALSE(recordings.empty());
+
+  EXPECT_TRUE(Does("rename \"" + first + "\" Yard"));
+  EXPECT_EQ(Camera("Yard")["state"], "running");
+  EXPECT_FALSE(Does("rename Yard \"" + last + "\"")) << "taken";
+  EXPECT_TRUE(Does("remove Yard"));
+  EXPECT_EQ(Status().size(), 1u);
+  EXPECT_FALSE(Does("remove Yard"));
+  for (const Json& path : recordings) EXPECT_TRUE(std::filesystem::exists(path.get<std::string>())) << path;
+  EXPECT_TRUE(Eventually(10, [&] { return Text(m_Folder + "/site.json").find("Yard") == std::string::npos; }));
+  EXPECT_EQ(End().size(), 1u);
 }
 
 TEST_F(Commands, DemonstrationIsSeenByTheCamerasAndInTheSummary) {

@@ -2,12 +2,14 @@
 
 #include "controller/core/atomic_file.h"
 #include "controller/core/log.h"
+#include "controller/core/printable.h"
 #include "controller/core/problems.h"
 #include "controller/core/stop_signal.h"
 #include "controller/terminal/report.h"
 #include "host/net/netinterface.h"
 #include "host/system/system.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
@@ -17,11 +19,20 @@ constexpr unsigned PASS_PERIOD_MS = 10;
 constexpr std::chrono::milliseconds TICK_PERIOD{20};
 constexpr std::chrono::seconds SEARCH_PERIOD{60};
 constexpr std::chrono::seconds SAVE_RETRY{5};
+constexpr int MOST_FOUND_AT_ONE_ADDRESS = 4;
+constexpr size_t MOST_FOUND_BYTES = 1024;             // of a text in what a search has found
+constexpr std::chrono::seconds FILE_THREAD_RETRY{5};  // does nothing while it runs
+constexpr char SEARCH[] = "discovery", SEARCH_THREAD[] = "search";
 constexpr char SITE_FILE[] = "site file";  // of a problem
 
 std::string FolderOf(const std::string& file) {
   const std::string folder = std::filesystem::path(file).parent_path().string();
   return folder.empty() ? "." : folder;
+}
+
+std::string HostOf(const std::string& url) {
+  const size_t slashes = url.find("//"), begin = slashes == std::string::npos ? 0 : slashes + 2;
+  return url.substr(begin, url.find_first_of(":/", begin) - begin);
 }
 
 // True when the time has come, and sets the next one.
@@ -30,6 +41,16 @@ bool Due(std::chrono::steady_clock::time_point* next, std::chrono::steady_clock:
   if (now < *next) return false;
   *next = now + period;
   return true;
+}
+
+// Whether somebody has removed that camera since the controller was started.
+bool WasRemoved(const std::vector<CIdentityTexts>& removed, CDeviceConfig* found) {
+  return std::ranges::any_of(removed, [found](const CIdentityTexts& one) {
+    return found->DescriptorVal("Manufacturer").Str() == one.Manufacturer &&
+           found->DescriptorVal("Model").Str() == one.Model &&
+           found->DescriptorVal("Serial No.").Str() == one.Serial &&
+           found->DescriptorVal("Hardware ID").Str() == one.HardwareID;
+  });
 }
 
 }  // namespace
@@ -54,6 +75,7 @@ CController::~CController() {
     m_Running.Panel.reset();
   }
   CSystem::Instance()->StopFileThread();
+  for (const auto& removal : m_Running.Removals) removal->Wait();
   m_Running.Cameras.clear();
   CSystem::Instance()->RemoveAllComponents();
 }
@@ -75,6 +97,8 @@ bool CController::Start(std::string* error) {
   CEventServer::Instance()->Receiver([this](const GXT_EVENT& event) { TakeEvent(event); });
   m_pPictures = std::make_unique<CPictureStore>(m_Options.PictureFolder, m_Options.KeepFolder);
   m_pFinder = std::make_unique<CFinder>(&m_Plugin);
+  m_Running.Keeper = m_pSite.get();
+  m_Running.Watch = [this](CVideoSystem* video) { Watch(video); };
   m_pDisplay = std::make_unique<CDisplay>(m_Options.JSON);
   if (!StartPanel(error)) return false;
   if (!m_Options.URL.empty() && !InstallByURL(error)) return false;
@@ -124,23 +148,65 @@ void CController::Watch(CVideoSystem* video) {
   m_Running.Cameras.back()->Start();
 }
 
+// A search takes any answer on the network, so what it installs is bounded.
+bool CController::MayInstall(CDeviceConfig* found, std::string* why) const {
+  const CSystem* system = CSystem::Instance();
+  int all = 0, there = 0;
+  const std::string url = found->DescriptorVal("Service URL").Str();
+  for (int i = 0; i < system->NVideo(); ++i) {
+    CVideoSystem* const video = system->VideoSystem(i);
+    if (video->ComponentType() != TYPE_FOUND_CAMERA) continue;
+    ++all;
+    if (HostOf(video->GetConfigURL().Str()) == HostOf(url)) ++there;
+  }
+  if (all >= m_Options.DiscoverMost)
+    *why = "--discover-most is " + std::to_string(m_Options.DiscoverMost);
+  else if (there >= MOST_FOUND_AT_ONE_ADDRESS)
+    *why = std::to_string(MOST_FOUND_AT_ONE_ADDRESS) + " cameras of its address are installed already";
+  for (const CDeviceConfig::Descriptor& text : found->Descriptors())
+    if (text.Value.Str().size() > MOST_FOUND_BYTES)
+      *why = "its " + text.Name.Str() + " has " + std::to_string(text.Value.Str().size()) + " bytes";
+  return why->empty();
+}
+
 void CController::InstallFound() {
-  for (const auto& found : m_pFinder->Take()) {
+  int left = 0;
+  std::string first;
+  const auto list = m_pFinder->Take();
+  for (const auto& found : list) {
     std::string error;
-    if (CVideoSystem* video = m_pSite->Install(found.get(), &error)) {
+    if (WasRemoved(m_Running.Removed, found.get())) continue;
+    if (!MayInstall(found.get(), &error)) {
+      if (left++ == 0) first = Bounded(found->DescriptorVal("Service URL").Str(), NAME_BYTES) + ": " + error;
+    } else if (CVideoSystem* video = m_pSite->Install(found.get(), &error)) {
       Watch(video);
       m_bSaveWanted = true;
     } else {
       Log(error);
     }
   }
+  if (left > 0)
+    CProblemList::Instance()->Raise(
+        SEARCH, 0, std::to_string(left) + " found cameras are not installed; " + first, SEARCH_PERIOD);
+  else if (!list.empty())
+    CProblemList::Instance()->Clear(SEARCH, 0);
+}
+
+void CController::FinishRemovals() {
+  // What follows a removal may begin another one.
+  for (size_t i = 0; i < m_Running.Removals.size(); ++i) m_Running.Removals[i]->Finish();
+  std::erase_if(m_Running.Removals, [](const auto& removal) { return removal->Finished(); });
 }
 
 void CController::SearchWhenDue() {
   if (m_pFinder->Searching()) return;
   InstallFound();
-  if (m_Options.Discover && Due(&m_NextSearch, SEARCH_PERIOD))
-    m_pFinder->Start(m_Options.User, m_Options.Password);
+  if (!m_Options.Discover || !Due(&m_NextSearch, SEARCH_PERIOD)) return;
+  if (m_pFinder->Start(m_Options.User, m_Options.Password))
+    CProblemList::Instance()->Clear(SEARCH_THREAD, 0);
+  else
+    CProblemList::Instance()->Raise(SEARCH_THREAD, 0, "no search can be started: there is no thread to be had",
+                                    SEARCH_PERIOD);
 }
 
 CCommandSocket::Answer CController::Answer(const std::string& request) {
@@ -169,8 +235,10 @@ void CController::Serve() {
 void CController::Tick() {
   {
     const CMainThreadLock lock;
+    FinishRemovals();
     for (const auto& camera : m_Running.Cameras) m_bSaveWanted |= camera->Tick();
   }
+  if (Due(&m_NextFileThread, FILE_THREAD_RETRY)) CSystem::Instance()->StartFileThread();
   m_bSaveWanted |= CSystem::Instance()->TakeSaveRequest();
   SaveWhenAsked();
 }

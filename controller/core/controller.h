@@ -37,7 +37,9 @@ class CController {
   bool StartPanel(std::string* error);
   bool InstallByURL(std::string* error);
   void Watch(CVideoSystem* video);
+  bool MayInstall(CDeviceConfig* found, std::string* why) const;
   void InstallFound();
+  void FinishRemovals();
   void SearchWhenDue();
   CCommandSocket::Answer Answer(const std::string& request);
   void TakeEvent(const GXT_EVENT& event);
@@ -59,7 +61,7 @@ class CController {
   std::unique_ptr<CDisplay> m_pDisplay;
   CRunningSite m_Running;
   CCommandSocket m_Socket;
-  Clock::time_point m_Started, m_NextTick, m_NextShow, m_NextSearch, m_NextSave;
+  Clock::time_point m_Started, m_NextTick, m_NextShow, m_NextSearch, m_NextSave, m_NextFileThread;
   bool m_bSaveWanted = false;
   std::string m_SaveError;
 };

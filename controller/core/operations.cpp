@@ -190,7 +190,7 @@ CAnswer BeginOperation(CRunningSite& site, const std::string& request) {
   if (!arguments.is_object()) return Refused("the request is no JSON object");
   const std::string name = TextArgument(arguments, "do");
   for (const std::span<const COperation> table :
-       {std::span<const COperation>(OPERATIONS), StreamOperations(), PanelOperations()})
+       {std::span<const COperation>(OPERATIONS), StreamOperations(), PanelOperations(), CameraOperations()})
     for (const COperation& operation : table)
       if (name == operation.Name) return operation.Begin(site, arguments);
   return Refused("there is no operation '" + name + "'");
@@ -222,7 +222,9 @@ int NumberArgument(const json& request, const char* name, int otherwise) {
 
 CCamera* CameraArgument(const CRunningSite& site, const json& request, std::string* error) {
   const CVideoSystem* video = ChooseCamera(TextArgument(request, "camera"), error);
-  return video != nullptr ? site.ByID(video->ID()) : nullptr;
+  CCamera* camera = video != nullptr ? site.ByID(video->ID()) : nullptr;
+  if (video != nullptr && camera == nullptr) *error = Printable(video->Name().Str()) + " is being removed";
+  return camera;
 }
 
 CCamera* CameraInService(const CRunningSite& site, const json& request, std::string* error) {

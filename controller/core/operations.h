@@ -9,6 +9,7 @@
 #include "controller/core/event_list.h"
 #include "controller/panel/panel.h"
 #include "controller/site/camera.h"
+#include "controller/site/camera_removal.h"
 
 #include <functional>
 #include <memory>
@@ -17,12 +18,20 @@
 #include <string>
 #include <vector>
 
+class CSiteKeeper;
+
 // What the operations work on.
 struct CRunningSite {
   std::vector<std::unique_ptr<CCamera>> Cameras;
   CEventList Events;
   CCallBook Calls;
   std::unique_ptr<CPanel> Panel;  // from the controller's start to its end
+
+  // Cameras that are being removed, until that has ended, and who they were: a search does not bring them back.
+  std::vector<std::shared_ptr<CCameraRemoval>> Removals;
+  std::vector<CIdentityTexts> Removed;
+  CSiteKeeper* Keeper = nullptr;
+  std::function<void(CVideoSystem*)> Watch;  // takes a camera of the system's list into Cameras and starts it
 
   CCamera* ByID(int id) const;  // null when there is none
 };
@@ -39,6 +48,7 @@ struct COperation {
 CAnswer BeginOperation(CRunningSite& site, const std::string& request);
 
 std::span<const COperation> StreamOperations();  // encoders, streams, set-stream, remove-stream
+std::span<const COperation> CameraOperations();  // remove, rename, password
 std::span<const COperation> PanelOperations();   // ring, cancel, accept, decline, hang-up, talk, calls
 
 // ---- For operations ----

@@ -70,6 +70,11 @@ void AddRun(CLI::App* command, COptions* o) {
   AddUser(command, o);
   command->add_flag("--discover", o->Discover,
                     "Search the network for cameras now and once a minute, install them");
+  command
+      ->add_option("--discover-most", o->DiscoverMost,
+                   "A search installs cameras until the site has so many that were found (default: 8)")
+      ->type_name("NUMBER")
+      ->check(CLI::Range(1, 512));
   command->add_option("--camera", o->URL, "Install the camera at this address")
       ->type_name("URL")
       ->check(URLCheck);

@@ -20,6 +20,7 @@ struct COptions {
   // run, discover, show
   std::string URL, User, Password;  // the password never comes from the command line
   // run
+  int DiscoverMost = 8;  // found cameras that a site may have before a search installs no more
   bool Discover = false, Record = false;
   std::string RecordFolder, PictureFolder, KeepFolder, SummaryFile;
   std::string Answer = "ask";  // how the panel answers a door station: ask, accept or decline

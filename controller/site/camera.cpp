@@ -74,9 +74,14 @@ CCamera::CCamera(CVideoSystem* video, CTraceBook* book, CCameraWishes wishes)
 }
 
 CCamera::~CCamera() {
+  Leave();
+  EndRecording();
+  m_pBook->Forget(m_iID);
+}
+
+void CCamera::Leave() {
   DetachViewers();
   m_pVideo->DVRTarget(nullptr);
-  EndRecording();
 }
 
 void CCamera::EndRecording() {
@@ -282,6 +287,7 @@ void CCamera::DescribeState(CCameraStatus* status) const {
   status->Step = progress.Step();
   status->LastLine = progress.LastLine();
   status->Steps = progress.Lines();
+  status->LinesSaid = progress.Said();
   if (InService()) {
     const bool profiles = HasProfiles();
     status->State = profiles ? "running" : "running without profiles";

@@ -51,6 +51,7 @@ class CCamera {
   int ID() const { return m_iID; }
   CVideoSystem* Video() const { return m_pVideo; }
 
+  void Leave();         // takes viewers and recorder away; under the main-thread lock
   void Start();         // the connection thread, unless it runs
   void EndRecording();  // finishes the files; what comes afterwards is neither recorded nor counted
 

@@ -1,10 +1,15 @@
 #include "controller/site/site.h"
 
+#include "controller/core/printable.h"
+#include "controller/core/problems.h"
 #include "controller/site/camera.h"
 #include "host/base/gxfile.h"
 #include "host/system/system.h"
 
 namespace {
+
+constexpr size_t MOST_RECORD_BYTES = 512 * 1024;  // of one component
+constexpr char RECORD_PROBLEM[] = "site file";
 
 template <class Call>
 void ForEachComponent(Call call) {
@@ -13,15 +18,10 @@ void ForEachComponent(Call call) {
   for (int i = 0; i < system->NComponents(); ++i) call(system->Component(i));
 }
 
-bool NameTaken(const std::string& name) {
-  bool taken = false;
-  ForEachComponent([&](CSystemComponent* component) { taken |= component->Name().Str() == name; });
-  return taken;
-}
-
 std::string UniqueName(const std::string& wanted) {
-  std::string name = wanted;
-  for (int i = 2; NameTaken(name); ++i) name = wanted + " (" + std::to_string(i) + ")";
+  std::string name = Bounded(Printable(wanted), NAME_BYTES);
+  for (int i = 2; CSiteKeeper::NameTaken(name); ++i)
+    name = Bounded(Printable(wanted), NAME_BYTES) + " (" + std::to_string(i) + ")";
   return name;
 }
 
@@ -74,20 +74,72 @@ bool CSiteKeeper::Restore(const CSiteComponent& from, int version, const std::st
   return true;
 }
 
+bool CSiteKeeper::NameTaken(const std::string& name) {
+  bool taken = false;
+  ForEachComponent([&](CSystemComponent* component) { taken |= component->Name().Str() == name; });
+  return taken;
+}
+
+bool CSiteKeeper::Describe(CSystemComponent* component, CSiteComponent* to, std::string* error) {
+  CGXFile file;
+  *to = {component->ComponentType(), component->ID(), component->Name().Str(), {}};
+  if (!component->WriteData(&file, file.Version())) {
+    *error = "its record could not be made";
+    return false;
+  }
+  to->Record = file.Items().Items();
+  size_t bytes = 0;
+  for (const GXT_ITEM& item : to->Record)
+    bytes += std::holds_alternative<std::string>(item) ? std::get<std::string>(item).size() : sizeof(int32_t);
+  if (bytes <= MOST_RECORD_BYTES) return true;
+  *error = "its record has " + std::to_string(bytes) + " bytes, more than " + std::to_string(MOST_RECORD_BYTES);
+  return false;
+}
+
+// A camera whose record cannot be saved does not keep the others from being saved: the file has its last good
+// one, or none.
 bool CSiteKeeper::Save(std::string* error) {
   CSite site;
   site.Version = GX_FILE_VERSION;
-  bool good = true;
+  std::map<int, CSiteComponent> good;
   ForEachComponent([&](CSystemComponent* component) {
-    CGXFile file;
-    if (!component->WriteData(&file, file.Version())) {
-      *error = component->Name().Str() + ": its record could not be made";
-      good = false;
+    const int id = component->ID();
+    CSiteComponent described;
+    std::string why;
+    if (Describe(component, &described, &why)) {
+      CProblemList::Instance()->Clear(RECORD_PROBLEM, id);
+    } else if (const auto last = m_LastGood.find(id); last != m_LastGood.end()) {
+      described = last->second;
+      CProblemList::Instance()->Raise(RECORD_PROBLEM, id, why + "; the site file has an older one");
+    } else {
+      CProblemList::Instance()->Raise(RECORD_PROBLEM, id, why + "; the site file is without this camera");
+      return;
     }
-    site.Components.push_back(
-        {component->ComponentType(), component->ID(), component->Name().Str(), file.Items().Items()});
+    good[id] = described;
+    site.Components.push_back(std::move(described));
   });
-  return good && m_File.Write(site, error);
+  for (const auto& [id, held] : m_Held)
+    if (!good.contains(id)) site.Components.push_back(held);
+  m_LastGood = std::move(good);
+  return m_File.Write(site, error);
+}
+
+bool CSiteKeeper::Hold(CSystemComponent* component, std::string* error) {
+  CSiteComponent described;
+  if (!Describe(component, &described, error)) return false;
+  m_Held[described.ID] = std::move(described);
+  return true;
+}
+
+CVideoSystem* CSiteKeeper::RestoreHeld(int id, std::string* error) {
+  const auto held = m_Held.find(id);
+  if (held == m_Held.end() || !Restore(held->second, GX_FILE_VERSION, "the camera", error)) return nullptr;
+  m_Held.erase(held);
+  return dynamic_cast<CVideoSystem*>(CSystem::Instance()->ComponentByID(id));
+}
+
+void CSiteKeeper::DropHeld(int id) {
+  m_Held.erase(id);
 }
 
 CVideoSystem* CSiteKeeper::Add(std::unique_ptr<CSystemComponent> component, const std::string& name) {

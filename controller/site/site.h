@@ -5,6 +5,7 @@
 #include "controller/site/site_file.h"
 #include "host/video/video.h"
 
+#include <map>
 #include <string>
 
 class CSiteKeeper {
@@ -25,6 +26,14 @@ class CSiteKeeper {
   CVideoSystem* Install(const std::string& url, const std::string& user, const std::string& password,
                         std::string* error);
 
+  static bool NameTaken(const std::string& name);
+
+  // Keeps a component's record, so that it is saved although the component is away, until it is brought back
+  // with its id or dropped. False with a reason.
+  bool Hold(CSystemComponent* component, std::string* error);
+  CVideoSystem* RestoreHeld(int id, std::string* error);  // null with a reason: it is still held
+  void DropHeld(int id);
+
   // The static camera with that address; null when there is none.
   static CVideoSystem* FindByURL(const std::string& url);
 
@@ -32,6 +41,9 @@ class CSiteKeeper {
   bool Restore(const CSiteComponent& from, int version, const std::string& place, std::string* error);
   CVideoSystem* Add(std::unique_ptr<CSystemComponent> component, const std::string& name);
 
+  static bool Describe(CSystemComponent* component, CSiteComponent* to, std::string* error);
+
   const CPlugin* const m_pPlugin;
+  std::map<int, CSiteComponent> m_Held, m_LastGood;  // by id
   CSiteFile m_File;
 };

@@ -63,7 +63,8 @@ CAnswer Streams(CRunningSite& site, const json& request) {
 
 // A change that has been given to the camera: what was wanted, and how it goes.
 struct CChangeUnderWay {
-  CCamera* Camera;
+  const CRunningSite* Site;
+  int CameraID;  // it may be removed meanwhile
   RTSP_PROFILE_TYPE List;
   size_t Number;
   CUserStream Wanted;
@@ -134,9 +135,11 @@ json Taken(const CChangeUnderWay& change, const CCameraConfig& config) {
 
 json Outcome(const CChangeUnderWay& change) {
   CCameraConfig config;
-  const EStreamState state = change.Camera->StreamState(change.List, static_cast<int>(change.Number) - 1);
+  const CCamera* const camera = change.Site->ByID(change.CameraID);
+  if (camera == nullptr) return RefusedJSON("the camera has been removed");
+  const EStreamState state = camera->StreamState(change.List, static_cast<int>(change.Number) - 1);
   if (state == EStreamState::Asking && Clock::now() < change.End) return nullptr;
-  if (!change.Camera->Config(&config) || config.UserStreams(change.List).Streams.size() < change.Number)
+  if (!camera->Config(&config) || config.UserStreams(change.List).Streams.size() < change.Number)
     return RefusedJSON("the settings have been changed by somebody else meanwhile");
   if (state == EStreamState::Ready) return Taken(change, config);
   return NotTaken(
@@ -150,16 +153,18 @@ CAnswer SetStream(CRunningSite& site, const json& request) {
   CCameraConfig config;
   CChangeUnderWay change{};
   std::string error;
-  change.Camera = CameraWithConfig(site, request, &config, &error);
+  CCamera* const camera = CameraWithConfig(site, request, &config, &error);
   change.Number = static_cast<size_t>(std::max(NumberArgument(request, "number"), 0));
-  if (change.Camera == nullptr || !ListArgument(request, &change.List, &error) ||
+  if (camera == nullptr || !ListArgument(request, &change.List, &error) ||
       !ChangeStream(&config, change.List, change.Number, request, &error))
     return Refused(error);
   change.Wanted = config.UserStreams(change.List).Streams[change.Number - 1];
   const CStreamSettings* current = EncoderSettings(config, change.Wanted.EncoderToken);
   change.RateAlone = current != nullptr && DifferInRateAlone(change.Wanted.Settings, *current);
   change.End = Clock::now() + CCamera::APPLIED_WITHIN;
-  change.Camera->ApplyStreams(config);
+  camera->ApplyStreams(config);
+  change.Site = &site;
+  change.CameraID = camera->ID();
   return [change] { return Outcome(change); };
 }
 

@@ -3,6 +3,7 @@
 #include "controller/core/command_socket.h"
 #include "controller/core/log.h"
 #include "controller/core/stop_signal.h"
+#include "controller/terminal/password.h"
 
 #include <sys/ioctl.h>
 
@@ -63,6 +64,19 @@ void PresetOptions(const CRequestOptions& o) {
   o.Add<std::string>("PRESET", "preset", "Its name or its number")->required();
 }
 
+void RenameOptions(const CRequestOptions& o) {
+  o.Camera();
+  o.Add<std::string>("NAME", "name", "What it is called from now on")->required();
+}
+
+void PasswordOptions(const CRequestOptions& o) {
+  o.Camera();
+  o.Text("--user", "user",
+         "User name on the camera (default: as before); the password is taken from CONTROLLER_PASSWORD or "
+         "asked for",
+         "NAME");
+}
+
 void SetStreamOptions(const CRequestOptions& o) {
   o.Stream();
   o.Text("--size", "size", "Size of the pictures, as 640x480", "WxH");
@@ -112,6 +126,10 @@ constexpr CClientCommand COMMANDS[] = {
     {"streams", "A camera's streams as the user wants them", [](const CRequestOptions& o) { o.Camera(); }},
     {"set-stream", "Change a stream, or add one, and see whether the camera takes it", SetStreamOptions},
     {"remove-stream", "Remove a stream from its list", [](const CRequestOptions& o) { o.Stream(); }},
+    {"remove", "Take a camera out of the site; its recordings stay",
+     [](const CRequestOptions& o) { o.Camera(); }},
+    {"rename", "Give a camera another name", RenameOptions},
+    {"password", "Give a camera's user name and password anew; the password is asked for", PasswordOptions},
     {"ring", "Let a door station call, as when its button is pressed",
      [](const CRequestOptions& o) { o.Camera(); }},
     {"cancel", "Take a door station's call back", [](const CRequestOptions& o) { o.Camera(); }},
@@ -166,6 +184,13 @@ json Ask(const std::string& siteFile, const json& request) {
 int AskCommand(const COptions& options) {
   json request = options.Request;
   const bool follow = request.contains("wait");
+  if (std::string password, error; request["do"] == "password") {
+    if (!AskPassword(request.value("user", request.value("camera", "")), &password, &error)) {
+      WriteProblem(error);
+      return 2;
+    }
+    request["password"] = password;
+  }
   if (const size_t width = TerminalWidth(); width > 0) request["width"] = width;
   do {
     const json answer = Ask(options.SiteFile, request);
