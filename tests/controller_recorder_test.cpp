@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 
@@ -129,7 +130,7 @@ TEST_F(Recorder, ParameterSetsFromOutsideTheStream) {
   EXPECT_EQ(Decoded(recorder.Status().Paths[0]), 30);
 }
 
-TEST_F(Recorder, NewSizeBeginsANewFile) {
+TEST_F(Recorder, NewSizeBeginsANewFileAndSoDoesTime) {
   const Bytes small = Encode(m_Folder, 20, 10, 1), large = Encode(m_Folder, 20, 10, 1, "640x360");
   CRecorder recorder(m_Folder, "a");
   Deliver(recorder, Pieces(small));
@@ -140,6 +141,19 @@ TEST_F(Recorder, NewSizeBeginsANewFile) {
   EXPECT_EQ(Decoded(status.Paths[0]), 20);
   EXPECT_EQ(Decoded(status.Paths[1]), 20);
   EXPECT_THAT(Probe(status.Paths[1], "stream=width,height"), HasSubstr("640,360"));
+
+  const Bytes stream = Encode(m_Folder, 40, 10, 2);
+  CRecorder segments(m_Folder, "s", CByteBudget::Common(), 1);
+  Deliver(segments, Pieces(stream));
+  segments.Stop();
+  const std::vector<std::string> paths = segments.Status().Paths;
+  ASSERT_EQ(paths.size(), 4u) << "each from a key frame on";
+  for (const std::string& path : paths) {
+    EXPECT_EQ(Decoded(path), 10) << "none is lost between two";
+    EXPECT_EQ(std::filesystem::status(path).permissions() & std::filesystem::perms::others_all,
+              std::filesystem::perms::none);
+  }
+  EXPECT_TRUE(std::ranges::is_sorted(paths));
 }
 
 // A stream that the camera opens anew goes on in the middle of a group: what is left of it cannot be decoded.
@@ -163,9 +177,13 @@ TEST_F(Recorder, OverflowDropsUpToTheNextKeyFrame) {
   const size_t group = 40;  // pieces of a group
   size_t bytes = 0;
   for (size_t i = 0; i < group / 2; ++i) bytes += static_cast<size_t>(blocked[i]->Length()) + 256;
-  CRecorder recorder(m_Folder, "a", bytes);
+  CByteBudget budget(bytes);
+  CRecorder recorder(m_Folder, "a", &budget), neighbour(m_Folder, "b", &budget);
   for (size_t i = 0; i < group; ++i) recorder.DeliverFrame(std::move(blocked[i]));
   EXPECT_GT(recorder.Status().Dropped, 0);
+  EXPECT_THAT(recorder.Status().Error, HasSubstr("does not keep up"));
+  neighbour.DeliverFrame(std::move(Pieces(stream)[0]));
+  EXPECT_EQ(neighbour.Status().Dropped, 1) << "one budget for both";
   ASSERT_TRUE(Eventually(20, [&] { return recorder.Status().WantsSets; }));
   recorder.StreamInfo(ParameterSetsOf(stream), CPictureFormat{320, 240, 0});
   ASSERT_TRUE(Eventually(20, [&] { return recorder.Status().Written >= 8; }));  // the queue has room again
@@ -181,6 +199,7 @@ TEST_F(Recorder, OverflowDropsUpToTheNextKeyFrame) {
   ASSERT_EQ(status.Paths.size(), 1u);
   EXPECT_GE(status.Written, before + 20) << "everything from the next key frame on";
   EXPECT_LT(status.Written, 60);
+  EXPECT_EQ(budget.Left(), bytes) << "all is given back";
   EXPECT_EQ(Decoded(status.Paths[0]), status.Written);
 }
 
@@ -205,30 +224,59 @@ TEST_F(Recorder, JPEGPicturesBecomeAMovie) {
   EXPECT_THAT(Probe(recorder.Status().Paths[0], "stream=codec_name,width,height"), HasSubstr("mjpeg,176,144"));
 }
 
-TEST_F(Recorder, KilledProcessLeavesWhatWasWritten) {
+TEST_F(Recorder, KilledProcessLeavesWhatWasWrittenAndNoEmptyShell) {
   const Bytes stream = Encode(m_Folder, 60, 10, 1);
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    CRecorder recorder(m_Folder, "a");
-    for (auto& piece : Pieces(stream)) recorder.DeliverFrame(std::move(piece));
-    while (recorder.Status().Written < 59) usleep(1000);
-    kill(getpid(), SIGKILL);
+  const auto recordings = [this](const char* ending) {
+    std::vector<std::string> paths;
+    for (const auto& entry : std::filesystem::directory_iterator(m_Folder))
+      if (entry.path().extension() == ending) paths.push_back(entry.path());
+    return paths;
+  };
+  for (const size_t pictures : {size_t{4}, size_t{60}}) {
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      CRecorder recorder(m_Folder, "a");
+      auto pieces = Pieces(stream);
+      pieces.resize(pictures);
+      for (auto& piece : pieces) recorder.DeliverFrame(std::move(piece));
+      while (recorder.Status().Written < static_cast<int64_t>(pictures) - 1) usleep(1000);
+      kill(getpid(), SIGKILL);
+    }
+    waitpid(child, nullptr, 0);
+    EXPECT_EQ(recordings(".mp4").size(), pictures > 10 ? 1u : 0u) << "nothing to play, nothing in the list";
   }
-  waitpid(child, nullptr, 0);
-  std::string path;
-  for (const auto& entry : std::filesystem::directory_iterator(m_Folder))
-    if (entry.path().extension() == ".mp4") path = entry.path();
-  EXPECT_GE(Decoded(path), 40) << "all but the last group";
+  EXPECT_GE(Decoded(recordings(".mp4").at(0)), 40) << "all but the last group";
+  const CRecorder next(m_Folder, "a");
+  EXPECT_TRUE(recordings(".part").empty());
 }
 
-TEST_F(Recorder, UnwritableFolderIsReported) {
+TEST_F(Recorder, FolderThatIsGoneIsReportedUntilItIsBack) {
   const Bytes stream = Encode(m_Folder, 10, 10, 1);
-  CRecorder recorder(m_Folder + "/missing", "a");
-  Deliver(recorder, Pieces(stream));
+  const std::string folder = m_Folder + "/recordings";
+  CRecorder recorder(folder, "a");
+  const auto becomes = [&](const char* error) {
+    return Eventually(30, [&] {
+      Deliver(recorder, Pieces(stream));
+      usleep(100000);
+      const std::string now = recorder.Status().Error;
+      return *error == '\0' ? now.empty() : now.find(error) != std::string::npos;
+    });
+  };
+  EXPECT_TRUE(becomes("No such file")) << recorder.Status().Error;
+  std::filesystem::create_directory(folder);
+  EXPECT_TRUE(becomes("")) << recorder.Status().Error;
+  EXPECT_TRUE(Eventually(30, [&] {  // something can be played
+    Deliver(recorder, Pieces(stream));
+    return !recorder.Status().Paths.empty();
+  }));
+  std::filesystem::remove_all(folder);
+  EXPECT_TRUE(becomes("not there any more")) << recorder.Status().Error;
+  EXPECT_GT(recorder.Status().Dropped, 0) << "pictures that no file took";
+  std::filesystem::create_directory(folder);
+  EXPECT_TRUE(becomes("")) << recorder.Status().Error;
   recorder.Stop();
-  EXPECT_TRUE(recorder.Status().Paths.empty());
-  EXPECT_THAT(recorder.Status().Error, HasSubstr("No such file"));
+  EXPECT_GT(Decoded(recorder.Status().Paths.back()), 0);
 }
 
 TEST(PictureClock, DrawsOutBurstsAndStaysNearTheArrival) {

@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
@@ -94,12 +96,18 @@ std::string SafeFileName(std::string_view name) {
 }
 
 std::string NewFilePath(const std::string& stem, const char* ending) {
-  const time_t now = time(nullptr);
-  tm local{};
-  localtime_r(&now, &local);
-  char stamp[32];
-  std::strftime(stamp, sizeof stamp, "-%Y%m%d-%H%M%S", &local);
-  std::string path = stem + stamp + ending;
-  for (int i = 2; access(path.c_str(), F_OK) == 0; ++i) path = stem + stamp + "-" + std::to_string(i) + ending;
-  return path;
+  // UTC, so that names sort by time on the nights when local clocks are put back too.
+  const auto path = [&](std::chrono::milliseconds at) {
+    const time_t seconds = at.count() / 1000;
+    tm utc{};
+    gmtime_r(&seconds, &utc);
+    char stamp[32], text[48];
+    std::strftime(stamp, sizeof stamp, "-%Y%m%d-%H%M%S", &utc);
+    std::snprintf(text, sizeof text, "%s-%03dZ", stamp, static_cast<int>(at.count() % 1000));
+    return stem + text + ending;
+  };
+  auto now = std::chrono::duration_cast<std::chrono::milliseconds>(
+      std::chrono::system_clock::now().time_since_epoch());
+  while (access(path(now).c_str(), F_OK) == 0) ++now;
+  return path(now);
 }

@@ -25,5 +25,6 @@ bool MakeFolder(const std::string& path, std::string* error);
 // hidden.
 std::string SafeFileName(std::string_view name);
 
-// A path that does not exist yet: `stem`, the present time, and `ending`, which has its dot.
+// A path that does not exist yet: `stem`, the present time in UTC ("-20261123-081530-125Z"), and `ending`,
+// which has its dot. Names of one stem sort by time.
 std::string NewFilePath(const std::string& stem, const char* ending);

@@ -6,6 +6,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -19,6 +22,7 @@ constexpr AVRational CLOCK = {1, RECORDING_HZ};
 constexpr int64_t FALLBACK_DURATION = RECORDING_HZ / 25;  // of the last picture when it is the only one
 constexpr int FRAGMENT_US = 1000000;                      // what a kill may cost at most, in microseconds
 constexpr int CLUSTER_MS = 1000;
+constexpr char UNFINISHED[] = ".part";  // behind the name of a file that has nothing in it yet
 
 std::string Reason(int code) {
   char text[AV_ERROR_MAX_STRING_SIZE] = {};
@@ -71,6 +75,8 @@ bool CreateNew(const std::string& path, std::string* error) {
 
 struct CMovieFile::State {
   std::string Path;
+  int64_t HeaderBytes = 0;
+  bool Visible = false;
   std::unique_ptr<AVFormatContext, CContextCloser> Context;
   AVStream* Stream = nullptr;
   // The newest picture waits for its successor, which tells how long it is shown.
@@ -84,7 +90,17 @@ struct CMovieFile::State {
     av_packet_rescale_ts(Held.get(), CLOCK, Stream->time_base);
     const int result = av_write_frame(Context.get(), Held.get());
     Held.reset();
-    return result < 0 ? result : Context->pb->error;
+    if (result < 0 || Context->pb->error < 0) return result < 0 ? result : Context->pb->error;
+    return avio_tell(Context->pb) > HeaderBytes ? Show() : 0;
+  }
+
+  std::string Here() const { return Visible ? Path : Path + UNFINISHED; }
+
+  int Show() {
+    if (Visible) return 0;
+    if (rename((Path + UNFINISHED).c_str(), Path.c_str()) != 0) return AVERROR(errno);
+    Visible = true;
+    return 0;
   }
 
   int Hold(CBytes picture, bool key, int64_t time) {
@@ -107,7 +123,8 @@ CMovieFile::CMovieFile() = default;
 
 CMovieFile::~CMovieFile() {
   std::string ignored;
-  Close(&ignored);
+  bool kept = false;
+  Close(&ignored, &kept);
 }
 
 const char* CMovieFile::Ending(EMovieKind kind) {
@@ -116,7 +133,8 @@ const char* CMovieFile::Ending(EMovieKind kind) {
 
 bool CMovieFile::Open(const std::string& path, EMovieKind kind, int width, int height, CBytes sets,
                       std::string* error) {
-  if (!CreateNew(path, error)) return false;
+  const std::string unfinished = path + UNFINISHED;
+  if (!CreateNew(unfinished, error)) return false;
   auto state = std::make_unique<State>();
   state->Path = path;
   AVFormatContext* context = nullptr;
@@ -127,15 +145,16 @@ bool CMovieFile::Open(const std::string& path, EMovieKind kind, int width, int h
     context->flags |= AVFMT_FLAG_FLUSH_PACKETS;
     state->Stream = avformat_new_stream(context, nullptr);
     const bool described = state->Stream != nullptr && Describe(state->Stream, kind, width, height, sets);
-    result = described ? avio_open(&context->pb, path.c_str(), AVIO_FLAG_WRITE) : AVERROR(ENOMEM);
+    result = described ? avio_open(&context->pb, unfinished.c_str(), AVIO_FLAG_WRITE) : AVERROR(ENOMEM);
   }
   if (result >= 0) result = WriteHeader(context, kind);
   if (result < 0) {
     *error = path + ": " + Reason(result);
     state.reset();
-    unlink(path.c_str());
+    unlink(unfinished.c_str());
     return false;
   }
+  state->HeaderBytes = avio_tell(context->pb);
   m_pState = std::move(state);
   return true;
 }
@@ -149,12 +168,35 @@ bool CMovieFile::Write(CBytes picture, bool key, int64_t time, std::string* erro
   return false;
 }
 
-bool CMovieFile::Close(std::string* error) {
+bool CMovieFile::IsVisible() const {
+  return m_pState && m_pState->Visible;
+}
+
+bool CMovieFile::IsThere(std::string* error) const {
+  if (access(m_pState->Here().c_str(), F_OK) == 0) return true;
+  *error = m_pState->Here() + " is not there any more";
+  return false;
+}
+
+void CMovieFile::RemoveRemains(const std::string& folder, const std::string& name) {
+  std::error_code ignored;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, ignored)) {
+    const std::string file = entry.path().filename().string();
+    if (file.starts_with(name + "-") && file.ends_with(UNFINISHED)) unlink(entry.path().c_str());
+  }
+}
+
+bool CMovieFile::Close(std::string* error, bool* kept) {
+  *kept = false;
   if (!m_pState) return true;
   const std::unique_ptr<State> state = std::move(m_pState);
+  const bool filled = state->Held != nullptr || state->Visible;
   int result = state->WriteHeld(state->LastDuration);
   const int trailer = av_write_trailer(state->Context.get());
   if (result >= 0) result = trailer < 0 ? trailer : state->Context->pb->error;
+  if (filled && result >= 0) result = state->Show();
+  *kept = state->Visible;
+  if (!*kept) unlink(state->Here().c_str());
   if (result >= 0) return true;
   *error = state->Path + ": " + Reason(result);
   return false;

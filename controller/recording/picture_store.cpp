@@ -9,6 +9,8 @@ namespace {
 
 constexpr size_t QUEUE_BYTES = 64u << 20;
 constexpr int64_t LATEST_PERIOD_MS = 1000;
+constexpr int64_t THREAD_RETRY_MS = 5000;
+constexpr int64_t TOLD_MS = 60000;  // how long a loss stays a problem
 
 int64_t NowMs() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -19,9 +21,7 @@ int64_t NowMs() {
 }  // namespace
 
 CPictureStore::CPictureStore(std::string latestFolder, std::string keepFolder)
-    : m_Latest(std::move(latestFolder)), m_Keep(std::move(keepFolder)) {
-  m_Thread = std::thread([this] { Run(); });
-}
+    : m_Latest(std::move(latestFolder)), m_Keep(std::move(keepFolder)) {}
 
 CPictureStore::~CPictureStore() {
   {
@@ -29,7 +29,21 @@ CPictureStore::~CPictureStore() {
     m_bStop = true;
     m_Wake.notify_all();
   }
-  m_Thread.join();
+  m_Thread.Join();
+}
+
+// Under m_Lock. It is started for the first picture.
+bool CPictureStore::HasThread() {
+  if (m_Thread.IsRunning()) return true;
+  if (NowMs() < m_nThreadRetryAt) return false;
+  const bool started = m_Thread.Start(Entrance, this, 0, "Pictures") != 0;
+  m_nThreadRetryAt = started ? 0 : NowMs() + THREAD_RETRY_MS;
+  return started;
+}
+
+unsigned CPictureStore::Entrance(void* self) {
+  static_cast<CPictureStore*>(self)->Run();
+  return 0;
 }
 
 std::string CPictureStore::LatestPath(const std::string& name) const {
@@ -58,8 +72,10 @@ void CPictureStore::Add(const std::string& name, CBytes picture) {
 
 // Under m_Lock.
 void CPictureStore::Queue(std::string path, CBytes picture, bool keep) {
-  if (m_nQueued + picture.size() > QUEUE_BYTES) {
-    if (keep) ++m_nLost;
+  if (!HasThread() || m_nQueued + picture.size() > QUEUE_BYTES) {
+    if (!keep) return;
+    ++m_nLost;
+    m_nLostAt = NowMs();
     return;
   }
   m_nQueued += picture.size();
@@ -86,10 +102,7 @@ void CPictureStore::Run() {
 
 std::string CPictureStore::Error() const {
   const std::lock_guard<std::mutex> lock(m_Lock);
-  return m_Error;
-}
-
-int64_t CPictureStore::Lost() const {
-  const std::lock_guard<std::mutex> lock(m_Lock);
-  return m_nLost;
+  if (m_nThreadRetryAt != 0) return "the system has no thread for writing pictures; tried again every 5 s";
+  if (!m_Error.empty() || m_nLostAt == 0 || NowMs() - m_nLostAt > TOLD_MS) return m_Error;
+  return "the disk does not keep up: " + std::to_string(m_nLost) + " pictures were not kept";
 }

@@ -3,13 +3,13 @@
 #pragma once
 
 #include "controller/recording/picture_info.h"
+#include "host/base/gxthread.h"
 
 #include <condition_variable>
 #include <deque>
 #include <map>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 class CPictureStore {
@@ -24,8 +24,7 @@ class CPictureStore {
 
   std::string LatestPath(const std::string& name) const;  // empty when not wanted
   std::string KeptPath(const std::string& name) const;    // pattern of the kept ones; empty when not wanted
-  std::string Error() const;                              // the last failure to write; empty when none
-  int64_t Lost() const;                                   // pictures to be kept that the disk was too slow for
+  std::string Error() const;                              // what is wrong at present; empty when all is well
 
  private:
   struct Job {
@@ -33,17 +32,20 @@ class CPictureStore {
     std::vector<unsigned char> Bytes;
   };
   void Queue(std::string path, CBytes picture, bool keep);
+  bool HasThread();
+  static unsigned Entrance(void* self);
   void Run();
 
   const std::string m_Latest, m_Keep;
   mutable std::mutex m_Lock;
   std::condition_variable m_Wake;
-  std::deque<Job> m_Jobs;                      // m_Lock
-  size_t m_nQueued = 0;                        // bytes; m_Lock
-  std::map<std::string, int64_t> m_Seen;       // pictures of each stream; m_Lock
-  std::map<std::string, int64_t> m_LatestDue;  // ms; m_Lock
-  std::string m_Error;                         // m_Lock
-  int64_t m_nLost = 0;                         // m_Lock
-  bool m_bStop = false;                        // m_Lock
-  std::thread m_Thread;
+  std::deque<Job> m_Jobs;                       // m_Lock
+  size_t m_nQueued = 0;                         // bytes; m_Lock
+  std::map<std::string, int64_t> m_Seen;        // pictures of each stream; m_Lock
+  std::map<std::string, int64_t> m_LatestDue;   // ms; m_Lock
+  std::string m_Error;                          // m_Lock
+  int64_t m_nLost = 0;                          // that were to be kept; m_Lock
+  int64_t m_nLostAt = 0, m_nThreadRetryAt = 0;  // ms; 0: never; m_Lock
+  bool m_bStop = false;                         // m_Lock
+  CGXThread m_Thread;
 };

@@ -2,16 +2,19 @@
 
 #include "controller/core/atomic_file.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 
 namespace {
 
 constexpr std::chrono::seconds SETS_WAIT{10};  // for parameter sets that are not in the stream
-constexpr int64_t RETRY_US = 10 * 1000000;     // after a file could not be written
-constexpr size_t ENTRY_OVERHEAD = 256;         // so that empty pieces are bounded too
+constexpr int64_t SECOND_US = 1000000;
+constexpr int64_t RETRY_US = 5 * SECOND_US;         // after a file could not be written
+constexpr int64_t THREAD_RETRY_US = 5 * SECOND_US;  // after no thread was to be had
+constexpr int64_t LOOK_US = 2 * SECOND_US;          // whether the file is still where it was made
+constexpr int64_t STALLED_US = 5 * SECOND_US;       // in one piece: the disk takes nothing
+constexpr int64_t TOLD_US = 60 * SECOND_US;         // how long a loss stays a problem
+constexpr size_t ENTRY_OVERHEAD = 256;              // so that empty pieces are bounded too
 
 int64_t Now() {
   return std::chrono::duration_cast<std::chrono::microseconds>(
@@ -23,11 +26,15 @@ CBytes BytesOf(const CFrameData& frame) {
   return {frame.Data(), static_cast<size_t>(frame.Length())};
 }
 
+size_t CostOf(const CFrameData* frame) {
+  return ENTRY_OVERHEAD + (frame != nullptr ? static_cast<size_t>(frame->Length()) : 0);
+}
+
 }  // namespace
 
-CRecorder::CRecorder(std::string folder, std::string name, size_t queueBytes)
-    : m_Folder(std::move(folder)), m_Name(SafeFileName(name)), m_nQueueMax(queueBytes) {
-  m_Thread = std::thread([this] { Run(); });
+CRecorder::CRecorder(std::string folder, std::string name, CByteBudget* budget, int64_t segmentUs)
+    : m_Folder(std::move(folder)), m_Name(SafeFileName(name)), m_pBudget(budget), m_nSegmentUs(segmentUs) {
+  CMovieFile::RemoveRemains(m_Folder, m_Name);
 }
 
 CRecorder::~CRecorder() {
@@ -41,7 +48,10 @@ void CRecorder::DeliverFrame(std::unique_ptr<CFrameData> frame) {
   Entry entry{nullptr, Now(), false};
   const std::lock_guard<std::mutex> lock(m_Lock);
   if (m_bStop) return;
-  if (h264 && slice == ESlice::First) ++m_Status.Delivered;
+  if (h264 && slice == ESlice::First) {
+    ++m_Status.Delivered;
+    m_Rate.Count();
+  }
   if (!Accept(*frame, slice, &entry.Break)) return;
   entry.Frame = std::move(frame);
   Push(std::move(entry));
@@ -50,10 +60,10 @@ void CRecorder::DeliverFrame(std::unique_ptr<CFrameData> frame) {
 // Under m_Lock. Whether the piece is queued; `resumes`: pieces before it are missing.
 bool CRecorder::Accept(const CFrameData& frame, ESlice slice, bool* resumes) {
   const bool begins = frame.Kind() == FRAME_KIND_JPEG || (frame.Options() == NAL_IDR && slice == ESlice::First);
-  const bool fits = m_nQueued + static_cast<size_t>(frame.Length()) + ENTRY_OVERHEAD <= m_nQueueMax;
-  if (!fits || (m_bSkipping && !begins)) {
+  if (!HasThread() || (m_bSkipping && !begins) || !m_pBudget->Take(CostOf(&frame))) {
     m_bSkipping = true;
-    ++m_Status.Dropped;
+    m_nDroppedAt = Now();
+    if (slice == ESlice::First) ++m_Status.Dropped;
     return false;
   }
   *resumes = m_bSkipping;
@@ -61,9 +71,23 @@ bool CRecorder::Accept(const CFrameData& frame, ESlice slice, bool* resumes) {
   return true;
 }
 
+// Under m_Lock. Whether the writing thread is there; it is started for the first piece.
+bool CRecorder::HasThread() {
+  if (m_Thread.IsRunning()) return true;
+  if (Now() < m_nThreadRetryAt) return false;
+  const bool started = m_Thread.Start(Entrance, this, 0, "Recorder") != 0;
+  m_ThreadError = started ? "" : "the system has no thread for the recording; tried again every 5 s";
+  m_nThreadRetryAt = started ? 0 : Now() + THREAD_RETRY_US;
+  return started;
+}
+
+unsigned CRecorder::Entrance(void* self) {
+  static_cast<CRecorder*>(self)->Run();
+  return 0;
+}
+
 // Under m_Lock.
 void CRecorder::Push(Entry entry) {
-  m_nQueued += ENTRY_OVERHEAD + (entry.Frame ? static_cast<size_t>(entry.Frame->Length()) : 0);
   m_Queue.push_back(std::move(entry));
   m_Wake.notify_all();
 }
@@ -71,7 +95,9 @@ void CRecorder::Push(Entry entry) {
 void CRecorder::BeginStream() {
   const std::lock_guard<std::mutex> lock(m_Lock);
   m_StreamSets.reset();
-  if (!m_bStop) Push({nullptr, 0, true});
+  if (m_bStop) return;
+  if (HasThread() && m_pBudget->Take(CostOf(nullptr))) return Push({nullptr, 0, true});
+  m_bSkipping = true;
 }
 
 void CRecorder::StreamInfo(CBytes sets, CPictureFormat assumed) {
@@ -87,24 +113,38 @@ void CRecorder::Stop() {
     m_bStop = true;
     m_Wake.notify_all();
   }
-  if (m_Thread.joinable()) m_Thread.join();
+  m_Thread.Join();
 }
 
 CRecorderStatus CRecorder::Status() const {
+  const int64_t now = Now();
   const std::lock_guard<std::mutex> lock(m_Lock);
-  return m_Status;
+  CRecorderStatus status = m_Status;
+  status.PicturesPerSecond = m_Rate.PerSecond();
+  if (!m_ThreadError.empty()) {
+    status.Error = m_ThreadError;
+  } else if (m_nBusySince != 0 && !status.WantsSets && now - m_nBusySince > STALLED_US) {
+    status.Error = "the disk has taken nothing for " + std::to_string((now - m_nBusySince) / SECOND_US) +
+                   " s; pictures wait in memory, " + std::to_string(m_Status.Dropped) + " were dropped";
+  } else if (status.Error.empty() && m_nDroppedAt != 0 && now - m_nDroppedAt < TOLD_US) {
+    status.Error =
+        "the disk does not keep up: " + std::to_string(m_Status.Dropped) + " pictures are in no recording";
+  }
+  return status;
 }
 
 void CRecorder::Run() {
   for (;;) {
     std::unique_lock<std::mutex> lock(m_Lock);
+    m_nBusySince = 0;
     m_Wake.wait(lock, [this] { return m_bStop || !m_Queue.empty(); });
     if (m_Queue.empty()) break;
     Entry entry = std::move(m_Queue.front());
     m_Queue.pop_front();
-    m_nQueued -= ENTRY_OVERHEAD + (entry.Frame ? static_cast<size_t>(entry.Frame->Length()) : 0);
+    m_nBusySince = Now();
     lock.unlock();
     Consume(entry);
+    m_pBudget->Give(CostOf(entry.Frame.get()));  // not before the disk has taken it
   }
   if (const auto last = m_Joiner.Finish()) Write(*last);
   End();
@@ -147,14 +187,16 @@ void CRecorder::Write(const CH264Picture& picture) {
       Complain("the camera sends no parameter sets");
       return;
     }
-    const bool continues = m_File.IsOpen() && m_Kind == EMovieKind::H264 && sets == m_FileSets;
+    const bool continues = m_File.IsOpen() && m_Kind == EMovieKind::H264 && sets == m_FileSets &&
+                           picture.Arrival - m_nBegan < m_nSegmentUs;
     if (!continues) {
       const CPictureFormat format = Complete(H264Format(sets, picture.Data));
-      if (!Begin(EMovieKind::H264, sets, format, picture.Arrival)) return;
+      if (!Begin(EMovieKind::H264, sets, format, picture.Arrival)) return CountLost();
     }
     m_bNeedKey = false;
   }
-  if (!m_bNeedKey) Put(picture.Data, picture.Key, picture.Arrival);
+  if (!m_bNeedKey) return Put(picture.Data, picture.Key, picture.Arrival);
+  if (m_nRetryAt != 0) CountLost();
 }
 
 // What the picture does not tell, as the camera says it.
@@ -172,21 +214,42 @@ void CRecorder::WriteJPEG(CBytes picture, int64_t arrival) {
   CPictureFormat format;
   if (!JPEGSize(picture, &format.Width, &format.Height)) return;
   const bool continues = m_File.IsOpen() && m_Kind == EMovieKind::JPEG && format.Width == m_Format.Width &&
-                         format.Height == m_Format.Height;
-  if (continues || Begin(EMovieKind::JPEG, {}, Complete(format), arrival)) Put(picture, true, arrival);
+                         format.Height == m_Format.Height && arrival - m_nBegan < m_nSegmentUs;
+  if (continues || Begin(EMovieKind::JPEG, {}, Complete(format), arrival)) return Put(picture, true, arrival);
+  CountLost();
 }
 
 void CRecorder::Put(CBytes picture, bool key, int64_t arrival) {
   if (!m_File.IsOpen()) return;
   std::string why;
-  if (!m_File.Write(picture, key, m_Clock.Stamp(arrival), &why)) {
+  bool good = m_File.Write(picture, key, m_Clock.Stamp(arrival), &why);
+  // A file whose folder is removed takes everything that is written, and nobody will find it.
+  if (good && arrival >= m_nLookAt) {
+    m_nLookAt = arrival + LOOK_US;
+    good = m_File.IsThere(&why);
+  }
+  if (!good) {
     End();
     Fail(why, arrival);
-    return;
+    return CountLost();
   }
   const std::lock_guard<std::mutex> lock(m_Lock);
   ++m_Status.Written;
-  if (m_Status.Paths.empty() || m_Status.Paths.back() != m_Path) m_Status.Paths.push_back(m_Path);
+  if (m_File.IsVisible()) NotePath();
+}
+
+// Under m_Lock.
+void CRecorder::NotePath() {
+  std::vector<std::string>& paths = m_Status.Paths;
+  if (!paths.empty() && paths.back() == m_Path) return;
+  if (paths.size() >= MOST_PATHS) paths.erase(paths.begin());
+  paths.push_back(m_Path);
+}
+
+// A picture that no file takes.
+void CRecorder::CountLost() {
+  const std::lock_guard<std::mutex> lock(m_Lock);
+  ++m_Status.Dropped;
 }
 
 bool CRecorder::Begin(EMovieKind kind, CBytes sets, CPictureFormat format, int64_t arrival) {
@@ -203,6 +266,9 @@ bool CRecorder::Begin(EMovieKind kind, CBytes sets, CPictureFormat format, int64
   m_FileSets.assign(sets.begin(), sets.end());
   m_Format = format;
   m_Clock = CPictureClock(format.Interval);
+  m_nBegan = arrival;
+  m_nLookAt = arrival + LOOK_US;
+  m_nRetryAt = 0;
   Complain("");
   return true;
 }
@@ -210,10 +276,10 @@ bool CRecorder::Begin(EMovieKind kind, CBytes sets, CPictureFormat format, int64
 void CRecorder::End() {
   if (!m_File.IsOpen()) return;
   std::string why;
-  if (!m_File.Close(&why)) Fail(why, Now());
+  bool kept = false;
+  if (!m_File.Close(&why, &kept)) Fail(why, Now());
   const std::lock_guard<std::mutex> lock(m_Lock);
-  if (m_Status.Paths.empty() || m_Status.Paths.back() != m_Path)
-    unlink(m_Path.c_str());  // nothing came into it
+  if (kept) NotePath();
 }
 
 void CRecorder::Fail(const std::string& why, int64_t arrival) {
