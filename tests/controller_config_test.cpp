@@ -134,7 +134,7 @@ TEST(Notices, AByteOf255StandsForAny) {
 }
 
 // Whatever a camera calls itself must not steer the terminal, nor break the summary.
-TEST(Report, HostileTextsStayText) {
+TEST(Report, HostileTextsStayTextAndTroubleIsTold) {
   EXPECT_EQ(Printable("a\033[2Jb\r\n\x7F\xC2\x9B\xFF ä…"), "a?[2Jb????? ä…");
   CCameraStatus status;
   status.ID = 1;
@@ -145,6 +145,17 @@ TEST(Report, HostileTextsStayText) {
     EXPECT_LE(line.size(), 82u);  // the mark of a cut is three bytes wide
   }
   EXPECT_THAT(SummaryText({status}), HasSubstr("\"seconds_to_running\": null"));
+
+  status.Streams = {{"JPEG", 640, 480, 0, -1, "failed", "the login was refused", 4200},
+                    {"H264", 640, 480, 60, 15, "running", "", -1}};
+  status.Dropped = 7;
+  status.Recordings = {"a.mp4"};
+  std::string text;
+  for (const std::string& line : CameraLines(status, 200)) text += line + "\n";
+  EXPECT_THAT(text, HasSubstr("JPEG stream failed: the login was refused, tried again in 5 s"));
+  EXPECT_THAT(text, HasSubstr("60.0 fps (slices; 15.0 pictures)"));
+  EXPECT_THAT(text, HasSubstr("7 pictures dropped"));
+  EXPECT_THAT(SummaryText({status}), HasSubstr("\"next_try_ms\": 4200"));
 }
 
 }  // namespace

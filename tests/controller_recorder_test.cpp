@@ -52,7 +52,7 @@ std::vector<std::unique_ptr<CFrameData>> Pieces(const Bytes& stream, bool inBand
     if (type > NAL_IDR) continue;
     const Bytes& piece = type == NAL_IDR ? before : bytes;
     pieces.push_back(std::make_unique<CFrameData>(FRAME_KIND_H264, nullptr, 0, 0, nullptr, piece.data(),
-                                                  static_cast<int>(piece.size()), -1, 0));
+                                                  static_cast<int>(piece.size()), 100, 0));
     pieces.back()->Options(type);
     before.clear();
   }
@@ -89,6 +89,7 @@ TEST_F(Recorder, JoinsSlicesAndBeginsAtAKeyFrame) {
   ASSERT_EQ(status.Paths.size(), 1u);
   EXPECT_THAT(status.Paths[0], HasSubstr("/Front-door-1-"));
   EXPECT_EQ(status.Delivered, 57) << "pictures, not slices";
+  EXPECT_EQ(status.Motion, 100) << "as the last piece carried it";
   EXPECT_EQ(status.Written, 40) << "from the second key frame on";
   EXPECT_EQ(Decoded(status.Paths[0]), 40);
   EXPECT_THAT(Probe(status.Paths[0], "stream=codec_name,width,height"), HasSubstr("h264,320,240"));
@@ -182,9 +183,13 @@ TEST_F(Recorder, OverflowDropsUpToTheNextKeyFrame) {
   for (size_t i = 0; i < group; ++i) recorder.DeliverFrame(std::move(blocked[i]));
   EXPECT_GT(recorder.Status().Dropped, 0);
   EXPECT_THAT(recorder.Status().Error, HasSubstr("does not keep up"));
+  ASSERT_TRUE(Eventually(20, [&] { return recorder.Status().WantsSets; }));
+  const size_t left = budget.Left();
+  EXPECT_LT(left, bytes);
+  EXPECT_TRUE(budget.Take(left));
   neighbour.DeliverFrame(std::move(Pieces(stream)[0]));
   EXPECT_EQ(neighbour.Status().Dropped, 1) << "one budget for both";
-  ASSERT_TRUE(Eventually(20, [&] { return recorder.Status().WantsSets; }));
+  budget.Give(left);
   recorder.StreamInfo(ParameterSetsOf(stream), CPictureFormat{320, 240, 0});
   ASSERT_TRUE(Eventually(20, [&] { return recorder.Status().Written >= 8; }));  // the queue has room again
   for (size_t i = group + 6; i < 2 * group; ++i) recorder.DeliverFrame(std::move(pieces[i]));

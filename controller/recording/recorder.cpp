@@ -48,6 +48,7 @@ void CRecorder::DeliverFrame(std::unique_ptr<CFrameData> frame) {
   Entry entry{nullptr, Now(), false};
   const std::lock_guard<std::mutex> lock(m_Lock);
   if (m_bStop) return;
+  if (h264) m_Status.Motion = frame->Motion();
   if (h264 && slice == ESlice::First) {
     ++m_Status.Delivered;
     m_Rate.Count();

@@ -25,6 +25,7 @@ struct CRecorderStatus {
   int64_t Delivered = 0;           // H.264 pictures that the camera handed over
   int64_t Written = 0;             // pictures in the recordings, JPEG or H.264
   int64_t Dropped = 0;             // pictures that are in no file: the disk did not keep up, or took none
+  int Motion = -1;                 // level that the last H.264 piece carried; -1: unknown
   double PicturesPerSecond = 0;    // H.264 pictures that the camera hands over
   bool WantsSets = false;          // a key frame waits for StreamInfo()
 };

@@ -20,6 +20,46 @@ std::string FileNameOf(CVideoSystem* video) {
   return std::to_string(video->ID()) + "-" + SafeFileName(video->Name().Str());
 }
 
+std::string RetryText(int ms) {
+  if (ms < 0) return "";
+  return ms == 0 ? ", tried again now" : ", tried again in " + std::to_string((ms + 999) / 1000) + " s";
+}
+
+// A fault that is not about the login must not send anybody to look for a password.
+std::string WhyNoProfiles(const GXT_SERVICE_REPORT& report) {
+  if (report.LoginRefused || report.State == GXT_REPORT::STATE::Off) return "check user name and password";
+  if (!report.Refused.IsEmpty()) return "the camera refused " + report.Refused.Str();
+  return "the camera names none";
+}
+
+// The encodings of a camera's profiles when none of them can be shown or recorded; empty otherwise.
+std::string OnlyForeignEncodings(const CCameraConfig& config) {
+  std::string encodings;
+  for (const CConfigProfile& profile : config.Profiles) {
+    const std::string& encoding = profile.Settings.Encoding;
+    if (CGXString(encoding).CompareNoCase("H264") == 0 || CGXString(encoding).CompareNoCase("JPEG") == 0)
+      return "";
+    if (encodings.find(encoding) == std::string::npos) encodings += (encodings.empty() ? "" : ", ") + encoding;
+  }
+  return encodings.empty() ? "without video" : encodings;
+}
+
+// The H.264 stream, which there is no rate of as long as it has not begun.
+CStreamStatus* RecordedStream(CCameraStatus* status) {
+  if (status->Streams.empty() || status->Streams.back().Kind != "H264") {
+    status->Streams.emplace_back();
+    status->Streams.back().Kind = "H264";
+  }
+  return &status->Streams.back();
+}
+
+void Take(const GXT_STREAM_REPORT& report, CStreamStatus* stream) {
+  static constexpr const char* names[] = {"", "starting", "running", "failed"};
+  stream->State = names[static_cast<int>(report.State)];
+  stream->Reason = report.Reason.Str();
+  stream->NextTryMs = report.RetryMs;
+}
+
 }  // namespace
 
 CIdentityTexts IdentityOf(CSystemComponent* component) {
@@ -49,7 +89,7 @@ class CCamera::CViewer : public CVideoSink {
   }
 
   int64_t Frames() const { return m_nFrames; }
-  CStreamStatus Status() const { return {"JPEG", m_iWidth, m_iHeight, OutgoingFPS()}; }
+  CStreamStatus Status() const { return {"JPEG", m_iWidth, m_iHeight, OutgoingFPS(), -1, "", "", -1}; }
   std::string Path() const { return m_pPictures != nullptr ? m_pPictures->LatestPath(m_FileName) : ""; }
   std::string KeptPath() const { return m_pPictures != nullptr ? m_pPictures->KeptPath(m_FileName) : ""; }
 
@@ -112,16 +152,16 @@ bool CCamera::Config(CCameraConfig* config) const {
   return ReadCameraConfig(msg, config);
 }
 
-bool CCamera::HasProfiles() const {
-  CCameraConfig config;
-  return Config(&config) && !config.Profiles.empty();
+// Its loading.
+bool CCamera::Failed() const {
+  return m_pVideo->ServiceReport().State == GXT_REPORT::STATE::Failed || m_pBook->Failed(m_iID);
 }
 
 bool CCamera::Tick() {
   NotePicture();
   AnswerRecorder();
   if (!InService()) {
-    if (m_pBook->Failed(m_iID)) m_Reachability.Check(m_pVideo->GetConfigURL().Str());
+    if (Failed()) m_Reachability.Check(m_pVideo->GetConfigURL().Str());
     return false;
   }
   bool changed = std::exchange(m_bChanged, false);
@@ -278,6 +318,7 @@ CCameraStatus CCamera::Status() {
   status.SecondsToPicture = m_fSecondsToPicture;
   DescribeState(&status);
   DescribeStreams(&status);
+  DescribeProblems(&status);
   DescribeCalls(&status);
   return status;
 }
@@ -289,18 +330,40 @@ void CCamera::DescribeState(CCameraStatus* status) const {
   status->Steps = progress.Lines();
   status->LinesSaid = progress.Said();
   if (InService()) {
-    const bool profiles = HasProfiles();
-    status->State = profiles ? "running" : "running without profiles";
-    if (!profiles) status->Reason = "check user name and password";
-    if (profiles && m_pVideo->Dead()) status->Reason = "no pictures";
-  } else if (progress.Failed()) {
-    status->State = "failed";
-    status->Reason = progress.Reason() + ", tried at " + status->ServiceURL;
-    const std::string finding = m_Reachability.Finding();
-    if (!finding.empty()) status->Reason += ": " + finding;
+    DescribeService(status);
+  } else if (Failed()) {
+    DescribeFailure(status);
   } else {
     status->State = "loading";
   }
+}
+
+void CCamera::DescribeService(CCameraStatus* status) const {
+  CCameraConfig config;
+  status->State = "running";
+  if (!Config(&config) || config.Profiles.empty()) {
+    status->State = "running without profiles";
+    status->Reason = WhyNoProfiles(m_pVideo->ServiceReport());
+  } else if (const std::string encodings = OnlyForeignEncodings(config); !encodings.empty()) {
+    status->State = "running without streams";
+    status->Reason = "its profiles are " + encodings + "; pictures come as JPEG or H264 only";
+  } else if (m_pVideo->Dead()) {
+    status->Reason = "no pictures";
+  }
+}
+
+void CCamera::DescribeFailure(CCameraStatus* status) const {
+  const GXT_SERVICE_REPORT report = m_pVideo->ServiceReport();
+  const bool told = report.State == GXT_REPORT::STATE::Failed;
+  status->State = "failed";
+  status->Reason = told ? report.Step.Str() + ": " + report.Reason.Str() : m_pBook->Progress(m_iID).Reason();
+  status->Reason += ", tried at " + status->ServiceURL;
+  if (report.LoginRefused) {
+    status->Reason += ": check user name and password";
+  } else if (const std::string finding = m_Reachability.Finding(); !finding.empty()) {
+    status->Reason += ": " + finding;
+  }
+  if (told) status->Reason += RetryText(report.RetryMs);
 }
 
 void CCamera::DescribeStreams(CCameraStatus* status) const {
@@ -311,12 +374,23 @@ void CCamera::DescribeStreams(CCameraStatus* status) const {
     for (const std::string& path : {viewer->Path(), viewer->KeptPath()})
       if (!path.empty() && viewer->Frames() > 0) status->Pictures.push_back(path);
   }
-  if (m_Wishes.Pictures != nullptr) status->Problem = m_Wishes.Pictures->Error();
-  if (!m_pRecorder) return;
+  if (m_pRecorder) DescribeRecording(status);
+  for (const GXT_STREAM_REPORT& report : m_pVideo->StreamReports()) {
+    const auto number = static_cast<size_t>(report.Stream);
+    CStreamStatus* const stream = report.Stream == GXT_STREAM_REPORT::RECORDED ? RecordedStream(status)
+                                  : number < m_Viewers.size()                  ? &status->Streams[number]
+                                                                               : nullptr;
+    if (stream != nullptr) Take(report, stream);
+  }
+}
+
+void CCamera::DescribeRecording(CCameraStatus* status) const {
   const CRecorderStatus recorder = m_pRecorder->Status();
   status->H264Frames = recorder.Delivered;
   status->Recordings = recorder.Paths;
-  if (!recorder.Error.empty()) status->Problem = recorder.Error;
+  status->Dropped = recorder.Dropped;
+  // Of a camera without JPEG streams only the recorded pictures tell.
+  if (status->FPS <= 0 && recorder.Motion >= 0) status->Motion = recorder.Motion;
   CGXMSG stats;
   m_pVideo->GetVideoStats(&stats);
   stats.GetInt();  // rate and motion, which are known already
@@ -325,8 +399,25 @@ void CCamera::DescribeStreams(CCameraStatus* status) const {
     const bool dvr = stats.GetString() == H264_STREAM_NAME;
     const int rate = stats.GetInt();
     const GXT_RESOLUTION size = m_pVideo->DVREncodeDimensions();
-    if (dvr) status->Streams.push_back({"H264", size.Width, size.Height, rate / 100.0});
+    if (dvr)
+      status->Streams.push_back(
+          {"H264", size.Width, size.Height, rate / 100.0, recorder.PicturesPerSecond, "", "", -1});
   }
+}
+
+void CCamera::DescribeProblems(CCameraStatus* status) const {
+  const auto add = [status](const std::string& text) {
+    if (!text.empty()) status->Problem += (status->Problem.empty() ? "" : "; ") + text;
+  };
+  if (m_pRecorder) add(m_pRecorder->Status().Error);
+  if (m_Wishes.Pictures != nullptr) add(m_Wishes.Pictures->Error());
+  if (const GXT_REPORT events = m_pVideo->EventReport(); events.State == GXT_REPORT::STATE::Failed)
+    add("no motion or other events: " + events.Reason.Str() + RetryText(events.RetryMs));
+  for (const GXT_STREAM_REPORT& report : m_pVideo->StreamReports())
+    if (report.TooLarge > 0)
+      add(std::to_string(report.TooLarge) +
+          " pictures of the H.264 stream were too large and are in no recording: give it a lower bit rate or a "
+          "smaller size, or another key frame interval (set-stream)");
 }
 
 void CCamera::DescribeCalls(CCameraStatus* status) const {

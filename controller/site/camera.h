@@ -75,7 +75,7 @@ class CCamera {
  private:
   class CViewer;
 
-  bool HasProfiles() const;
+  bool Failed() const;
   bool ApplyTransport();
   bool KeepStreams();
   bool Paused() const;
@@ -85,7 +85,11 @@ class CCamera {
   void AnswerRecorder();
   void DescribeStreamToRecorder();
   void DescribeState(CCameraStatus* status) const;
+  void DescribeService(CCameraStatus* status) const;
+  void DescribeFailure(CCameraStatus* status) const;
   void DescribeStreams(CCameraStatus* status) const;
+  void DescribeRecording(CCameraStatus* status) const;
+  void DescribeProblems(CCameraStatus* status) const;
   void DescribeCalls(CCameraStatus* status) const;
   double Seconds() const;
   void NotePicture();

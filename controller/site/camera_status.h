@@ -11,7 +11,11 @@
 struct CStreamStatus {
   std::string Kind;  // "JPEG" or "H264"
   int Width = 0, Height = 0;
-  double FPS = 0;
+  double FPS = 0;                 // as the driver counts: of H.264 every slice
+  double PicturesPerSecond = -1;  // of H.264; -1: not known
+  std::string State;              // "starting", "running" or "failed"; empty: not known
+  std::string Reason;             // of "failed"
+  int NextTryMs = -1;             // until it is tried again; -1: not planned
 };
 
 // Something that was asked of a camera, and whether the camera was then seen to have done it.
@@ -23,7 +27,7 @@ struct CAskedCommand {
 struct CCameraStatus {
   int Type = 0, ID = 0;
   std::string Name, Manufacturer, Model, Firmware, Serial, ServiceURL;
-  std::string State;   // "running", "running without profiles", "loading", "failed"
+  std::string State;   // "running", "running without profiles", "running without streams", "loading", "failed"
   std::string Reason;  // of a state that is not as it should be; may be empty
   std::string Step, LastLine;
   std::vector<std::string> Steps;  // the last trace lines, in order
@@ -35,7 +39,8 @@ struct CCameraStatus {
   std::optional<CCallCounts> Calls;  // of a door station
   std::vector<CStreamStatus> Streams;
   int64_t JPEGFrames = 0, H264Frames = 0;  // pictures delivered
+  int64_t Dropped = 0;                     // pictures that should have been recorded and are in no file
   std::vector<std::string> Pictures, Recordings;
-  std::string Problem;                                  // recorder or picture store; empty when all is well
+  std::string Problem;  // of recording, pictures or events, in plain words; empty when all is well
   double SecondsToRunning = -1, SecondsToPicture = -1;  // since the camera was started; -1: not yet
 };

@@ -22,7 +22,7 @@ std::string TryConnecting(const std::string& url) {
   const bool connected = ConnectSocket(fd, &address, CONNECT_MS) == 0;
   const int code = NORVA_GetLastError();
   CloseSocket(fd);
-  if (connected) return "something answers there: check path, user name and password";
+  if (connected) return "something answers at that address and port";
   return std::strerror(code);
 }
 

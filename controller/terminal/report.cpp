@@ -37,11 +37,17 @@ std::string MotionText(int motion) {
   return motion < 0 ? "unknown" : motion == 0 ? "none" : std::to_string(motion);
 }
 
+// Where a camera sends several slices a picture.
+std::string SlicesText(const CStreamStatus& stream) {
+  if (stream.PicturesPerSecond <= 0 || stream.FPS < 1.5 * stream.PicturesPerSecond) return "";
+  return " (slices; " + Fixed(stream.PicturesPerSecond, 1) + " pictures)";
+}
+
 std::string StreamsText(const CCameraStatus& status) {
   std::string text;
   for (const CStreamStatus& stream : status.Streams)
     text += (text.empty() ? "" : ", ") + stream.Kind + " " + std::to_string(stream.Width) + "x" +
-            std::to_string(stream.Height) + " " + Fixed(stream.FPS, 1) + " fps";
+            std::to_string(stream.Height) + " " + Fixed(stream.FPS, 1) + " fps" + SlicesText(stream);
   return text.empty() ? "none" : text;
 }
 
@@ -82,11 +88,18 @@ std::string CallsText(const CCallCounts& calls) {
          std::to_string(calls.MicrophonePackets);
 }
 
+json StreamStateJSON(const CStreamStatus& s) {
+  json stream = {{"kind", s.Kind}, {"width", s.Width}, {"height", s.Height}, {"fps", s.FPS}};
+  if (s.PicturesPerSecond >= 0) stream["pictures_per_second"] = s.PicturesPerSecond;
+  if (!s.State.empty()) stream["state"] = s.State;
+  if (!s.Reason.empty()) stream["reason"] = s.Reason;
+  if (s.NextTryMs >= 0) stream["next_try_ms"] = s.NextTryMs;
+  return stream;
+}
+
 json CameraJSON(const CCameraStatus& s) {
   json streams = json::array();
-  for (const CStreamStatus& stream : s.Streams)
-    streams.push_back(
-        {{"kind", stream.Kind}, {"width", stream.Width}, {"height", stream.Height}, {"fps", stream.FPS}});
+  for (const CStreamStatus& stream : s.Streams) streams.push_back(StreamStateJSON(stream));
   json commands = json::array();
   for (const CAskedCommand& command : s.Commands)
     commands.push_back({{"name", command.Name}, {"seen", command.Seen}});
@@ -106,6 +119,7 @@ json CameraJSON(const CCameraStatus& s) {
                  {"commands", std::move(commands)},
                  {"jpeg_frames", s.JPEGFrames},
                  {"h264_frames", s.H264Frames},
+                 {"dropped_frames", s.Dropped},
                  {"pictures", s.Pictures},
                  {"recordings", s.Recordings},
                  {"seconds_to_running", Seconds(s.SecondsToRunning)},
@@ -124,13 +138,20 @@ std::vector<std::string> CameraLines(const CCameraStatus& s, size_t width) {
   add("   " + StateText(s));
   add("   " + Fixed(s.FPS, 1) + " pictures/s   motion " + MotionText(s.Motion) + "   events " +
       std::to_string(s.Events) + "   streams: " + StreamsText(s));
+  for (const CStreamStatus& stream : s.Streams)
+    if (stream.State == "failed")
+      add("   " + stream.Kind + " stream failed: " + stream.Reason +
+          (stream.NextTryMs < 0
+               ? ""
+               : ", tried again in " + std::to_string((stream.NextTryMs + 999) / 1000) + " s"));
   add("   last: " + s.LastLine);
   if (s.Calls) add("   calls: " + CallsText(*s.Calls));
   if (!s.Commands.empty()) add("   asked: " + CommandsText(s.Commands));
   if (!s.Pictures.empty()) add("   pictures " + s.Pictures.back() + " (" + std::to_string(s.JPEGFrames) + ")");
   if (!s.Recordings.empty())
     add("   recording " + s.Recordings.back() +
-        (s.H264Frames > 0 ? " (" + std::to_string(s.H264Frames) + " H.264)" : ""));
+        (s.H264Frames > 0 ? " (" + std::to_string(s.H264Frames) + " H.264)" : "") +
+        (s.Dropped > 0 ? ", " + std::to_string(s.Dropped) + " pictures dropped" : ""));
   if (!s.Problem.empty()) add("   PROBLEM: " + s.Problem);
   return lines;
 }

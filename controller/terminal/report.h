@@ -17,8 +17,8 @@ std::vector<std::string> CameraLines(const CCameraStatus& status, size_t width);
 // and, where there is one, reason; steps (trace lines in order); streams; motion (last level: -1 unknown, 0
 // none, 100 motion); events (how many times motion or an alarm was reported); commands (what a demonstration
 // asked of it, each with name and seen); jpeg_frames and h264_frames (pictures delivered); pictures and
-// recordings (paths); seconds_to_running and seconds_to_picture since the camera was started (null: never). Of
-// a door station also what CallsJSON gives.
+// recordings (paths); dropped_frames (that should be in a recording and are not); seconds_to_running and
+// seconds_to_picture since the camera was started (null: never). Of a door station also what CallsJSON gives.
 nlohmann::json CameraJSON(const CCameraStatus& status);
 
 // calls (placed, accepted, declined, timed_out, cancelled), call_state (idle, calling, ringing or talking),

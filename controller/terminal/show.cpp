@@ -1,16 +1,18 @@
 // controller show: loads cameras one after the other and prints what each is and offers.
 #include "controller/core/controller.h"
 #include "controller/core/log.h"
+#include "controller/core/printable.h"
 #include "controller/core/stop_signal.h"
 #include "controller/site/camera.h"
 #include "controller/site/camera_choice.h"
 #include "controller/site/profile_request.h"
+#include "controller/site/reachability.h"
 #include "controller/terminal/commands.h"
 #include "controller/terminal/show_report.h"
-#include "host/intercom/intercom.h"
 #include "host/system/system.h"
 
 #include <chrono>
+#include <cstdio>
 
 using Clock = std::chrono::steady_clock;
 
@@ -57,9 +59,11 @@ std::vector<CStreamAccess> Accesses(CVideoSystem* video, Clock::time_point end) 
 CCameraSheet Load(CVideoSystem* video, CTraceBook* book, Clock::time_point end) {
   CCamera camera(video, book, {});
   camera.Start();
-  const bool loaded = WorkUntil(end, [video] {
-    return CIntercomServer::Instance()->HasClient(video->GetIcomClient(ICOM_CLIENT_SELF)) &&
-           video->NResolutions(RTSP_PROFILE_H264) + video->NResolutions(RTSP_PROFILE_JPEG) > 0;
+  // Until it can be shown, or it is known that it cannot.
+  WorkUntil(end, [&] {
+    const std::string state = camera.Status().State;
+    const int streams = video->NResolutions(RTSP_PROFILE_H264) + video->NResolutions(RTSP_PROFILE_JPEG);
+    return state != "loading" && (state != "running" || streams > 0);
   });
   CCameraSheet sheet;
   CGXMSG msg;
@@ -71,7 +75,9 @@ CCameraSheet Load(CVideoSystem* video, CTraceBook* book, Clock::time_point end) 
   ReadCameraConfig(msg, &sheet.Config);
   sheet.User = video->UserName().Str();
   sheet.Options = video->Options();
-  if (loaded) sheet.Accesses = Accesses(video, end);
+  if (sheet.Status.State == "running") sheet.Accesses = Accesses(video, end);
+  if (sheet.Status.State == "failed") sheet.Status.Reason += ": " + TryConnecting(sheet.Status.ServiceURL);
+  if (sheet.Status.State == "loading") sheet.Status.Reason = "not ready in time, at " + sheet.Status.Step;
   return sheet;
 }
 
@@ -93,10 +99,18 @@ int ShowCommand(const COptions& options) {
   for (size_t i = 0; good && i < options.Cameras.size() && !StopRequested(); ++i) {
     CVideoSystem* video = FindOrInstall(options.Cameras[i], options, &site, &error);
     good = video != nullptr;
+    if (good && !options.JSON)
+      std::fprintf(stderr, "loading %s, %g s at most\n", Printable(options.Cameras[i]).c_str(),
+                   options.WaitSeconds);
     if (good) sheets.push_back(Load(video, &book, Clock::now() + wait));
   }
   CSystem::Instance()->RemoveAllComponents();
   WriteResult(options.JSON ? SheetsJSON(sheets) : SheetsText(sheets));
+  for (const CCameraSheet& sheet : sheets)
+    if (const CCameraStatus& s = sheet.Status; good && s.State != "running") {
+      error = Printable(s.Name + ": " + s.State + ": " + s.Reason);
+      good = false;
+    }
   if (!good) WriteProblem(error);
   return good ? 0 : 1;
 }

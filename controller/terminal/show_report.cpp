@@ -49,7 +49,8 @@ std::string SheetText(const CCameraSheet& sheet) {
   text += Printable("  " + s.ServiceURL + ", user " + (sheet.User.empty() ? "(none)" : sheet.User)) + "\n";
   std::string offers;
   for (const std::string& name : OptionNames(sheet.Options)) offers += (offers.empty() ? "" : ", ") + name;
-  text += "  offers " + (offers.empty() ? "pictures only" : offers) + "\n";
+  // What it can do is not known before it is loaded.
+  if (s.State.starts_with("running")) text += "  offers " + (offers.empty() ? "pictures only" : offers) + "\n";
   AddEncoders(sheet.Config, &text);
   AddStreams(sheet.Config, &text);
   Rows accesses(1, {"List", "URL", "Control URL", "RTP type", "Parameter sets"});
@@ -89,7 +90,7 @@ json SheetJSON(const CCameraSheet& sheet) {
                  {"state", s.State},
                  {"reason", s.Reason},
                  {"steps", s.Steps},
-                 {"offers", OptionNames(sheet.Options)},
+                 {"offers", OptionNames(s.State.starts_with("running") ? sheet.Options : 0)},
                  {"opened_by", std::move(accesses)}};
   camera["profiles"] = ProfilesJSON(sheet.Config);
   camera["encoders"] = EncodersJSON(sheet.Config);
