@@ -40,8 +40,9 @@ CGXString DefaultServiceURL() {
 CONVIFCam::CONVIFCam(CSystemComponentDef* definition)
     : CVideoSystem(definition),
       CTraceProducer(definition->TypeName()),
-      m_ServiceURL(DefaultServiceURL()),
-      m_Events(this, &m_RunState, &m_Clock, GetEventPort()) {
+      m_Identity(DefaultServiceURL()),
+      m_Events(this, &m_RunState, &m_Clock, GetEventPort()),
+      m_Loading({this, &m_Identity, &m_Clock, &m_Model, &m_RunState, &m_Events}) {
   m_AudioFormat = {.FormatTag = 1,
                    .Channels = 1,
                    .SamplesPerSecond = 8000,
@@ -81,23 +82,12 @@ void CONVIFCam::StopWorkers() {
 
 // ---- Identity ----
 
-CONVIFCam::CIdentity CONVIFCam::Identity() const {
-  const CGXLock lock(m_IdentityLock);
-  return m_Identity;
-}
-
-void CONVIFCam::SetIdentity(const CONVIFDevice& device) {
-  const CGXLock lock(m_IdentityLock);
-  m_Identity = {device.Manufacturer(), device.Model(), device.Firmware(), device.SerialNo(),
-                device.HardwareID()};
-}
-
 int CONVIFCam::ConnectionType() {
   return IsStatic() ? CONNECTION_URL : 0;
 }
 
 bool CONVIFCam::IsVelmoraDevice() {
-  return Identity().Manufacturer == MAKER_ALARM_BRAND;
+  return m_Identity.Names().Manufacturer == MAKER_ALARM_BRAND;
 }
 
 int CONVIFCam::CameraFlags() {
@@ -105,40 +95,17 @@ int CONVIFCam::CameraFlags() {
 }
 
 CGXString CONVIFCam::EDRVName() {
-  const CIdentity identity = Identity();
+  const CCameraIdentity::CNames identity = m_Identity.Names();
   return identity.Manufacturer + " " + identity.Model;
 }
 
 CGXString CONVIFCam::SerialNo() const {
-  return Identity().SerialNo;
-}
-
-CGXString CONVIFCam::ServiceURL() const {
-  const CGXLock lock(m_IdentityLock);
-  return m_ServiceURL;
-}
-
-CGXString CONVIFCam::PTZURL() const {
-  const CGXLock lock(m_IdentityLock);
-  return m_PTZURL;
-}
-
-CGXString CONVIFCam::MediaURL() const {
-  const CGXLock lock(m_IdentityLock);
-  return m_MediaURL;
-}
-
-void CONVIFCam::SetURL(CGXString CONVIFCam::*field, const CGXString& url) {
-  const CGXLock lock(m_IdentityLock);
-  this->*field = url;
+  return m_Identity.Names().SerialNo;
 }
 
 void CONVIFCam::SetConfigURL(CGXString url) {
   if (ServiceURL() == url) return;
-  {
-    const CGXLock lock(m_IdentityLock);
-    m_ServiceURL = m_PTZURL = url;
-  }
+  m_Identity.MoveTo(url);
   // What was loaded is that of the camera at the old address, and its streams would go on for ever.
   StopThread();
   LeaveIntercom();
@@ -160,14 +127,14 @@ void CONVIFCam::SetConfigURL(CGXString url) {
 // What the camera at the old address offered.
 void CONVIFCam::ForgetCamera() {
   m_Model.ForgetCamera();
-  SetURL(&CONVIFCam::m_MediaURL, CGXString());
+  m_Identity.MediaURL(CGXString());
   Options(OPTIONS_AT_START);
   m_iMotionLevel = MOTION_LEVEL_UNKNOWN;
 }
 
 bool CONVIFCam::IsSameConfig(CDeviceConfig* record) {
   // The firmware does not count: an upgraded camera is still the same one.
-  const CIdentity identity = Identity();
+  const CCameraIdentity::CNames identity = m_Identity.Names();
   return identity.Manufacturer == record->DescriptorVal("Manufacturer") &&
          identity.Model == record->DescriptorVal("Model") &&
          identity.SerialNo == record->DescriptorVal("Serial No.") &&
@@ -175,20 +142,17 @@ bool CONVIFCam::IsSameConfig(CDeviceConfig* record) {
 }
 
 void CONVIFCam::LoadFrom(CDeviceConfig* record) {
-  {
-    const CGXLock lock(m_IdentityLock);
-    m_Identity = {record->DescriptorVal("Manufacturer"), record->DescriptorVal("Model"),
-                  record->DescriptorVal("Firmware"), record->DescriptorVal("Serial No."),
-                  record->DescriptorVal("Hardware ID")};
-    m_ServiceURL = record->DescriptorVal("Service URL");
-  }
+  m_Identity.Names({record->DescriptorVal("Manufacturer"), record->DescriptorVal("Model"),
+                    record->DescriptorVal("Firmware"), record->DescriptorVal("Serial No."),
+                    record->DescriptorVal("Hardware ID")});
+  m_Identity.ServiceURL(record->DescriptorVal("Service URL"));
   UserName(record->DescriptorVal("UserName"));
   Password(record->DescriptorVal("Password"));
   UpdateTraceName();
 }
 
 void CONVIFCam::UpdateTraceName() {
-  const CIdentity identity = Identity();
+  const CCameraIdentity::CNames identity = m_Identity.Names();
   const CGXString name = identity.Manufacturer + ":" + identity.Model;
   if (name == TraceName()) return;
   TraceName(name);
@@ -198,7 +162,7 @@ void CONVIFCam::UpdateTraceName() {
 // ---- Record ----
 
 bool CONVIFCam::WriteData(CGXFile* file, int version) {
-  const CIdentity identity = Identity();
+  const CCameraIdentity::CNames identity = m_Identity.Names();
   for (const CGXString& text :
        {identity.Manufacturer, identity.Model, identity.Firmware, identity.SerialNo, identity.HardwareID})
     if (!file->WriteString(text)) return false;
@@ -207,12 +171,13 @@ bool CONVIFCam::WriteData(CGXFile* file, int version) {
 }
 
 bool CONVIFCam::ReadIdentity(CGXFile* file) {
-  for (CGXString CIdentity::*field : {&CIdentity::Manufacturer, &CIdentity::Model, &CIdentity::Firmware,
-                                      &CIdentity::SerialNo, &CIdentity::HardwareID}) {
+  for (CGXString CCameraIdentity::CNames::*field :
+       {&CCameraIdentity::CNames::Manufacturer, &CCameraIdentity::CNames::Model,
+        &CCameraIdentity::CNames::Firmware, &CCameraIdentity::CNames::SerialNo,
+        &CCameraIdentity::CNames::HardwareID}) {
     CGXString text;
     if (!file->ReadString(&text)) return false;
-    const CGXLock lock(m_IdentityLock);
-    m_Identity.*field = text;
+    m_Identity.Name(field, text);
   }
   return true;
 }
@@ -229,8 +194,7 @@ bool CONVIFCam::ReadData(CGXFile* file, int version) {
   if (!m_Model.ReadUserConfig(file, version, RTSP_PROFILE_JPEG)) return false;
   CGXString url;
   if (!file->ReadString(&url)) return false;
-  const CGXLock lock(m_IdentityLock);
-  m_ServiceURL = m_PTZURL = url;
+  m_Identity.MoveTo(url);
   return true;
 }
 

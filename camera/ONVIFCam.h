@@ -1,19 +1,21 @@
 // One configured ONVIF camera: what it is and how it is stored, how it is brought into service and kept there,
 // and the streams that it delivers to the controller.
 //
-// Source files by role: ONVIFCam.cpp identity, record and configuration; ONVIFCam_load.cpp the loading steps;
-// ONVIFCam_run.cpp the connection thread and the queue; CCameraStreams has the streams;
-// ONVIFCam_ptz.cpp moves and presets; ONVIFCam_offer.cpp what tells the host about the streams;
-// ONVIFCam_event.cpp the camera's events; ONVIFCam_alarm.cpp alarm datagrams; ONVIFCam_icom.cpp calls and the
-// speaker; ONVIFCam_audio.cpp the microphone.
+// Source files by role: ONVIFCam.cpp identity, record and configuration; CLoading brings it into service,
+// CCameraStreams has the streams; ONVIFCam_run.cpp the connection thread and the queue; ONVIFCam_ptz.cpp moves
+// and presets; ONVIFCam_offer.cpp what tells the host about the streams; ONVIFCam_event.cpp the camera's
+// events; ONVIFCam_alarm.cpp alarm datagrams; ONVIFCam_icom.cpp calls and the speaker; ONVIFCam_audio.cpp the
+// microphone.
 #pragma once
 
 #include "alarm/alarm_camera.h"
 #include "audio/audio_camera.h"
 #include "camera/audio_squelch.h"
 #include "camera/camera_clock.h"
+#include "camera/camera_identity.h"
 #include "camera/camera_streams.h"
 #include "camera/event_service.h"
+#include "camera/loading.h"
 #include "camera/proc_queue.h"
 #include "camera/run_state.h"
 #include "host/base/gxtime.h"
@@ -34,7 +36,6 @@
 #include <span>
 #include <vector>
 
-class CONVIFDevice;
 class CONVIFMsg;
 class CONVIF_AudioOut;
 class COutboundCall;
@@ -69,9 +70,10 @@ class CONVIFCam : public CVideoSystem,
   int CameraFlags() override;
   CGXString EDRVName() override;
   CGXString SerialNo() const override;
-  CGXString ServiceURL() const;
-  CGXString PTZURL() const override;
-  CGXString MediaURL() const override;
+  CGXString ServiceURL() const { return m_Identity.ServiceURL(); }
+  CGXString PTZURL() const override { return m_Identity.PTZURL(); }
+  CGXString MediaURL() const override { return m_Identity.MediaURL(); }
+  void UpdateTraceName();  // after the camera's
   bool IsDoorStation() const;
   CGXString GetConfigURL() override { return ServiceURL(); }
   void SetConfigURL(CGXString url) override;  // main thread; a new address is loaded from at once
@@ -141,9 +143,10 @@ class CONVIFCam : public CVideoSystem,
 
   // ---- Service ----
   int Run() override;
-  bool SyncTime() { return LoadONVIF_TimeSync(); }  // any thread; false when the camera does not tell its time
-  bool CheckRunState();                             // one pass over the loading steps; true when all are done
-  void SetErrorState();                             // loading starts over; any thread
+  bool CheckRunState() { return m_Loading.Pass(); }  // over the loading steps; true when all are done
+  void SetErrorState();                              // loading starts over after a pause; any thread
+  bool SyncTime() { return m_Loading.SyncTime(); }   // any thread; false when the camera does not tell its time
+  GXT_SERVICE_REPORT ServiceReport() override { return m_Loading.Report(); }
   bool LoadDefaultUserSettings();
   unsigned RunState() const { return m_RunState.Bits(); }
   void OnComponentIdle() override;
@@ -216,49 +219,16 @@ class CONVIFCam : public CVideoSystem,
   int RunAudioRTSP();  // relays the microphone until nobody listens or it falls silent; 0 in any case
 
  private:
-  struct CIdentity {
-    CGXString Manufacturer, Model, Firmware, SerialNo, HardwareID;
-  };
   static constexpr unsigned WORKER_STACK_BYTES = 256000;
   static constexpr int MOTION_LEVEL_FULL = 100, MOTION_LEVEL_UNKNOWN = -1;
 
   // ---- Identity (ONVIFCam.cpp) ----
   bool IsStatic() const { return ComponentType() == TYPE_STATIC; }
-  CIdentity Identity() const;
-  void SetIdentity(const CONVIFDevice& device);
-  void UpdateTraceName();
   bool ReadIdentity(CGXFile* file);
-  void SetURL(CGXString CONVIFCam::*field, const CGXString& url);
   void ForgetCamera();
   void StopWorkers();  // cancels and joins the threads of streams, sound, queue and listener
 
-  // ---- Loading steps (ONVIFCam_load.cpp); connection thread ----
-  bool FindONVIF_ServiceURL();
-  bool LoadONVIF_TimeSync();  // the listener for events may do so too
-  bool LoadONVIF_MediaURL1();
-  bool LoadONVIF_MediaURL2();
-  bool LoadONVIF_EncoderConfig();
-  bool LoadONVIF_EncoderOptions(CEncoder* encoder);
-  bool LoadONVIF_Capabilities();
-  bool LoadONVIF_ProfileConfig();
-  bool LoadONVIF_SnapshotConfig();
-  bool LoadONVIF_MediaConfig();
-  bool LoadONVIF_RTSPConfig();
-  bool LoadONVIF_PTZConfig();
-  void AddPTZOptions(CProfile* profile);
-  bool TakeMediaURL(const CONVIFMsg* service);
-  std::unique_ptr<CONVIFMsg> Ask(const CGXString& url, const char* operation, const char* ns,
-                                 const char* argument = nullptr, const CGXString& value = {});
-
-  // ---- The pass (ONVIFCam_run.cpp); connection thread ----
-  bool Step(unsigned bit, const char* text, bool (CONVIFCam::*load)());
-  bool CheckDeviceInfo();
-  void CheckTime();
-  void CheckMediaURLs();
-  void CheckSnapshots();
-  bool LoadStreams();
-  void CheckEvents();
-  bool Loaded() const;
+  // ---- Service (ONVIFCam_run.cpp); connection thread ----
   bool JoinIntercom();
   bool LeaveIntercom();
   void RequestDVR(CRunState::Epoch since);
@@ -289,14 +259,8 @@ class CONVIFCam : public CVideoSystem,
   int EncodeTypeOf(const CONVIFUserSettings& entry) const;
 
   // ---- Fields ----
-  // Identity and addresses: written by the record, the tools and the connection thread, read by everybody.
-  mutable CGXCritical m_IdentityLock;
-  CIdentity m_Identity GUARDED_BY(m_IdentityLock);
-  CGXString m_ServiceURL GUARDED_BY(m_IdentityLock), m_PTZURL GUARDED_BY(m_IdentityLock),
-      m_MediaURL GUARDED_BY(m_IdentityLock);
-
+  CCameraIdentity m_Identity;
   CMediaModel m_Model;
-
   CCameraClock m_Clock;
 
   // Progress: set by the connection thread, reset by any.
@@ -316,6 +280,7 @@ class CONVIFCam : public CVideoSystem,
   static int g_iNEventPorts;
   static CPortTable g_EventPortTable;
   CEventService m_Events;
+  CLoading m_Loading;  // uses the ones above
 
   // Intercom. The lock is not held while a talk begins or ends: the audio thread asks both objects for every
   // packet.

@@ -21,11 +21,11 @@ constexpr int RINGING_SECONDS = 15;
 // ---- What it is ----
 
 bool CONVIFCam::HasSpeaker() const {
-  return Identity().Manufacturer.CompareNoCase(MAKER_DOOR_STATION) == 0;
+  return m_Identity.Names().Manufacturer.CompareNoCase(MAKER_DOOR_STATION) == 0;
 }
 
 bool CONVIFCam::IsDoorStation() const {
-  const CIdentity identity = Identity();
+  const CCameraIdentity::CNames identity = m_Identity.Names();
   return identity.Manufacturer.CompareNoCase(MAKER_DOOR_STATION) == 0 &&
          identity.Model.Left(MODEL_DOOR_STATION_CHARS).CompareNoCase(MODEL_DOOR_STATION) == 0;
 }
