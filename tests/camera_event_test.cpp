@@ -298,6 +298,30 @@ TEST_F(Events, AResetEndsTheListenerAndALoadStartsANewOne) {
   EXPECT_TRUE(Eventually(20, [&] { return !Listens(); }));
 }
 
+// Events that do not come have a reason, and come when it is gone.
+TEST_F(Events, SaysWhyThereAreNoneAndListensWhenItsPortIsFree) {
+  EXPECT_EQ(m_pCamera->EventReport().State, GXT_REPORT::STATE::Off);
+  m_Script.Fault("Subscribe");
+  ASSERT_TRUE(m_pCamera->CheckRunState());
+  EXPECT_EQ(m_pCamera->EventReport().State, GXT_REPORT::STATE::Failed);
+  EXPECT_EQ(m_pCamera->EventReport().Reason, "the camera refuses to send events (a fault without words)");
+  m_pCamera->SetErrorState();
+  m_Script.Set("Subscribe", "");
+  {
+    const COwnedSocket other(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const sockaddr_in port = Loopback(m_pCamera->EventPort());
+    ASSERT_EQ(SetReuseAddress(other.Get()), 0);  // behind the connections of earlier tests
+    ASSERT_EQ(bind(other.Get(), reinterpret_cast<const sockaddr*>(&port), sizeof port), 0);
+    ASSERT_EQ(listen(other.Get(), 1), 0);
+    ASSERT_TRUE(m_pCamera->CheckRunState());
+    EXPECT_TRUE(Eventually(20, [&] { return m_pCamera->EventReport().State == GXT_REPORT::STATE::Failed; }));
+    EXPECT_GE(m_pCamera->EventReport().Reason.Find("taken"), 0);
+    EXPECT_GT(m_pCamera->EventReport().RetryMs, 0);
+  }
+  EXPECT_TRUE(Eventually(20, [&] { return m_pCamera->CheckRunState() && Listens(); }));
+  EXPECT_TRUE(Eventually(20, [&] { return m_pCamera->EventReport().State == GXT_REPORT::STATE::Running; }));
+}
+
 TEST_F(Events, SixtyFourCamerasListenAndTheNextDoesWithout) {
   m_pCamera.reset();
   const int asserts = AssertCount();

@@ -1,6 +1,7 @@
 // The pass over the loading steps against a camera that follows a script: what is learnt, and what a failing
 // step leaves behind.
 #include "tests/camera_script.h"
+#include "tests/support/stopped_clock.h"
 
 #include <limits>
 
@@ -303,6 +304,87 @@ TEST_F(Load, FillsEmptyUserSettings) {
   EXPECT_EQ(m_pCamera->DVREncodeDimensions().Width, 640);
   m_pCamera->SetErrorState();
   EXPECT_EQ(m_pCamera->DVREncodeType(), -1);
+}
+
+// Whatever was asked when the controller's clock had just been set is asked again with the camera's right time.
+TEST_F(Load, AsksAgainWhatAStepOfTheClockSpoilt) {
+  const std::vector<std::string> asked = {"GetServices", "GetCapabilities", "GetVideoEncoderConfigurations",
+                                          "GetProfiles", "GetSnapshotUri",  "GetStreamUri",
+                                          "GetNodes",    "Subscribe"};
+  for (const long long step : {-2000LL, -3600000LL, 3600000LL, 31536000000LL})
+    for (const std::string& spoilt : asked) {
+      SCOPED_TRACE(spoilt + " " + std::to_string(step));
+      CStoppedClock clock;
+      CScriptedCamera script;
+      const auto camera = StaticCamera(script.URL());
+      std::atomic<bool> stepped{false};
+      script.Watch([&](const std::string& operation) {
+        if (operation == spoilt && !stepped.exchange(true)) clock.Step(step);
+      });
+      EXPECT_TRUE(camera->CheckRunState());
+      EXPECT_EQ(camera->RunState(), ALL_STEPS);
+      for (const std::string& operation : asked) {
+        const auto requests = script.Requests(operation);
+        ASSERT_FALSE(requests.empty()) << operation;
+        EXPECT_NE(requests.back().find(">2031-05-06T10:20:30"), std::string::npos) << operation;
+      }
+      EXPECT_EQ(script.Requests("GetProfiles").size(), spoilt == "GetProfiles" ? 2U : 1U);
+    }
+}
+
+// A thread that is told to end in the middle of a step has not done it, whatever the step may do without.
+TEST_F(Load, LeavesUndoneWhatItWasStoppedIn) {
+  const struct {
+    const char* Operation;
+    unsigned Bit;
+  } cases[] = {{"GetSystemDateAndTime", 0x2},
+               {"GetServices", 0x4},
+               {"GetSnapshotUri", 0x40},
+               {"GetNodes", 0x400},
+               {"Subscribe", 0x800}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.Operation);
+    CScriptedCamera script;
+    const auto camera = StaticCamera(script.URL());
+    const CTraceKeeper trace(camera.get());
+    CGXThread thread;
+    script.Watch([&](const std::string& operation) {
+      if (operation == c.Operation) thread.Cancel();
+    });
+    thread.Start(
+        [](void* of) -> unsigned {
+          EXPECT_FALSE(static_cast<CONVIFCam*>(of)->CheckRunState());
+          return 0;
+        },
+        camera.get(), 0, "load");
+    thread.Join();
+    EXPECT_EQ(camera->RunState() & c.Bit, 0U);
+    EXPECT_FALSE(trace.Has("WARNING: No Snapshot Config"));
+  }
+}
+
+TEST_F(Load, SaysWhatFailedAndWaitsBehindAStreamThatDid) {
+  EXPECT_EQ(m_pCamera->ServiceReport().State, GXT_REPORT::STATE::Off);
+  m_Script.SetWhole("GetProfiles", CScriptedCamera::SILENT);
+  EXPECT_FALSE(m_pCamera->CheckRunState());
+  GXT_SERVICE_REPORT report = m_pCamera->ServiceReport();
+  EXPECT_EQ(report.State, GXT_REPORT::STATE::Failed);
+  EXPECT_EQ(report.Step, "profiles");
+  EXPECT_EQ(report.Reason.Str(), "no answer from " + m_Script.URL("/caps-media"));
+  EXPECT_GT(report.RetryMs, 0);
+  m_Script.Fault("GetProfiles");
+  EXPECT_TRUE(m_pCamera->CheckRunState());
+  report = m_pCamera->ServiceReport();
+  EXPECT_EQ(report.State, GXT_REPORT::STATE::Running);
+  EXPECT_EQ(report.Refused, "GetProfiles: a fault without words");
+  EXPECT_FALSE(report.LoginRefused);
+
+  m_pCamera->StartThread("test");
+  m_pCamera->SetErrorState();
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(m_pCamera->ServiceReport().Step, "streams");
+  EXPECT_TRUE(Eventually(20, [&] { return m_pCamera->RunState() == ALL_STEPS; }));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(4900));
 }
 
 }  // namespace
