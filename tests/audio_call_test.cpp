@@ -2,6 +2,7 @@
 // that a call may be ended at any moment.
 #include "audio/audio_camera.h"
 #include "audio/sip_dialogue.h"
+#include "audio/sip_farewells.h"
 #include "audio/vivotek_audio_out.h"
 #include "host/base/trace.h"
 #include "host/intercom/g711.h"
@@ -322,6 +323,7 @@ TEST_F(AudioCall, WaitsForALatePathAndEndsWithItsTalker) {
 // Deleted by the main thread, which holds its lock, before the camera is asked, while it is, while its answer
 // is awaited, in the call, and in the call's end.
 TEST_F(AudioCall, FiveHundredLeaveNothingBehindInAnyPhase) {
+  CSIPFarewells::Instance();  // its wake-up descriptor stays as long as the process
   CSpeaker camera;
   CTalker talker;
   size_t descriptors = 0, threads = 0;

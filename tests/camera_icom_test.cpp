@@ -1,6 +1,7 @@
 // The camera as a party of the intercom: the door station's call, the talk that follows, and its end in every
 // phase.
 #include "audio/audio_out.h"
+#include "audio/sip_farewells.h"
 #include "camera/outbound_call.h"
 #include "host/intercom/audio_relay.h"
 #include "host/intercom/audio_stream.h"
@@ -265,6 +266,7 @@ TEST(AudioSquelch, SilencesWhileTheSpeakerIsLoud) {
 }
 
 TEST_F(DoorCall, FiveHundredInARowLeaveNothingBehindAndNeverBlock) {
+  CSIPFarewells::Instance();  // its wake-up descriptor stays as long as the process
   const auto door = Door();
   const CMainThreadLock main;
   CPanel panel;
