@@ -9,6 +9,7 @@ import hashlib
 import json
 import os
 import pathlib
+import re
 import subprocess
 import sys
 
@@ -51,7 +52,7 @@ def key_of(entry, made_of):
 
 def lint(name):
     entry = commands[str(root / name)]
-    made_of = deps.get(entry["output"])
+    made_of = deps.get(re.search(r" -o (\S+) ", entry["command"])[1])
     key = key_of(entry, made_of) if made_of else None
     stamp = stamps / key if key else None
     if stamp and stamp.exists():
