@@ -55,7 +55,7 @@ struct Lookup {
 
   // Null when the system has no thread to give.
   static std::shared_ptr<Lookup> Begin(const std::string& host) {
-    const auto lookup = std::make_shared<Lookup>(host);
+    auto lookup = std::make_shared<Lookup>(host);
     auto own = std::make_unique<std::shared_ptr<Lookup>>(lookup);  // the thread's
     if (lookup->Thread.Start(Entry, own.get(), LOOKUP_STACK_BYTES, "Name Lookup") == 0) return nullptr;
     static_cast<void>(own.release());
