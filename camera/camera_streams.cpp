@@ -151,8 +151,7 @@ void CCameraStreams::CountTooLarge(unsigned units) {
   if (first)
     m_pCamera->Trace(
         "WARNING: H264/DVR pictures are larger than can be recorded and are left out; a lower bit rate, a "
-        "smaller "
-        "picture or a shorter key-frame interval helps");
+        "smaller picture or a shorter key-frame interval helps");
 }
 
 int CCameraStreams::DVRRate() {

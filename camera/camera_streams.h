@@ -76,7 +76,6 @@ class CCameraStreams {
   bool IsOn(int stream) const;
   bool IsWanted(const CStart& start) const;
   CStart Begin(int stream) const;
-  int Open(CRTSP* session, CStart* start);
   bool Describe(CStart* start);
   int Failed(int stream, const CGXString& reason, int retryMs, const char* trace = nullptr);
   int Quiet(const CStart& start, const CRTSP& session, bool any);

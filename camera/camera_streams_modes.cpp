@@ -1,6 +1,7 @@
 // The modes that a camera's streams run in.
 #include "camera/ONVIFCam.h"
 #include "camera/camera_streams.h"
+#include "camera/loading.h"
 #include "host/base/gxassert.h"
 #include "host/net/http.h"
 #include "host/video/depacketizer.h"
@@ -15,8 +16,8 @@ namespace {
 constexpr int PACKET_BYTES = 2048;
 constexpr int PACKET_TIMEOUT_MS = 5000;
 constexpr unsigned NAL_TIMEOUT_MS = 5000;
-constexpr int NAL_BYTES = 128000;      // one NAL unit with its start code
-constexpr int RELOAD_PAUSE_MS = 5000;  // between a failure and the pass that loads the camera anew
+constexpr int NAL_BYTES = 128000;  // one NAL unit with its start code
+constexpr int RELOAD_PAUSE_MS = CLoading::RETRY_MS;
 constexpr int AT_ANY_MOMENT = 0;
 
 }  // namespace

@@ -134,11 +134,13 @@ bool CLoading::Loaded() const {
 // ---- How it stands ----
 
 void CLoading::StreamFailed() {
+  {
+    const CGXLock lock(m_Lock);
+    m_Report.Step = "streams";
+    Failed("a stream failed, and the camera is loaded again");
+  }
+  m_bFailed = true;  // before the reset: the connection thread must not load in between without the pause
   m_Rooms.State->Reset();
-  const CGXLock lock(m_Lock);
-  m_Report.Step = "streams";
-  m_bFailed = true;
-  Failed("a stream failed, and the camera is loaded again");
 }
 
 void CLoading::Begin(const char* step) {

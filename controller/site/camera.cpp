@@ -27,7 +27,7 @@ std::string RetryText(int ms) {
 
 // A fault that is not about the login must not send anybody to look for a password.
 std::string WhyNoProfiles(const GXT_SERVICE_REPORT& report) {
-  if (report.LoginRefused || report.State == GXT_REPORT::STATE::Off) return "check user name and password";
+  if (report.LoginRefused) return "check user name and password";
   if (!report.Refused.IsEmpty()) return "the camera refused " + report.Refused.Str();
   return "the camera names none";
 }

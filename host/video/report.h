@@ -19,7 +19,7 @@ struct GXT_SERVICE_REPORT : GXT_REPORT {
   // What the camera refused of what it was asked while it was loaded: the operation, and the camera's own words
   // cleaned and cut; empty when nothing. A camera may run all the same, without what it did not tell.
   CGXString Refused;
-  bool LoginRefused = false;  // and the refusal was of the login: its user name or password is wrong
+  bool LoginRefused = false;  // and the refusal was of the login: its user name, its password or its time
 };
 
 // Of one stream of a camera, while somebody wants it. Running: data has come within the last seconds.
